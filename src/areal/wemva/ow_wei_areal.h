@@ -1,0 +1,53 @@
+#pragma once
+/// Migration, the linearised imaging operator and the weights on image gathers.
+#include <span>
+
+#include "lib/base/array.h"
+#include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/ow_fftw_areal.h"
+#include "src/areal/wemva/ow_parms_areal.h"
+
+/// Number of threads of the frequency loops: `node`, or the runtime's team size if node is 9999. Prints three lines on
+/// standard output.
+int owwei_init(const Parms& par);
+
+/// As owwei_init, before each owwemva of shot `ishot`.
+int owwemva_init(const Parms& par, int ishot);
+
+/// What the wavefield routines share besides the run parameters.
+struct WaveContext {
+    const Parms& par;
+    const LateralFft& fft;          ///< of par.kxm.n samples
+    int nodes;                      ///< threads of the frequency loops
+    View<const float, 1> taper;     ///< (kxm.n) lateral taper
+    View<const float, 3> sref;      ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
+};
+
+/// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.
+/// @param recv    (rec.h.n, rec.w.n) receiver wavefield at the surface
+/// @param source  (>= rec.h.n, rec.w.n) source wavefield at the surface; its first rec.h.n traces are used
+/// @param vel     (kxm.n, img.z.n) slowness (s/length), each > 0
+/// @param image   (kxm.n, nsecdim, nz) added to, never cleared
+/// @param illum   (kxm.n, img.z.n) source illumination, added to, never cleared
+void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
+           View<float, 3> image, View<float, 2> illum);
+
+/// Linearised imaging operator of one shot. adj false: deltai += A deltas; adj true: deltas += A' deltai.
+/// The step with the opposite sign serves as the adjoint of a step, which makes the pair exact transposes in a laterally
+/// constant medium only; the image is formed from the field stepped to level iz+1 and the background of level iz.
+/// @param deltas  (kxm.n, img.z.n) slowness perturbation
+/// @param deltai  (kxm.n, nsecdim, img.z.n) image perturbation in the shot's window
+/// @param session where the wavefield histories "ddws", "ddwr", "ddwsz", "ddwrz" go, if asked for; null: none
+void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
+             View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session);
+
+/// Weight image gathers by offset, in place: |h / max(h)| ** expdso (max signed), then zero the samples at and above a
+/// horizon. Diagonal, so `adj` changes nothing.
+/// @param wgcig (img.xm.n, nsecdim, img.z.n)
+/// @param pick  horizon depth of each midpoint, or empty: no mute
+void owdso(const Parms& par, bool adj, View<float, 3> wgcig, std::span<const float> pick);
+
+/// Local average of |wgcig| in boxes of 2 windz - 1, 2 windx - 1, 2 windh - 1 samples, clipped at the ends.
+/// @param wgcig (img.xm.n, nsecdim, img.z.n) in
+/// @param odcig same shape, overwritten
+void owsmooth(const Parms& par, View<const float, 3> wgcig, View<float, 3> odcig);
