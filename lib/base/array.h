@@ -27,8 +27,7 @@ struct View {
 
     /// Sample at the given indices, each in 0..n-1 (asserted in builds without NDEBUG).
     template <std::integral... I>
-        requires(sizeof...(I) == N)
-    T& operator()(I... i) const {
+    requires(sizeof...(I) == N) T& operator()(I... i) const {
         const Extents<N> at{static_cast<std::ptrdiff_t>(i)...};
         std::ptrdiff_t offset = 0;
         for (std::size_t d = N; d-- > 0;) {
@@ -40,20 +39,14 @@ struct View {
     std::ptrdiff_t size() const { return std::accumulate(n.begin(), n.end(), std::ptrdiff_t{1}, std::multiplies<>()); }
     std::span<T> flat() const { return {p, static_cast<std::size_t>(size())}; }
     /// The part with the last index fixed.
-    View<T, N - 1> slice(std::ptrdiff_t last) const
-        requires(N > 1)
-    {
+    View<T, N - 1> slice(std::ptrdiff_t last) const requires(N > 1) {
         assert(0 <= last && last < n[N - 1]);
         View<T, N - 1> part;
         std::copy_n(n.begin(), N - 1, part.n.begin());
         part.p = p + last * part.size();
         return part;
     }
-    operator View<const T, N>() const
-        requires(!std::is_const_v<T>)
-    {
-        return {p, n};
-    }
+    operator View<const T, N>() const requires(!std::is_const_v<T>) { return {p, n}; }
 };
 
 /// Storage on cache-line boundaries, so that columns of a multiple of eight samples start where SIMD loads like them.
@@ -76,16 +69,19 @@ class Array {
     Extents<N> n_{};
 
 public:
-    explicit Array(const Extents<N>& n = {})
-        : buf_(static_cast<std::size_t>(View<T, N>{nullptr, n}.size())), n_(n) {}
+    explicit Array(const Extents<N>& n = {}) : buf_(static_cast<std::size_t>(View<T, N>{nullptr, n}.size())), n_(n) {}
     operator View<T, N>() { return {buf_.data(), n_}; }
     operator View<const T, N>() const { return {buf_.data(), n_}; }
     View<T, N> view() { return *this; }
     View<const T, N> view() const { return *this; }
     template <std::integral... I>
-    T& operator()(I... i) { return view()(i...); }
+    T& operator()(I... i) {
+        return view()(i...);
+    }
     template <std::integral... I>
-    const T& operator()(I... i) const { return view()(i...); }
+    const T& operator()(I... i) const {
+        return view()(i...);
+    }
     std::span<T> flat() { return view().flat(); }
     std::span<const T> flat() const { return view().flat(); }
     Extents<N> n() const { return n_; }

@@ -16,7 +16,8 @@ template <class... Args>
 std::string print(const char* format, Args... args) {
     char text[512];
     const int n = std::snprintf(text, sizeof text, format, args...);
-    return n < 0 ? std::string() : std::string(text, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof text - 1));
+    return n < 0 ? std::string()
+                 : std::string(text, std::min<std::size_t>(static_cast<std::size_t>(n), sizeof text - 1));
 }
 
 std::string exponent_form(double value, int digits, char letter) {

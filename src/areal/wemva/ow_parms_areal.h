@@ -94,5 +94,6 @@ struct Parms {
 };
 
 /// Fill the run parameters from the command line and the headers of the inputs, check that they fit together, write the
-/// output headers and print the summary on standard error. Throws qas::Fatal with the message of the first failed check.
+/// output headers and print the summary on standard error. Throws qas::Fatal with the message of the first failed
+/// check.
 Parms owparam(qas::Session& session);

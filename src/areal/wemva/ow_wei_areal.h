@@ -17,10 +17,12 @@ int owwemva_init(const Parms& par, int ishot);
 /// What the wavefield routines share besides the run parameters.
 struct WaveContext {
     const Parms& par;
-    const LateralFft& fft;          ///< of par.kxm.n samples
-    int nodes;                      ///< threads of the frequency loops
-    View<const float, 1> taper;     ///< (kxm.n) lateral taper
-    View<const float, 3> sref;      ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
+    const LateralFft& fft;       ///< of par.kxm.n samples
+    int nodes;                   ///< threads of the frequency loops
+    View<const float, 1> taper;  ///< (kxm.n) lateral taper
+    View<const float, 3> sref;   ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
+    bool clear_margins =
+        false;  ///< clear the columns' margins for each frequency; otherwise a thread carries them over
 };
 
 /// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.
@@ -33,8 +35,9 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
            View<float, 3> image, View<float, 2> illum);
 
 /// Linearised imaging operator of one shot. adj false: deltai += A deltas; adj true: deltas += A' deltai.
-/// The step with the opposite sign serves as the adjoint of a step, which makes the pair exact transposes in a laterally
-/// constant medium only; the image is formed from the field stepped to level iz+1 and the background of level iz.
+/// The step with the opposite sign serves as the adjoint of a step, which makes the pair exact transposes in a
+/// laterally constant medium only; the image is formed from the field stepped to level iz+1 and the background of level
+/// iz.
 /// @param deltas  (kxm.n, img.z.n) slowness perturbation
 /// @param deltai  (kxm.n, nsecdim, img.z.n) image perturbation in the shot's window
 /// @param session where the wavefield histories "ddws", "ddwr", "ddwsz", "ddwrz" go, if asked for; null: none

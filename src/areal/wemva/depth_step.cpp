@@ -1,0 +1,265 @@
+#include "src/areal/wemva/depth_step.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "src/areal/wemva/ow_ffd_areal.h"
+#include "src/areal/wemva/ow_pspi_areal.h"
+#include "src/areal/wemva/simd_math.h"
+
+namespace {
+
+std::size_t at(std::ptrdiff_t i) {
+    return static_cast<std::size_t>(i);
+}
+
+/// out = in * table, the table as it is or its conjugate.
+void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
+    const std::ptrdiff_t n = in.n[0];
+    const auto* const x = reinterpret_cast<const float*>(in.p);
+    const auto* const t = reinterpret_cast<const float*>(table.p);
+    auto* const y = reinterpret_cast<float*>(out);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float xr = x[2 * i], xi = x[2 * i + 1];
+        y[2 * i] = xr * tr - xi * ti;
+        y[2 * i + 1] = xr * ti + xi * tr;
+    }
+}
+
+void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
+    const std::ptrdiff_t n = in.n[0];
+    const auto* const x = reinterpret_cast<const float*>(in.p);
+    const auto* const t = reinterpret_cast<const float*>(table.p);
+    auto* const y = reinterpret_cast<float*>(out);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float xr = x[2 * i], xi = x[2 * i + 1];
+        y[2 * i] += xr * tr - xi * ti;
+        y[2 * i + 1] += xr * ti + xi * tr;
+    }
+}
+
+/// rhs = q T f; for a conjugate step of the conjugate field, so that both fields of a pair share their factors.
+void drive(View<const cf, 1> q, View<const cf, 1> field, bool conjugate, cf* rhs) {
+    const std::ptrdiff_t n = field.n[0];
+    const auto* const f = reinterpret_cast<const float*>(field.p);
+    const auto* const g = reinterpret_cast<const float*>(q.p);
+    auto* const r = reinterpret_cast<float*>(rhs);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    const auto sample = [&](std::ptrdiff_t i, float br, float bi, float ar, float ai) {
+        const float tr = br - 2.0f * f[2 * i] + ar;
+        const float ti = turn * (bi - 2.0f * f[2 * i + 1] + ai);
+        r[2 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
+        r[2 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
+    };
+    sample(0, 0.0f, 0.0f, f[2], f[3]);
+    for (std::ptrdiff_t i = 1; i < n - 1; ++i) {
+        const float tr = f[2 * i - 2] - 2.0f * f[2 * i] + f[2 * i + 2];
+        const float ti = turn * (f[2 * i - 1] - 2.0f * f[2 * i + 1] + f[2 * i + 3]);
+        r[2 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
+        r[2 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
+    }
+    sample(n - 1, f[2 * n - 4], f[2 * n - 3], 0.0f, 0.0f);
+}
+
+void add_correction(View<cf, 1> field, const cf* correction, bool conjugate) {
+    auto* const f = reinterpret_cast<float*>(field.p);
+    const auto* const e = reinterpret_cast<const float*>(correction);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) {
+        f[2 * i] += e[2 * i];
+        f[2 * i + 1] += turn * e[2 * i + 1];
+    }
+}
+
+/// Everything but the finite-difference stages.
+void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& s) {
+    const bool conjugate = sign < 0;
+    const std::ptrdiff_t nref = step.phase.n[1];
+    if (nref == 1) {
+        fft.forward.run(field);
+        multiply(field, step.phase.slice(0), conjugate, field.p);
+        fft.inverse.run(field);
+        multiply(field, step.space.slice(0), conjugate, field.p);
+        return;
+    }
+    const View<cf, 1> spectrum = s.spectrum, work = s.field;
+    std::copy_n(field.p, field.n[0], spectrum.p);
+    fft.forward.run(spectrum);
+    for (std::ptrdiff_t k = 0; k < nref; ++k) {
+        multiply(spectrum, step.phase.slice(k), conjugate, work.p);
+        fft.inverse.run(work);
+        if (k == 0) {
+            multiply(work, step.space.slice(k), conjugate, field.p);
+        } else {
+            multiply_add(work, step.space.slice(k), conjugate, field.p);
+        }
+    }
+    if (!step.level->untouched.empty()) {
+        const float scale = std::sqrt(static_cast<float>(fft.n));
+        for (const int i : step.level->untouched) field(i) = spectrum(i) / scale;
+    }
+}
+
+}  // namespace
+
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, ReferenceRule rule,
+                      const Medium* frozen) {
+    const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1];
+    const bool given = rule == ReferenceRule::given;
+    Medium medium;
+    medium.levels.resize(at(nz));
+    if (par.ffd()) {
+        const std::ptrdiff_t blocks = (nz + lane_count - 1) / lane_count;
+        medium.drift = Array<Lanes, 2>({nx, blocks});
+        medium.curve = Array<Lanes, 2>({nx, blocks});
+        for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
+            const float vref = given ? frozen->levels[at(iz)].vref[0] : 0.0f;
+            ffd_level(par, vel.slice(iz).flat(), vref, medium.levels[at(iz)],
+                      medium.drift.view().slice(iz / lane_count).flat(),
+                      medium.curve.view().slice(iz / lane_count).flat(), static_cast<int>(iz % lane_count));
+        }
+    } else if (par.pspi()) {
+        for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
+            const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
+            if (given) {
+                pspi_level_given(vel.slice(iz).flat(), table, frozen->levels[at(iz)].vref, medium.levels[at(iz)]);
+            } else {
+                pspi_level(par, vel.slice(iz).flat(), table, medium.levels[at(iz)]);
+            }
+        }
+    }
+    return medium;
+}
+
+StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels)
+    : par_(par), medium_(medium), nrefs_(1), steps_(at(most_levels)) {
+    const std::ptrdiff_t nx = par.kxm.n;
+    for (const MediumLevel& level : medium.levels) nrefs_ = std::max(nrefs_, static_cast<int>(level.vref.size()));
+    const Extents<3> shape{nx, nrefs_, most_levels};
+    phase_ = Array<cf, 3>(shape);
+    space_ = Array<cf, 3>(shape);
+    work_ = Array<float, 2>({nx, 2});
+    if (medium.drift.n()[1] > 0 && nx > 1) {
+        const FfdStages stages = ifd_coeffts(par.dipop);
+        nstage_ = stages.nstage;
+        alph_ = stages.alph;
+        beta_ = stages.beta;
+        drive_ = Array<cf, 3>({nx, nstage_, most_levels});
+        pivot_ = Array<float, 4>({4, nx / 2, nstage_, most_levels});
+        lane_work_.resize(at(4 * nx));
+    }
+}
+
+void StepTables::prepare(int iw, int first, int count) {
+    const float w = par_.rec.w.all[at(iw)];
+    first_ = first;
+    for (int j = 0; j < count; ++j) {
+        DepthStep& step = steps_[at(j)];
+        step.level = &medium_.levels[at(first + j)];
+        const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
+        View<cf, 2> phase = phase_.view().slice(j), space = space_.view().slice(j);
+        phase.n[1] = space.n[1] = nref;
+        prepare_phases(w, step, phase, space);
+    }
+    if (nstage_ == 0) return;
+    for (int level = first; level < first + count;) {
+        const int block = level / lane_count;
+        const int end = std::min((block + 1) * lane_count, first + count);
+        prepare_stages(w, block, level, end - level);
+        level = end;
+    }
+}
+
+void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space) {
+    const MediumLevel& level = *step.level;
+    const std::ptrdiff_t nx = par_.kxm.n;
+    const float dz = par_.v.z.d;
+    const float dz_w = dz * w;
+    const float unscale = 1.0f / static_cast<float>(nx);  // both transforms
+    float* const angle = work_.view().slice(0).p;
+    float* const scale = work_.view().slice(1).p;
+    const float* const kx = par_.kxm.all.data();
+    for (std::ptrdiff_t k = 0; k < space.n[1]; ++k) {
+        const float w_over_c = w / level.vref[at(k)];
+        const float k2 = w_over_c * w_over_c;
+        for (std::ptrdiff_t i = 0; i < nx; ++i) {
+            const float kz2 = k2 - kx[i] * kx[i];
+            scale[i] = kz2 >= 0.0f ? 1.0f : 0.0f;
+            angle[i] = std::sqrt(std::max(kz2, 0.0f)) * dz;
+        }
+        cis_table(angle, scale, phase.slice(k).p, nx);
+        const float* const sdiff = level.sdiff.view().slice(k).p;
+        for (std::ptrdiff_t i = 0; i < nx; ++i) angle[i] = dz_w * sdiff[i];
+        if (space.n[1] == 1) {
+            std::fill_n(scale, nx, unscale);
+        } else {
+            const float* const weight = level.weight.view().slice(k).p;
+            for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = weight[i] * unscale;
+        }
+        cis_table(angle, scale, space.slice(k).p, nx);
+    }
+    step.phase = phase;
+    step.space = space;
+}
+
+void StepTables::prepare_stages(float w, int block, int first, int count) {
+    const std::ptrdiff_t nx = par_.kxm.n;
+    const std::ptrdiff_t half = nx / 2;
+    const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;
+    const View<Lanes, 2> gain{lane_work_.data(), {nx, 2}};
+    const View<Lanes, 2> pivot{lane_work_.data() + 2 * nx, {nx, 2}};
+    for (int istage = 0; istage < nstage_; ++istage) {
+        ffd_factors(w, alph_[at(istage)], beta_[at(istage)], par_.trick, medium_.drift.view().slice(block).flat(),
+                    medium_.curve.view().slice(block).flat(), gain, pivot);
+        for (int j = 0; j < count; ++j) {
+            const int level = first + j;
+            const int lane = level % lane_count;
+            DepthStep& step = steps_[at(level - first_)];
+            const View<cf, 1> q = drive_.view().slice(level - first_).slice(istage);
+            const View<float, 2> g = pivot_.view().slice(level - first_).slice(istage);
+            for (std::ptrdiff_t i = 0; i < nx; ++i) q.p[i] = cf(gain.p[i].v[lane], gain.p[nx + i].v[lane]);
+            for (std::ptrdiff_t t = 0; t < half; ++t) {
+                const std::ptrdiff_t r = last - t;
+                g.p[4 * t] = pivot.p[t].v[lane];
+                g.p[4 * t + 1] = pivot.p[nx + t].v[lane];
+                g.p[4 * t + 2] = r < nx ? pivot.p[r].v[lane] : 0.0f;
+                g.p[4 * t + 3] = r < nx ? pivot.p[nx + r].v[lane] : 0.0f;
+            }
+            step.nstage = nstage_;
+            step.stage[at(istage)] = {q, g, cf(pivot.p[half].v[lane], pivot.p[nx + half].v[lane])};
+        }
+    }
+}
+
+StepScratch::StepScratch(int nx) : spectrum({nx}), field({nx}), correction({nx, 2}), chain(at(nx / 2 + 1)) {}
+
+void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch) {
+    shift(step, fft, sign, field, scratch);
+    const View<cf, 2> rhs = scratch.correction;
+    if (step.nstage > 0) std::fill_n(rhs.slice(1).p, rhs.n[0], cf{});
+    for (int i = 0; i < step.nstage; ++i) {
+        const DepthStep::Stage& stage = step.stage[at(i)];
+        drive(stage.drive, field, sign < 0, rhs.p);
+        ffd_solve(stage, rhs, scratch.chain);
+        add_correction(field, rhs.p, sign < 0);
+    }
+}
+
+void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
+                     StepScratch& scratch) {
+    shift(step, fft, sign, field, scratch);
+    shift(step, fft, -sign, other, scratch);
+    const View<cf, 2> rhs = scratch.correction;
+    for (int i = 0; i < step.nstage; ++i) {
+        const DepthStep::Stage& stage = step.stage[at(i)];
+        drive(stage.drive, field, sign < 0, rhs.slice(0).p);
+        drive(stage.drive, other, sign > 0, rhs.slice(1).p);
+        ffd_solve(stage, rhs, scratch.chain);
+        add_correction(field, rhs.slice(0).p, sign < 0);
+        add_correction(other, rhs.slice(1).p, sign > 0);
+    }
+}

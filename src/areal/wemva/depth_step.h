@@ -1,0 +1,111 @@
+#pragma once
+/// One depth step of a monochromatic wavefield, prepared once and applied to any number of fields in either direction.
+///
+/// Three layers: a Medium holds what depends on the model alone (once a shot); StepTables turn a range of its levels
+/// into the factors of one frequency; apply_step runs them on a field. The step with sign -1 uses the complex
+/// conjugates.
+///
+/// Phase-shift form, for each reference velocity c: phase shift exp(i dz sqrt((w/c)^2 - kx^2)) in the lateral spectrum,
+/// zero where the root is imaginary; exp(i dz w (s - 1/c)) in space; then the fields are picked or blended by weights.
+/// Finite-difference form: the same with one reference, then the stages of ow_ffd_areal.h.
+#include <vector>
+
+#include "lib/base/array.h"
+#include "src/areal/wemva/ow_fftw_areal.h"
+#include "src/areal/wemva/ow_parms_areal.h"
+
+/// Levels that are turned into tables together: the recursions of the finite-difference factors run along x, and fill
+/// the lanes of a SIMD register with depths.
+inline constexpr int lane_count = 8;
+struct alignas(4 * lane_count) Lanes {
+    float v[lane_count];
+};
+
+/// The model at one depth as the extrapolators see it.
+struct MediumLevel {
+    std::vector<float> vref;     ///< reference velocities (length/s), 1 to nref
+    Array<float, 2> sdiff;       ///< (nx, nref) slowness less the reference slowness
+    Array<float, 2> weight;      ///< (nx, nref) share of each reference's field in a sample; empty with one reference
+    Array<float, 2> dweight;     ///< (nx, nref) its derivative with respect to slowness; empty where all are zero
+    std::vector<int> untouched;  ///< samples that keep the spectrum coefficient of their index (a tie of region bounds)
+};
+
+/// The model of one shot, prepared for the extrapolator of the run.
+struct Medium {
+    std::vector<MediumLevel> levels;
+    Array<Lanes, 2> drift;  ///< (nx, blocks) finite-difference form: dz/2 v (1 - c/v) / dx^2, a lane a depth
+    Array<Lanes, 2> curve;  ///< (nx, blocks) v^2 ((c/v)^2 + c/v + 1) / dx^2
+};
+
+/// How reference velocities follow the model.
+enum class ReferenceRule {
+    follow,  ///< chosen anew for the model at hand
+    given,   ///< those of `frozen`, level by level; a tie of region bounds goes to the slower side
+};
+
+/// Prepare the model of one shot.
+/// @param vel     (kxm.n, levels) slowness (s/length), each > 0
+/// @param sref    (nref, 2, levels) region table, or empty
+/// @param frozen  with ReferenceRule::given: a medium whose reference velocities are to be used
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, ReferenceRule rule,
+                      const Medium* frozen);
+
+/// Factors of one step at one frequency. Views into StepTables.
+struct DepthStep {
+    struct Stage {
+        View<const cf, 1> drive;     ///< (nx) 2i Im(-a)/a: right side of the correction
+        View<const float, 2> pivot;  ///< (4, nx/2) inverse pivots from the left (re, im) and from the right
+        cf middle{};                 ///< inverse pivot where the two eliminations meet
+    };
+    const MediumLevel* level = nullptr;
+    View<const cf, 2> phase;  ///< (nx, nref)
+    View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
+    std::array<Stage, 5> stage;
+    int nstage = 0;
+};
+
+/// Tables of the steps through a range of levels at one frequency. One a thread; all memory is taken at construction.
+class StepTables {
+public:
+    /// @param most_levels levels that prepare() is asked for at a time
+    StepTables(const Parms& par, const Medium& medium, int most_levels);
+    /// Factors of the steps that start at levels first..first+count-1, at frequency iw (its angular frequency must not
+    /// be zero in the finite-difference form).
+    void prepare(int iw, int first, int count);
+    const DepthStep& step(int level) const { return steps_[static_cast<std::size_t>(level - first_)]; }
+    /// The number of levels that are worth preparing at a time when they are not kept.
+    static int batch(const Parms& par) { return par.ffd() ? lane_count : 1; }
+
+private:
+    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space);
+    void prepare_stages(float w, int block, int first, int count);
+
+    const Parms& par_;
+    const Medium& medium_;
+    int first_ = 0;
+    int nrefs_;
+    int nstage_ = 0;
+    std::array<float, 5> alph_{}, beta_{};
+    std::vector<DepthStep> steps_;
+    Array<cf, 3> phase_, space_;  // (nx, nref, levels)
+    Array<cf, 3> drive_;          // (nx, stage, levels)
+    Array<float, 4> pivot_;       // (4, nx/2, stage, levels)
+    Array<float, 2> work_;        // (nx, 2)
+    std::vector<Lanes> lane_work_;
+};
+
+/// Scratch of apply_step. One a thread.
+struct StepScratch {
+    Array<cf, 1> spectrum, field;  // (nx)
+    Array<cf, 2> correction;       // (nx, 2)
+    std::vector<Lanes> chain;      // nx/2 + 1
+    explicit StepScratch(int nx);
+};
+
+/// Carry a field through one step. sign +1: the factors as they are (source side); -1: their conjugates (receiver
+/// side).
+void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch);
+
+/// Carry two fields through one step together, the first with sign, the second with -sign.
+void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
+                     StepScratch& scratch);

@@ -1,0 +1,196 @@
+#include "src/areal/wemva/ow_ffd_areal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// Four complex numbers side by side: both fields on the way from the left and from the right.
+typedef float Quad __attribute__((vector_size(32)));
+typedef double Pairs __attribute__((vector_size(32)));  // moves a complex number as one element
+
+double bits(const cf& z) {
+    double d;
+    std::memcpy(&d, &z, sizeof d);
+    return d;
+}
+
+Quad swap_parts(Quad x) {
+    return __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6);
+}
+
+Quad times(Quad x, Quad re, Quad im) {  // im holds -im, +im in turn
+    return x * re + swap_parts(x) * im;
+}
+
+struct Factor {
+    Quad re, im;
+    Factor(float lr, float li, float rr, float ri)
+        : re{lr, lr, lr, lr, rr, rr, rr, rr}, im{-li, li, -li, li, -ri, ri, -ri, ri} {}
+};
+
+cf number(Quad x, int k) {
+    return {x[2 * k], x[2 * k + 1]};
+}
+
+}  // namespace
+
+FfdStages ifd_coeffts(int dipop) {
+    switch (dipop) {
+        case 15:
+            return {{0.5f}, {0.0f}, 1};
+        case 45:
+            return {{0.5f}, {0.25f}, 1};
+        case 65:
+            return {{0.478242069f}, {0.376369536f}, 1};
+        case 79:
+            return {{0.457500011f}, {0.457500011f}, 1};
+        case 80:
+            return {{0.457289577f, 0.040315159f}, {0.222691983f, 0.873981655f}, 2};
+        case 87:
+            return {{0.414236605f, 0.08131288f, 0.00421042f}, {0.150843918f, 0.744418085f, 0.97292614f}, 3};
+        case 89:
+            return {{0.367013246f, 0.117592007f, 0.01485351f, 0.000523275f},
+                    {0.105756626f, 0.614520669f, 0.91943264f, 0.994065106f},
+                    4};
+        case 90:
+            return {{0.318013817f, 0.143798083f, 0.033860918f, 0.004172967f, 0.000153427f},
+                    {0.073588215f, 0.48334077f, 0.824918568f, 0.964828014f, 0.997370243f},
+                    5};
+        default:
+            return {};
+    }
+}
+
+void ffd_level(const Parms& par, std::span<const float> vel, float vref, MediumLevel& level, std::span<Lanes> drift,
+               std::span<Lanes> curve, int lane) {
+    const auto nx = static_cast<std::ptrdiff_t>(vel.size());
+    if (!(vref > 0.0f)) {
+        vref = 1.0f / vel[0];
+        for (const float s : vel) vref = std::min(vref, 1.0f / s);
+    }
+    level.vref = {vref};
+    level.sdiff = Array<float, 2>({nx, 1});
+    const float dx2 = par.img.xm.d * par.img.xm.d;
+    const float half_dz = par.img.z.d * 0.5f;
+    const float sref = 1.0f / vref;
+    for (std::size_t i = 0; i < vel.size(); ++i) {
+        const float v = 1.0f / vel[i];
+        const float rov = vref / v;
+        level.sdiff(static_cast<std::ptrdiff_t>(i), 0) = vel[i] - sref;
+        drift[i].v[lane] = half_dz * v / dx2 * (1.0f - rov);
+        curve[i].v[lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
+    }
+}
+
+void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
+                 std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot) {
+    const auto nx = static_cast<std::ptrdiff_t>(drift.size());
+    const std::ptrdiff_t middle = nx / 2;
+    const float alph_w = alph / w;
+    const float beta_w2 = beta / w / w;
+    Lanes dr, di;  // 1/a - 2 of the sample at hand
+    const auto diagonal = [&](std::ptrdiff_t i) {
+        const Lanes& a = drift[static_cast<std::size_t>(i)];
+        const Lanes& b = curve[static_cast<std::size_t>(i)];
+        Lanes& qr = gain(i, 0);
+        Lanes& qi = gain(i, 1);
+        for (int k = 0; k < lane_count; ++k) {
+            const float aa = alph_w * a.v[k];
+            const float bb = beta_w2 * b.v[k] + trick;
+            const float size = aa * aa + bb * bb;
+            const float inv = 1.0f / (size > 1e-30f ? size : 1e-30f);  // a = 0: the row is the identity, 1/a just large
+            dr.v[k] = (size > 1e-30f ? bb * inv : 1e15f) - 2.0f;
+            di.v[k] = aa * inv;
+            qr.v[k] = -2.0f * aa * aa * inv;
+            qi.v[k] = 2.0f * aa * bb * inv;
+        }
+    };
+    const auto invert = [&](std::ptrdiff_t i, const Lanes& er, const Lanes& ei) {  // 1 / (1/a - 2 - e)
+        Lanes& gr = pivot(i, 0);
+        Lanes& gi = pivot(i, 1);
+        for (int k = 0; k < lane_count; ++k) {
+            const float re = dr.v[k] - er.v[k];
+            const float im = di.v[k] - ei.v[k];
+            const float inv = 1.0f / (re * re + im * im);
+            gr.v[k] = re * inv;
+            gi.v[k] = -im * inv;
+        }
+    };
+    const Lanes none{};
+    for (std::ptrdiff_t i = 0; i < middle; ++i) {
+        diagonal(i);
+        invert(i, i > 0 ? pivot(i - 1, 0) : none, i > 0 ? pivot(i - 1, 1) : none);
+    }
+    for (std::ptrdiff_t i = nx - 1; i > middle; --i) {
+        diagonal(i);
+        invert(i, i < nx - 1 ? pivot(i + 1, 0) : none, i < nx - 1 ? pivot(i + 1, 1) : none);
+    }
+    Lanes er = none, ei = none;
+    for (const std::ptrdiff_t i : {middle - 1, middle + 1}) {
+        if (i < 0 || i >= nx) continue;
+        for (int k = 0; k < lane_count; ++k) {
+            er.v[k] += pivot(i, 0).v[k];
+            ei.v[k] += pivot(i, 1).v[k];
+        }
+    }
+    diagonal(middle);
+    invert(middle, er, ei);
+}
+
+// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
+// both fields are four independent chains, one SIMD register. With an even nx the right half is one shorter and its
+// chain starts with an empty step.
+void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain) {
+    const std::ptrdiff_t nx = rhs.n[0];
+    const std::ptrdiff_t half = nx / 2;
+    const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;  // right-hand partner of sample 0
+    cf* const a = rhs.p;
+    cf* const b = rhs.p + nx;
+    const cf zero{};
+    Quad y{};
+    for (std::ptrdiff_t t = 0; t < half; ++t) {
+        const std::ptrdiff_t r = last - t;
+        const bool pair = r < nx;
+        const Pairs in{bits(a[t]), bits(b[t]), bits(pair ? a[r] : zero), bits(pair ? b[r] : zero)};
+        const float* const g = stage.pivot.p + 4 * t;
+        const Factor factor(g[0], g[1], g[2], g[3]);
+        Quad d;
+        std::memcpy(&d, &in, sizeof d);
+        y = times(d - y, factor.re, factor.im);
+        std::memcpy(chain[static_cast<std::size_t>(t)].v, &y, sizeof y);
+    }
+    const cf ea = stage.middle * (a[half] - number(y, 0) - number(y, 2));
+    const cf eb = stage.middle * (b[half] - number(y, 1) - number(y, 3));
+    a[half] = ea;
+    b[half] = eb;
+    const Pairs start{bits(ea), bits(eb), bits(ea), bits(eb)};
+    Quad e;
+    std::memcpy(&e, &start, sizeof e);
+    for (std::ptrdiff_t t = half; t-- > 0;) {
+        const float* const g = stage.pivot.p + 4 * t;
+        const Factor factor(g[0], g[1], g[2], g[3]);
+        std::memcpy(&y, chain[static_cast<std::size_t>(t)].v, sizeof y);
+        e = y - times(e, factor.re, factor.im);
+        a[t] = number(e, 0);
+        b[t] = number(e, 1);
+        const std::ptrdiff_t r = last - t;
+        if (r < nx) {
+            a[r] = number(e, 2);
+            b[r] = number(e, 3);
+        }
+    }
+}
+
+void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel) {
+    if (par.rec.w.all[static_cast<std::size_t>(iw)] == 0.0f) return;
+    View<const float, 2> level{vel.p, {vel.n[0], 1}};
+    Parms form = par;  // whatever extrapolator the run names
+    form.extrap = "ffd";
+    const Medium medium = prepare_medium(form, level, {}, ReferenceRule::follow, nullptr);
+    StepTables tables(par, medium, 1);
+    tables.prepare(iw, 0, 1);
+    StepScratch scratch(par.kxm.n);
+    apply_step(tables.step(0), fft, sign, ws, scratch);
+}

@@ -1,0 +1,45 @@
+#pragma once
+/// Fourier finite differences: phase shift at the smallest velocity of a level, thin-lens term, and a cascade of
+/// implicit finite-difference stages for what is left of the lateral velocity variation.
+///
+/// One stage with coefficients alph, beta acts on a field f as M^-1 conj(M) f, M = I + a T, (T f)_i = f_(i-1) - 2 f_i +
+/// f_(i+1) with zeros beyond the ends, and a_i = beta (v/w dx)^2 ((c/v)^2 + c/v + 1) + trick - i alph dz/2 (v/w)(1 -
+/// c/v) / dx^2. It is computed as f + S^-1 (q T f) with the symmetric S = tridiag(1, 1/a - 2, 1) and q = 2i Im(-a) / a,
+/// which leaves f exactly alone where the velocity is the reference.
+#include <array>
+#include <span>
+
+#include "src/areal/wemva/depth_step.h"
+
+/// Stage coefficients of a dip limit. nstage is 0 for a limit outside the table (15 45 65 79 80 87 89 90).
+struct FfdStages {
+    std::array<float, 5> alph{}, beta{};
+    int nstage = 0;
+};
+FfdStages ifd_coeffts(int dipop);
+
+/// The dip limits that ifd_coeffts knows, as a text for messages.
+inline constexpr const char* dipop_values = "15, 45, 65, 79, 80, 87, 89 or 90";
+
+/// Model terms of a level: reference velocity (the smallest, or `vref` if positive), slowness differences, and lane
+/// `lane` of the drift and curve terms of depth_step.h.
+/// @param vel (nx) slowness
+void ffd_level(const Parms& par, std::span<const float> vel, float vref, MediumLevel& level, std::span<Lanes> drift,
+               std::span<Lanes> curve, int lane);
+
+/// Factors of one stage for the lanes of a block of levels.
+/// @param w            angular frequency, not zero
+/// @param drift, curve (nx) as ffd_level left them
+/// @param gain         (nx, 2) out: q, real and imaginary
+/// @param pivot        (nx, 2) out: inverse pivots, real and imaginary: eliminated from the left below nx/2, from the
+/// right
+///                     above, and both ways at nx/2
+void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
+                 std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot);
+
+/// Add S^-1 rhs to the fields, both at once.
+/// @param rhs  (nx, 2) right sides q T f of both fields, overwritten
+void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain);
+
+/// Carry one wavefield one depth step down (see owpspi for the arguments). Leaves the field alone at zero frequency.
+void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel);

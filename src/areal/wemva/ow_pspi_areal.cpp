@@ -1,0 +1,116 @@
+#include "src/areal/wemva/ow_pspi_areal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+
+#include "src/areal/wemva/ow_velo_areal.h"
+
+namespace {
+
+/// Position of the sample's field among the references and the share of the next one.
+struct Mix {
+    int iref;
+    float share;
+    float slope;  // derivative of the share with respect to slowness
+};
+
+/// The largest reference whose integer part lies below that of v, blended with the next by the distance relative to v.
+Mix blend(const std::vector<float>& vref, float v) {
+    const int n = static_cast<int>(vref.size());
+    int below = -1;
+    for (int j = 0; j < n; ++j) {
+        const auto c = vref[static_cast<std::size_t>(j)];
+        if (std::trunc(c) < std::trunc(v) && (below < 0 || c > vref[static_cast<std::size_t>(below)])) below = j;
+    }
+    if (below < 0) return {0, 0.0f, 0.0f};
+    if (below >= n - 2) return {n - 1, 0.0f, 0.0f};
+    const float c = vref[static_cast<std::size_t>(below)];
+    const float f = std::abs(v - c) / v;
+    return {below, f - std::trunc(f), v >= c ? -c : c};
+}
+
+/// The region of velocity v, or -1 for a tie with the first bound, which belongs to no region.
+int region(View<const float, 2> vref1, int nregion, float v) {
+    if (v > 1.0f / vref1(0, 1)) return 0;
+    for (int i = nregion - 1; i >= 1; --i) {
+        if (v >= 1.0f / vref1(i, 1) && v < 1.0f / vref1(i - 1, 1)) return i;
+    }
+    return -1;
+}
+
+void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool regions, bool keep_ties,
+                MediumLevel& level) {
+    const auto nx = static_cast<std::ptrdiff_t>(vel.size());
+    const auto nref = static_cast<std::ptrdiff_t>(level.vref.size());
+    level.sdiff = Array<float, 2>({nx, nref});
+    for (std::ptrdiff_t k = 0; k < nref; ++k) {
+        const float sref = 1.0f / level.vref[static_cast<std::size_t>(k)];
+        for (std::ptrdiff_t i = 0; i < nx; ++i) level.sdiff(i, k) = vel[static_cast<std::size_t>(i)] - sref;
+    }
+    level.untouched.clear();
+    level.dweight = Array<float, 2>();
+    level.weight = Array<float, 2>();
+    if (nref == 1) return;
+    level.weight = Array<float, 2>({nx, nref});
+    if (!regions) level.dweight = Array<float, 2>({nx, nref});
+    for (std::ptrdiff_t i = 0; i < nx; ++i) {
+        const float v = 1.0f / vel[static_cast<std::size_t>(i)];
+        if (regions) {
+            int at = region(vref1, static_cast<int>(nref), v);
+            if (at < 0 && !keep_ties) at = 1;
+            if (at < 0) {
+                level.untouched.push_back(static_cast<int>(i));
+            } else {
+                level.weight(i, at) = 1.0f;
+            }
+        } else {
+            const Mix mix = blend(level.vref, v);
+            level.weight(i, mix.iref) = 1.0f - mix.share;
+            if (mix.iref + 1 < nref && mix.slope != 0.0f) {
+                level.weight(i, mix.iref + 1) = mix.share;
+                level.dweight(i, mix.iref) = -mix.slope;
+                level.dweight(i, mix.iref + 1) = mix.slope;
+            }
+        }
+    }
+}
+
+}  // namespace
+
+void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 2> vref1, MediumLevel& level) {
+    const bool regions = vref1.p != nullptr;
+    level.vref.clear();
+    if (regions) {
+        for (std::ptrdiff_t i = 0; i < vref1.n[0]; ++i) {
+            if (vref1(i, 0) != -1.0f) level.vref.push_back(1.0f / vref1(i, 0));
+        }
+    } else {
+        std::vector<float> v(vel.size());
+        std::transform(vel.begin(), vel.end(), v.begin(), [](float s) { return 1.0f / s; });
+        References refs = owvref(par, v);
+        if (std::trunc(refs.minv) == std::trunc(refs.maxv)) {
+            level.vref = {refs.maxv};
+        } else {
+            level.vref = std::move(refs.vref);
+        }
+    }
+    fill_level(vel, vref1, regions, true, level);
+}
+
+void pspi_level_given(std::span<const float> vel, View<const float, 2> vref1, const std::vector<float>& vref,
+                      MediumLevel& level) {
+    level.vref = vref;
+    fill_level(vel, vref1, vref1.p != nullptr, false, level);
+}
+
+void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel,
+            View<const float, 2> vref1) {
+    Medium medium;
+    medium.levels.resize(1);
+    pspi_level(par, vel.flat(), vref1, medium.levels[0]);
+    StepTables tables(par, medium, 1);
+    tables.prepare(iw, 0, 1);
+    StepScratch scratch(par.kxm.n);
+    apply_step(tables.step(0), fft, sign, ws, scratch);
+}

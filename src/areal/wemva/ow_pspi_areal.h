@@ -1,0 +1,28 @@
+#pragma once
+/// Phase shift with split-step correction at one or several reference velocities.
+#include <span>
+#include <vector>
+
+#include "src/areal/wemva/depth_step.h"
+
+/// Choose the reference velocities of a level and how their fields combine, sample by sample: with a region table the
+/// field of the sample's slowness region; else the two references next to the local velocity v, blended by f = |v - c|
+/// / v of the lower one c (all comparisons are of integer parts); one reference where the level's range lies in one
+/// unit.
+/// @param vel   (nx) slowness of the level
+/// @param vref1 (nref, 2) region table: centre and upper bound, -1 for no region; empty: references from owvref
+void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 2> vref1, MediumLevel& level);
+
+/// As pspi_level for given reference velocities (as pspi_level left them) instead of the level's own.
+void pspi_level_given(std::span<const float> vel, View<const float, 2> vref1, const std::vector<float>& vref,
+                      MediumLevel& level);
+
+/// Carry one monochromatic wavefield one depth step down through laterally varying slowness.
+/// @param iw    frequency index
+/// @param sign  +1 source side, -1 receiver side
+/// @param ws    (kxm.n) in: field at depth z, out: field at z + dz
+/// @param vel   (kxm.n) slowness at depth z, each > 0, not checked
+/// @param vref1 (nref, 2) region table, or empty
+/// Prepares and applies; inside a loop use depth_step.h, which keeps the two apart.
+void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel,
+            View<const float, 2> vref1);

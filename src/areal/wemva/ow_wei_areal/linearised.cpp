@@ -1,0 +1,220 @@
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "src/areal/wemva/ow_scttr_areal.h"
+#include "src/areal/wemva/ow_wei_areal/frequency_loop.h"
+
+namespace {
+
+/// Histories of the image-side fields, all depths and frequencies, for the wavefield outputs that were asked for.
+struct Histories {
+    Array<cf, 3> zddws, zddwr, ddwsz, ddwrz;  // (nx, nz, nw)
+    bool source = false, receiver = false;    // "ddws", "ddwr" exist: only then are the histories filled
+    Histories(const Parms& par, qas::Session* session) {
+        if (session == nullptr) return;
+        const Extents<3> shape{par.kxm.n, par.img.z.n, par.rec.w.n};
+        source = session->exist_file("ddws");
+        receiver = session->exist_file("ddwr");
+        if (source) zddws = Array<cf, 3>(shape);
+        if (receiver) zddwr = Array<cf, 3>(shape);
+        if (source || session->exist_file("ddwsz")) ddwsz = Array<cf, 3>(shape);
+        if (receiver || session->exist_file("ddwrz")) ddwrz = Array<cf, 3>(shape);
+    }
+    void write(qas::Session& session) {
+        const std::pair<const char*, Array<cf, 3>*> outputs[] = {
+            {"ddws", &zddws}, {"ddwr", &zddwr}, {"ddwsz", &ddwsz}, {"ddwrz", &ddwrz}};
+        for (const auto& [tag, history] : outputs) {
+            if (!session.exist_file(tag)) continue;
+            session.srite(tag, history->flat().data(), static_cast<std::int64_t>(history->flat().size_bytes()));
+        }
+    }
+};
+
+struct Slot {
+    Array<cf, 1> ws, wr;      // running background fields; their margins live on from frequency to frequency
+    Array<cf, 2> bws, bwr;    // (nx, nz) background fields at every depth
+    Array<cf, 1> dws, dwr;    // running image-side fields
+    Array<cf, 1> ddws, ddwr;  // scattered fields of the level
+    Array<cf, 2> series;      // scratch of owscctr
+    Array<float, 2> ggg;      // (nx, nz) sum of deltas
+    Array<float, 3> gg;       // (nx, nsecdim, nz) sum of deltai
+    StepTables tables;        // all depths: the steps serve background and image-side fields
+    StepScratch steps;
+    ImageScratch imaging;
+    Slot(const Parms& par, const Medium& medium, bool adj)
+        : ws({par.kxm.n}),
+          wr({par.kxm.n}),
+          bws({par.kxm.n, par.img.z.n}),
+          bwr({par.kxm.n, par.img.z.n}),
+          dws({par.kxm.n}),
+          dwr({par.kxm.n}),
+          ddws({par.kxm.n}),
+          ddwr({par.kxm.n}),
+          series({par.kxm.n, 2}),
+          tables(par, medium, par.img.z.n),
+          steps(par.kxm.n),
+          imaging(par.kxm.n) {
+        if (adj) {
+            ggg = Array<float, 2>({par.kxm.n, par.img.z.n});
+        } else {
+            gg = Array<float, 3>({par.kxm.n, par.nsecdim, par.img.z.n});
+        }
+    }
+};
+
+void copy(View<const cf, 1> from, View<cf, 1> to) {
+    std::copy_n(from.p, from.n[0], to.p);
+}
+
+/// sum += Re(a conj(b))
+void correlate(View<const cf, 1> a, View<const cf, 1> b, View<float, 1> sum) {
+    const auto* const x = reinterpret_cast<const float*>(a.p);
+    const auto* const y = reinterpret_cast<const float*>(b.p);
+    for (std::ptrdiff_t i = 0; i < a.n[0]; ++i) sum.p[i] += x[2 * i] * y[2 * i] + x[2 * i + 1] * y[2 * i + 1];
+}
+
+/// field += a deltas
+void scatter(View<const cf, 1> a, View<const float, 1> deltas, View<cf, 1> field) {
+    const auto* const x = reinterpret_cast<const float*>(a.p);
+    auto* const y = reinterpret_cast<float*>(field.p);
+    for (std::ptrdiff_t i = 0; i < a.n[0]; ++i) {
+        y[2 * i] += x[2 * i] * deltas.p[i];
+        y[2 * i + 1] += x[2 * i + 1] * deltas.p[i];
+    }
+}
+
+/// Everything one frequency needs; `slot` is the thread's own.
+struct Frequency {
+    const WaveContext& context;
+    const ImageCondition& condition;
+    View<const float, 2> vel;
+    int iw;
+    bool steps, scatters;
+    Slot& slot;
+
+    Frequency(const WaveContext& c, const ImageCondition& i, View<const float, 2> v, int iw_, Slot& s)
+        : context(c),
+          condition(i),
+          vel(v),
+          iw(iw_),
+          steps(steps_at(c.par, iw_)),
+          scatters(c.par.rec.w.all[static_cast<std::size_t>(iw_)] != 0.0f),
+          slot(s) {}
+
+    /// Carry both fields down and keep them at every depth.
+    void background(View<const cf, 2> recv, View<const cf, 2> source) const {
+        const Parms& par = context.par;
+        load_surface(par, source, iw, context.clear_margins, slot.ws);
+        load_surface(par, recv, iw, context.clear_margins, slot.wr);
+        if (steps) slot.tables.prepare(iw, 0, par.img.z.n);
+        std::fill(slot.bws.flat().begin(), slot.bws.flat().end(), cf{});
+        std::fill(slot.bwr.flat().begin(), slot.bwr.flat().end(), cf{});
+        copy(slot.ws.view(), slot.bws.view().slice(0));
+        copy(slot.wr.view(), slot.bwr.view().slice(0));
+        const DepthRange depths(par);
+        for (int iz = depths.first; iz < depths.end; ++iz) {
+            if (steps) apply_step_pair(slot.tables.step(iz - 1), context.fft, +1, slot.ws, slot.wr, slot.steps);
+            apply_taper(context.taper, slot.ws);
+            apply_taper(context.taper, slot.wr);
+            copy(slot.ws.view(), slot.bws.view().slice(iz));
+            copy(slot.wr.view(), slot.bwr.view().slice(iz));
+        }
+    }
+
+    /// The field that a unit slowness perturbation at level iz scatters off the background.
+    void scattered(int sign, View<const cf, 1> background, int iz, View<cf, 1> out) const {
+        std::fill_n(out.p, out.n[0], cf{});
+        if (scatters) {
+            owscctr(context.par, context.fft, scattering_series, iw, sign, out, background, vel.slice(iz), slot.series);
+        }
+    }
+
+    void adjoint(View<const float, 3> deltai, Histories& histories) const {
+        const Parms& par = context.par;
+        slot.dws.fill({});
+        slot.dwr.fill({});
+        for (int iz = par.img.z.n - 1; iz >= std::max(par.nzmin, 1) - 1; --iz) {
+            const View<cf, 1> bws = slot.bws.view().slice(iz), bwr = slot.bwr.view().slice(iz);
+            const View<const float, 2> image = deltai.slice(iz);
+            owimage_adjoint(condition, iw, Spread::source, bwr, image, slot.dws, slot.imaging);
+            owimage_adjoint(condition, iw, Spread::receiver, bws, image, slot.dwr, slot.imaging);
+            apply_taper(context.taper, slot.dws);
+            apply_taper(context.taper, slot.dwr);
+            if (steps) apply_step_pair(slot.tables.step(iz), context.fft, -1, slot.dws, slot.dwr, slot.steps);
+            scattered(+1, bws, iz, slot.ddws);
+            correlate(slot.dws.view(), slot.ddws.view(), slot.ggg.view().slice(iz));
+            scattered(-1, bwr, iz, slot.ddwr);
+            correlate(slot.dwr.view(), slot.ddwr.view(), slot.ggg.view().slice(iz));
+            if (histories.source) {
+                copy(slot.dws.view(), histories.zddws.view().slice(iw).slice(iz));
+                copy(slot.ddws.view(), histories.ddwsz.view().slice(iw).slice(iz));
+            }
+            if (histories.receiver) {
+                copy(slot.dwr.view(), histories.zddwr.view().slice(iw).slice(iz));
+                copy(slot.ddwr.view(), histories.ddwrz.view().slice(iw).slice(iz));
+            }
+        }
+    }
+
+    void forward(View<const float, 2> deltas) const {
+        const Parms& par = context.par;
+        slot.dws.fill({});
+        slot.dwr.fill({});
+        for (int iz = std::max(par.nzmin, 1) - 1; iz < std::min(par.nzmax, par.img.z.n); ++iz) {
+            const View<cf, 1> bws = slot.bws.view().slice(iz), bwr = slot.bwr.view().slice(iz);
+            const View<float, 2> image = slot.gg.view().slice(iz);
+            scattered(+1, bws, iz, slot.ddws);
+            scatter(slot.ddws.view(), deltas.slice(iz), slot.dws);
+            scattered(-1, bwr, iz, slot.ddwr);
+            scatter(slot.ddwr.view(), deltas.slice(iz), slot.dwr);
+            if (steps) apply_step_pair(slot.tables.step(iz), context.fft, +1, slot.dws, slot.dwr, slot.steps);
+            apply_taper(context.taper, slot.dws);
+            apply_taper(context.taper, slot.dwr);
+            owimage_forward(condition, iw, slot.dws.view(), bwr, image, slot.imaging);
+            owimage_forward(condition, iw, bws, slot.dwr.view(), image, slot.imaging);
+        }
+    }
+};
+
+}  // namespace
+
+void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
+             View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session) {
+    const Parms& par = context.par;
+    const Medium medium = prepare_medium(par, vel, context.sref, ReferenceRule::follow, nullptr);
+    const ImageCondition condition(par);
+    Histories histories(par, adj ? session : nullptr);
+    std::vector<Slot> slots;
+    slots.reserve(static_cast<std::size_t>(context.nodes));
+    for (int i = 0; i < context.nodes; ++i) slots.emplace_back(par, medium, adj);
+
+#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
+    for (int iw = 0; iw < par.rec.w.n; ++iw) {
+        const int inode = omp_get_thread_num();
+        const Frequency frequency(context, condition, vel, iw, slots[static_cast<std::size_t>(inode)]);
+        frequency.background(recv, source);
+        if (adj) {
+            frequency.adjoint(deltai, histories);
+        } else {
+            frequency.forward(deltas);
+        }
+        report_frequency(par, iw, inode);
+    }
+    std::fflush(stdout);
+
+    if (adj && session != nullptr) histories.write(*session);
+    const int first = std::max(par.nzmin, 1) - 1, end = std::min(par.nzmax, par.img.z.n);
+    for (const Slot& slot : slots) {
+#pragma omp parallel for schedule(static)
+        for (int iz = first; iz < end; ++iz) {
+            if (adj) {
+                add_to(slot.ggg.view().slice(iz).flat(), deltas.slice(iz).flat());
+            } else {
+                add_to(slot.gg.view().slice(iz).flat(), deltai.slice(iz).flat());
+            }
+        }
+    }
+}

@@ -1,0 +1,86 @@
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "src/areal/wemva/ow_wei_areal/frequency_loop.h"
+
+namespace {
+
+/// What one thread owns: its fields, its image and its illumination.
+struct Slot {
+    Array<cf, 1> ws, wr;
+    Array<float, 3> image;  // (nx, nsecdim, nz)
+    Array<float, 2> illum;  // (nx, nz)
+    StepTables tables;
+    StepScratch steps;
+    ImageScratch imaging;
+    Slot(const Parms& par, const Medium& medium)
+        : ws({par.kxm.n}),
+          wr({par.kxm.n}),
+          image({par.kxm.n, par.nsecdim, par.nz}),
+          illum({par.kxm.n, par.img.z.n}),
+          tables(par, medium, StepTables::batch(par)),
+          steps(par.kxm.n),
+          imaging(par.kxm.n) {}
+};
+
+void add_illumination(View<const cf, 1> ws, View<float, 1> illum) {
+    const auto* const z = reinterpret_cast<const float*>(ws.p);
+    for (std::ptrdiff_t i = 0; i < ws.n[0]; ++i) illum.p[i] += z[2 * i] * z[2 * i] + z[2 * i + 1] * z[2 * i + 1];
+}
+
+void migrate_frequency(const WaveContext& context, const ImageCondition& condition, int iw, Slot& slot) {
+    const Parms& par = context.par;
+    const DepthRange depths(par);
+    const bool steps = steps_at(par, iw);
+    const View<cf, 1> ws = slot.ws, wr = slot.wr;
+    const int batch = StepTables::batch(par);
+    int prepared = depths.first - 1;  // the step that arrives at level iz starts at iz - 1
+    for (int iz = depths.first; iz < depths.end; ++iz) {
+        if (steps) {
+            if (iz - 1 == prepared) {
+                const int count = std::min(batch - prepared % batch, depths.end - 1 - prepared);
+                slot.tables.prepare(iw, prepared, count);
+                prepared += count;
+            }
+            apply_step_pair(slot.tables.step(iz - 1), context.fft, +1, ws, wr, slot.steps);
+        }
+        apply_taper(context.taper, ws);
+        apply_taper(context.taper, wr);
+        add_illumination(ws, slot.illum.view().slice(iz));
+        owimage_forward(condition, iw, ws, wr, slot.image.view().slice(iz - (par.nzmin - 1)), slot.imaging);
+    }
+}
+
+}  // namespace
+
+void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
+           View<float, 3> image, View<float, 2> illum) {
+    const Parms& par = context.par;
+    const Medium medium = prepare_medium(par, vel, context.sref, ReferenceRule::follow, nullptr);
+    const ImageCondition condition(par);
+    std::vector<Slot> slots;
+    slots.reserve(static_cast<std::size_t>(context.nodes));
+    for (int i = 0; i < context.nodes; ++i) slots.emplace_back(par, medium);
+
+#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
+    for (int iw = 0; iw < par.rec.w.n; ++iw) {
+        const int inode = omp_get_thread_num();
+        Slot& slot = slots[static_cast<std::size_t>(inode)];
+        load_surface(par, source, iw, context.clear_margins, slot.ws);
+        load_surface(par, recv, iw, context.clear_margins, slot.wr);
+        migrate_frequency(context, condition, iw, slot);
+        report_frequency(par, iw, inode);
+    }
+    std::fflush(stdout);
+
+    for (const Slot& slot : slots) {
+#pragma omp parallel for schedule(static)
+        for (int iz = 0; iz < par.nz; ++iz) {
+            add_to(slot.illum.view().slice(iz).flat(), illum.slice(iz).flat());
+            add_to(slot.image.view().slice(iz).flat(), image.slice(iz).flat());
+        }
+    }
+}
