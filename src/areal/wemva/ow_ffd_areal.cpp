@@ -90,53 +90,54 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
     const std::ptrdiff_t middle = nx / 2;
     const float alph_w = alph / w;
     const float beta_w2 = beta / w / w;
-    Lanes dr, di;  // 1/a - 2 of the sample at hand
+    struct Diagonal {
+        Lanes re, im;  // 1/a - 2
+    };
     const auto diagonal = [&](std::ptrdiff_t i) {
         const Lanes& a = drift[static_cast<std::size_t>(i)];
         const Lanes& b = curve[static_cast<std::size_t>(i)];
         Lanes& qr = gain(i, 0);
         Lanes& qi = gain(i, 1);
+        Diagonal d;
         for (int k = 0; k < lane_count; ++k) {
             const float aa = alph_w * a.v[k];
             const float bb = beta_w2 * b.v[k] + trick;
             const float size = aa * aa + bb * bb;
-            const float inv = 1.0f / (size > 1e-30f ? size : 1e-30f);  // a = 0: the row is the identity, 1/a just large
-            dr.v[k] = (size > 1e-30f ? bb * inv : 1e15f) - 2.0f;
-            di.v[k] = aa * inv;
+            const float inv = 1.0f / std::max(size, 1e-30f);  // a = 0: the row is the identity, 1/a just large
+            d.re.v[k] = (size > 1e-30f ? bb * inv : 1e15f) - 2.0f;
+            d.im.v[k] = aa * inv;
             qr.v[k] = -2.0f * aa * aa * inv;
             qi.v[k] = 2.0f * aa * bb * inv;
         }
+        return d;
     };
-    const auto invert = [&](std::ptrdiff_t i, const Lanes& er, const Lanes& ei) {  // 1 / (1/a - 2 - e)
-        Lanes& gr = pivot(i, 0);
-        Lanes& gi = pivot(i, 1);
+    const auto invert = [](const Diagonal& d, Lanes& er, Lanes& ei) {  // e = 1 / (1/a - 2 - e)
         for (int k = 0; k < lane_count; ++k) {
-            const float re = dr.v[k] - er.v[k];
-            const float im = di.v[k] - ei.v[k];
+            const float re = d.re.v[k] - er.v[k];
+            const float im = d.im.v[k] - ei.v[k];
             const float inv = 1.0f / (re * re + im * im);
-            gr.v[k] = re * inv;
-            gi.v[k] = -im * inv;
+            er.v[k] = re * inv;
+            ei.v[k] = -im * inv;
         }
     };
-    const Lanes none{};
-    for (std::ptrdiff_t i = 0; i < middle; ++i) {
-        diagonal(i);
-        invert(i, i > 0 ? pivot(i - 1, 0) : none, i > 0 ? pivot(i - 1, 1) : none);
-    }
-    for (std::ptrdiff_t i = nx - 1; i > middle; --i) {
-        diagonal(i);
-        invert(i, i < nx - 1 ? pivot(i + 1, 0) : none, i < nx - 1 ? pivot(i + 1, 1) : none);
-    }
-    Lanes er = none, ei = none;
-    for (const std::ptrdiff_t i : {middle - 1, middle + 1}) {
-        if (i < 0 || i >= nx) continue;
-        for (int k = 0; k < lane_count; ++k) {
-            er.v[k] += pivot(i, 0).v[k];
-            ei.v[k] += pivot(i, 1).v[k];
+    Lanes lr{}, li{}, rr{}, ri{};  // the last pivots from the left and from the right
+    for (std::ptrdiff_t l = 0, r = nx - 1; l < middle; ++l, --r) {  // two recursions that do not wait for each other
+        invert(diagonal(l), lr, li);
+        pivot(l, 0) = lr;
+        pivot(l, 1) = li;
+        if (r > middle) {
+            invert(diagonal(r), rr, ri);
+            pivot(r, 0) = rr;
+            pivot(r, 1) = ri;
         }
     }
-    diagonal(middle);
-    invert(middle, er, ei);
+    for (int k = 0; k < lane_count; ++k) {
+        lr.v[k] += rr.v[k];
+        li.v[k] += ri.v[k];
+    }
+    invert(diagonal(middle), lr, li);
+    pivot(middle, 0) = lr;
+    pivot(middle, 1) = li;
 }
 
 // Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
