@@ -13,35 +13,6 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-/// out = in * table, the table as it is or its conjugate.
-void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
-    const std::ptrdiff_t n = in.n[0];
-    const auto* const x = reinterpret_cast<const float*>(in.p);
-    const auto* const t = reinterpret_cast<const float*>(table.p);
-    auto* const y = reinterpret_cast<float*>(out);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        const float xr = x[2 * i], xi = x[2 * i + 1];
-        y[2 * i] = xr * tr - xi * ti;
-        y[2 * i + 1] = xr * ti + xi * tr;
-    }
-}
-
-void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
-    const std::ptrdiff_t n = in.n[0];
-    const auto* const x = reinterpret_cast<const float*>(in.p);
-    const auto* const t = reinterpret_cast<const float*>(table.p);
-    auto* const y = reinterpret_cast<float*>(out);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        const float xr = x[2 * i], xi = x[2 * i + 1];
-        y[2 * i] += xr * tr - xi * ti;
-        y[2 * i + 1] += xr * ti + xi * tr;
-    }
-}
-
 /// rhs = q T f; for a conjugate step of the conjugate field, so that both fields of a pair share their factors.
 void drive(View<const cf, 1> q, View<const cf, 1> field, bool conjugate, cf* rhs) {
     const std::ptrdiff_t n = field.n[0];
@@ -106,10 +77,37 @@ void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> f
 
 }  // namespace
 
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, ReferenceRule rule,
-                      const Medium* frozen) {
+void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
+    const std::ptrdiff_t n = in.n[0];
+    const auto* const x = reinterpret_cast<const float*>(in.p);
+    const auto* const t = reinterpret_cast<const float*>(table.p);
+    auto* const y = reinterpret_cast<float*>(out);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float xr = x[2 * i], xi = x[2 * i + 1];
+        y[2 * i] = xr * tr - xi * ti;
+        y[2 * i + 1] = xr * ti + xi * tr;
+    }
+}
+
+void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
+    const std::ptrdiff_t n = in.n[0];
+    const auto* const x = reinterpret_cast<const float*>(in.p);
+    const auto* const t = reinterpret_cast<const float*>(table.p);
+    auto* const y = reinterpret_cast<float*>(out);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float xr = x[2 * i], xi = x[2 * i + 1];
+        y[2 * i] += xr * tr - xi * ti;
+        y[2 * i + 1] += xr * ti + xi * tr;
+    }
+}
+
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                      const ReferenceTable* given) {
     const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1];
-    const bool given = rule == ReferenceRule::given;
     Medium medium;
     medium.levels.resize(at(nz));
     if (par.ffd()) {
@@ -117,7 +115,7 @@ Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const flo
         medium.drift = Array<Lanes, 2>({nx, blocks});
         medium.curve = Array<Lanes, 2>({nx, blocks});
         for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
-            const float vref = given ? frozen->levels[at(iz)].vref[0] : 0.0f;
+            const float* const vref = given ? &(*given)[at(iz)][0] : nullptr;
             ffd_level(par, vel.slice(iz).flat(), vref, medium.levels[at(iz)],
                       medium.drift.view().slice(iz / lane_count).flat(),
                       medium.curve.view().slice(iz / lane_count).flat(), static_cast<int>(iz % lane_count));
@@ -126,13 +124,19 @@ Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const flo
         for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
             const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
             if (given) {
-                pspi_level_given(vel.slice(iz).flat(), table, frozen->levels[at(iz)].vref, medium.levels[at(iz)]);
+                pspi_level_given(vel.slice(iz).flat(), table, (*given)[at(iz)], medium.levels[at(iz)]);
             } else {
                 pspi_level(par, vel.slice(iz).flat(), table, medium.levels[at(iz)]);
             }
         }
     }
     return medium;
+}
+
+ReferenceTable references_of(const Medium& medium) {
+    ReferenceTable table;
+    for (const MediumLevel& level : medium.levels) table.push_back(level.vref);
+    return table;
 }
 
 StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels)
@@ -142,6 +146,10 @@ StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels)
     const Extents<3> shape{nx, nrefs_, most_levels};
     phase_ = Array<cf, 3>(shape);
     space_ = Array<cf, 3>(shape);
+    if (std::any_of(medium.levels.begin(), medium.levels.end(),
+                    [](const MediumLevel& l) { return l.dweight.n()[0] > 0; })) {
+        slope_ = Array<cf, 3>(shape);
+    }
     work_ = Array<float, 2>({nx, 2});
     if (medium.drift.n()[1] > 0 && nx > 1) {
         const FfdStages stages = ifd_coeffts(par.dipop);
@@ -161,9 +169,13 @@ void StepTables::prepare(int iw, int first, int count) {
         DepthStep& step = steps_[at(j)];
         step.level = &medium_.levels[at(first + j)];
         const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
-        View<cf, 2> phase = phase_.view().slice(j), space = space_.view().slice(j);
+        View<cf, 2> phase = phase_.view().slice(j), space = space_.view().slice(j), slope;
         phase.n[1] = space.n[1] = nref;
-        prepare_phases(w, step, phase, space);
+        if (step.level->dweight.n()[0] > 0) {
+            slope = slope_.view().slice(j);
+            slope.n[1] = nref;
+        }
+        prepare_phases(w, step, phase, space, slope);
     }
     if (nstage_ == 0) return;
     for (int level = first; level < first + count;) {
@@ -174,7 +186,7 @@ void StepTables::prepare(int iw, int first, int count) {
     }
 }
 
-void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space) {
+void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space, View<cf, 2> slope) {
     const MediumLevel& level = *step.level;
     const std::ptrdiff_t nx = par_.kxm.n;
     const float dz = par_.v.z.d;
@@ -201,9 +213,17 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
             for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = weight[i] * unscale;
         }
         cis_table(angle, scale, space.slice(k).p, nx);
+        if (slope.p) {
+            const float* const dweight = level.dweight.view().slice(k).p;
+            for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = dweight[i] * unscale;
+            cis_table(angle, scale, slope.slice(k).p, nx);
+        }
     }
     step.phase = phase;
     step.space = space;
+    step.slope = slope;
+    step.dz_w = dz_w;
+    step.trick = par_.trick;
 }
 
 void StepTables::prepare_stages(float w, int block, int first, int count) {
@@ -230,7 +250,8 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
                 g.p[4 * t + 3] = r < nx ? pivot.p[nx + r].v[lane] : 0.0f;
             }
             step.nstage = nstage_;
-            step.stage[at(istage)] = {q, g, cf(pivot.p[half].v[lane], pivot.p[nx + half].v[lane])};
+            step.stage[at(istage)] = {q, g, cf(pivot.p[half].v[lane], pivot.p[nx + half].v[lane]),
+                                      alph_[at(istage)] / w, beta_[at(istage)] / w / w};
         }
     }
 }
@@ -249,17 +270,18 @@ void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf,
     }
 }
 
+void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch) {
+    const View<cf, 2> rhs = scratch.correction;
+    drive(stage.drive, field, sign < 0, rhs.slice(0).p);
+    drive(stage.drive, other, sign > 0, rhs.slice(1).p);
+    ffd_solve(stage, rhs, scratch.chain);
+    add_correction(field, rhs.slice(0).p, sign < 0);
+    add_correction(other, rhs.slice(1).p, sign > 0);
+}
+
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
                      StepScratch& scratch) {
     shift(step, fft, sign, field, scratch);
     shift(step, fft, -sign, other, scratch);
-    const View<cf, 2> rhs = scratch.correction;
-    for (int i = 0; i < step.nstage; ++i) {
-        const DepthStep::Stage& stage = step.stage[at(i)];
-        drive(stage.drive, field, sign < 0, rhs.slice(0).p);
-        drive(stage.drive, other, sign > 0, rhs.slice(1).p);
-        ffd_solve(stage, rhs, scratch.chain);
-        add_correction(field, rhs.slice(0).p, sign < 0);
-        add_correction(other, rhs.slice(1).p, sign > 0);
-    }
+    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, other, scratch);
 }

@@ -27,6 +27,7 @@ struct MediumLevel {
     Array<float, 2> sdiff;       ///< (nx, nref) slowness less the reference slowness
     Array<float, 2> weight;      ///< (nx, nref) share of each reference's field in a sample; empty with one reference
     Array<float, 2> dweight;     ///< (nx, nref) its derivative with respect to slowness; empty where all are zero
+    Array<float, 2> fd;          ///< (nx, 4) with given references: drift, curve (below) and their derivatives
     std::vector<int> untouched;  ///< samples that keep the spectrum coefficient of their index (a tie of region bounds)
 };
 
@@ -37,18 +38,19 @@ struct Medium {
     Array<Lanes, 2> curve;  ///< (nx, blocks) v^2 ((c/v)^2 + c/v + 1) / dx^2
 };
 
-/// How reference velocities follow the model.
-enum class ReferenceRule {
-    follow,  ///< chosen anew for the model at hand
-    given,   ///< those of `frozen`, level by level; a tie of region bounds goes to the slower side
-};
+/// Reference velocities of every level of a shot's window, kept while the model changes.
+using ReferenceTable = std::vector<std::vector<float>>;
 
 /// Prepare the model of one shot.
-/// @param vel     (kxm.n, levels) slowness (s/length), each > 0
-/// @param sref    (nref, 2, levels) region table, or empty
-/// @param frozen  with ReferenceRule::given: a medium whose reference velocities are to be used
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, ReferenceRule rule,
-                      const Medium* frozen);
+/// @param vel    (kxm.n, levels) slowness (s/length), each > 0
+/// @param sref   (nref, 2, levels) region table, or empty
+/// @param given  reference velocities to use instead of the model's own (a tie of region bounds then goes to the slower
+///               region, and the samples' derivatives are prepared), or null
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                      const ReferenceTable* given);
+
+/// The reference velocities that a medium uses.
+ReferenceTable references_of(const Medium& medium);
 
 /// Factors of one step at one frequency. Views into StepTables.
 struct DepthStep {
@@ -56,10 +58,15 @@ struct DepthStep {
         View<const cf, 1> drive;     ///< (nx) 2i Im(-a)/a: right side of the correction
         View<const float, 2> pivot;  ///< (4, nx/2) inverse pivots from the left (re, im) and from the right
         cf middle{};                 ///< inverse pivot where the two eliminations meet
+        float alph_w = 0.0f;         ///< alph / w
+        float beta_w2 = 0.0f;        ///< beta / w^2
     };
     const MediumLevel* level = nullptr;
     View<const cf, 2> phase;  ///< (nx, nref)
     View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
+    View<const cf, 2> slope;  ///< (nx, nref) the same with the weights' derivatives; empty where they are zero
+    float trick = 0.0f;       ///< the term added to the finite-difference operator
+    float dz_w = 0.0f;        ///< dz w: the thin-lens term's derivative is i sign dz_w
     std::array<Stage, 5> stage;
     int nstage = 0;
 };
@@ -77,7 +84,7 @@ public:
     static int batch(const Parms& par) { return par.ffd() ? lane_count : 1; }
 
 private:
-    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space);
+    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space, View<cf, 2> slope);
     void prepare_stages(float w, int block, int first, int count);
 
     const Parms& par_;
@@ -87,12 +94,16 @@ private:
     int nstage_ = 0;
     std::array<float, 5> alph_{}, beta_{};
     std::vector<DepthStep> steps_;
-    Array<cf, 3> phase_, space_;  // (nx, nref, levels)
-    Array<cf, 3> drive_;          // (nx, stage, levels)
-    Array<float, 4> pivot_;       // (4, nx/2, stage, levels)
-    Array<float, 2> work_;        // (nx, 2)
+    Array<cf, 3> phase_, space_, slope_;  // (nx, nref, levels)
+    Array<cf, 3> drive_;                  // (nx, stage, levels)
+    Array<float, 4> pivot_;               // (4, nx/2, stage, levels)
+    Array<float, 2> work_;                // (nx, 2)
     std::vector<Lanes> lane_work_;
 };
+
+/// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.
+void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
+void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
 
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
@@ -101,6 +112,9 @@ struct StepScratch {
     std::vector<Lanes> chain;      // nx/2 + 1
     explicit StepScratch(int nx);
 };
+
+/// One finite-difference stage of two fields, the first with sign, the second with -sign.
+void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch);
 
 /// Carry a field through one step. sign +1: the factors as they are (source side); -1: their conjugates (receiver
 /// side).

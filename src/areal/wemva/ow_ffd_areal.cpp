@@ -63,24 +63,31 @@ FfdStages ifd_coeffts(int dipop) {
     }
 }
 
-void ffd_level(const Parms& par, std::span<const float> vel, float vref, MediumLevel& level, std::span<Lanes> drift,
-               std::span<Lanes> curve, int lane) {
+void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, MediumLevel& level,
+               std::span<Lanes> drift, std::span<Lanes> curve, int lane) {
     const auto nx = static_cast<std::ptrdiff_t>(vel.size());
-    if (!(vref > 0.0f)) {
-        vref = 1.0f / vel[0];
-        for (const float s : vel) vref = std::min(vref, 1.0f / s);
+    float c = vref ? *vref : 1.0f / vel[0];
+    for (const float s : vel) {
+        if (!vref) c = std::min(c, 1.0f / s);
     }
-    level.vref = {vref};
+    level.vref = {c};
     level.sdiff = Array<float, 2>({nx, 1});
+    level.fd = Array<float, 2>({vref ? nx : 0, 4});
     const float dx2 = par.img.xm.d * par.img.xm.d;
     const float half_dz = par.img.z.d * 0.5f;
-    const float sref = 1.0f / vref;
+    const float sref = 1.0f / c;
     for (std::size_t i = 0; i < vel.size(); ++i) {
         const float v = 1.0f / vel[i];
-        const float rov = vref / v;
-        level.sdiff(static_cast<std::ptrdiff_t>(i), 0) = vel[i] - sref;
+        const float rov = c / v;
         drift[i].v[lane] = half_dz * v / dx2 * (1.0f - rov);
         curve[i].v[lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
+        const auto ix = static_cast<std::ptrdiff_t>(i);
+        level.sdiff(ix, 0) = vel[i] - sref;
+        if (!vref) continue;
+        level.fd(ix, 0) = drift[i].v[lane];
+        level.fd(ix, 1) = curve[i].v[lane];
+        level.fd(ix, 2) = -half_dz * v * v / dx2;
+        level.fd(ix, 3) = -(c + 2.0f * v) * v * v / dx2;
     }
 }
 
@@ -120,7 +127,7 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
             ei.v[k] = -im * inv;
         }
     };
-    Lanes lr{}, li{}, rr{}, ri{};  // the last pivots from the left and from the right
+    Lanes lr{}, li{}, rr{}, ri{};                                   // the last pivots from the left and from the right
     for (std::ptrdiff_t l = 0, r = nx - 1; l < middle; ++l, --r) {  // two recursions that do not wait for each other
         invert(diagonal(l), lr, li);
         pivot(l, 0) = lr;
@@ -189,7 +196,7 @@ void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1
     View<const float, 2> level{vel.p, {vel.n[0], 1}};
     Parms form = par;  // whatever extrapolator the run names
     form.extrap = "ffd";
-    const Medium medium = prepare_medium(form, level, {}, ReferenceRule::follow, nullptr);
+    const Medium medium = prepare_medium(form, level, {}, nullptr);
     StepTables tables(par, medium, 1);
     tables.prepare(iw, 0, 1);
     StepScratch scratch(par.kxm.n);

@@ -21,19 +21,19 @@ FfdStages ifd_coeffts(int dipop);
 /// The dip limits that ifd_coeffts knows, as a text for messages.
 inline constexpr const char* dipop_values = "15, 45, 65, 79, 80, 87, 89 or 90";
 
-/// Model terms of a level: reference velocity (the smallest, or `vref` if positive), slowness differences, and lane
-/// `lane` of the drift and curve terms of depth_step.h.
-/// @param vel (nx) slowness
-void ffd_level(const Parms& par, std::span<const float> vel, float vref, MediumLevel& level, std::span<Lanes> drift,
-               std::span<Lanes> curve, int lane);
+/// Model terms of a level: reference velocity, slowness differences, and lane `lane` of the drift and curve terms of
+/// depth_step.h.
+/// @param vel  (nx) slowness
+/// @param vref the reference velocity, whose level then also gets the derivatives; null: the smallest of the level
+void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, MediumLevel& level,
+               std::span<Lanes> drift, std::span<Lanes> curve, int lane);
 
 /// Factors of one stage for the lanes of a block of levels.
 /// @param w            angular frequency, not zero
 /// @param drift, curve (nx) as ffd_level left them
 /// @param gain         (nx, 2) out: q, real and imaginary
 /// @param pivot        (nx, 2) out: inverse pivots, real and imaginary: eliminated from the left below nx/2, from the
-/// right
-///                     above, and both ways at nx/2
+///                     right above, and both ways at nx/2
 void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
                  std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot);
 

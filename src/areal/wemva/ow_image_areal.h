@@ -37,7 +37,12 @@ void owimage_forward(const ImageCondition& condition, int iw, View<const cf, 1> 
                      View<float, 2> image, ImageScratch& scratch);
 
 /// Adjoint: out += the image spread onto one field, given the other. Without phase, whatever `rotated` says. For time
-/// shifts both sides carry exp(-2i w t), so that only the source side is the transpose of the forward image.
+/// shifts both sides carry exp(-2i w t), so that only the receiver side is the transpose of the forward image.
 /// @param known (nx) the other field: the receiver field to spread onto the source side, and the other way round
 void owimage_adjoint(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
                      View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch);
+
+/// The transpose of the derivative of owimage_forward with respect to one field: out += ..., arguments as above. For
+/// "imgprim" only.
+void owimage_transpose(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
+                       View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch);

@@ -39,8 +39,7 @@ int region(View<const float, 2> vref1, int nregion, float v) {
     return -1;
 }
 
-void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool regions, bool keep_ties,
-                MediumLevel& level) {
+void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool regions, bool given, MediumLevel& level) {
     const auto nx = static_cast<std::ptrdiff_t>(vel.size());
     const auto nref = static_cast<std::ptrdiff_t>(level.vref.size());
     level.sdiff = Array<float, 2>({nx, nref});
@@ -53,12 +52,12 @@ void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool reg
     level.weight = Array<float, 2>();
     if (nref == 1) return;
     level.weight = Array<float, 2>({nx, nref});
-    if (!regions) level.dweight = Array<float, 2>({nx, nref});
+    if (!regions && given) level.dweight = Array<float, 2>({nx, nref});
     for (std::ptrdiff_t i = 0; i < nx; ++i) {
         const float v = 1.0f / vel[static_cast<std::size_t>(i)];
         if (regions) {
             int at = region(vref1, static_cast<int>(nref), v);
-            if (at < 0 && !keep_ties) at = 1;
+            if (at < 0 && given) at = 1;
             if (at < 0) {
                 level.untouched.push_back(static_cast<int>(i));
             } else {
@@ -69,6 +68,7 @@ void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool reg
             level.weight(i, mix.iref) = 1.0f - mix.share;
             if (mix.iref + 1 < nref && mix.slope != 0.0f) {
                 level.weight(i, mix.iref + 1) = mix.share;
+                if (!given) continue;
                 level.dweight(i, mix.iref) = -mix.slope;
                 level.dweight(i, mix.iref + 1) = mix.slope;
             }
@@ -95,13 +95,13 @@ void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 
             level.vref = std::move(refs.vref);
         }
     }
-    fill_level(vel, vref1, regions, true, level);
+    fill_level(vel, vref1, regions, false, level);
 }
 
 void pspi_level_given(std::span<const float> vel, View<const float, 2> vref1, const std::vector<float>& vref,
                       MediumLevel& level) {
     level.vref = vref;
-    fill_level(vel, vref1, vref1.p != nullptr, false, level);
+    fill_level(vel, vref1, vref1.p != nullptr, true, level);
 }
 
 void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel,

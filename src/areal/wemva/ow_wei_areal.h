@@ -4,6 +4,7 @@
 
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/depth_step.h"
 #include "src/areal/wemva/ow_fftw_areal.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 
@@ -17,12 +18,12 @@ int owwemva_init(const Parms& par, int ishot);
 /// What the wavefield routines share besides the run parameters.
 struct WaveContext {
     const Parms& par;
-    const LateralFft& fft;       ///< of par.kxm.n samples
-    int nodes;                   ///< threads of the frequency loops
-    View<const float, 1> taper;  ///< (kxm.n) lateral taper
-    View<const float, 3> sref;   ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
-    bool clear_margins =
-        false;  ///< clear the columns' margins for each frequency; otherwise a thread carries them over
+    const LateralFft& fft;                       ///< of par.kxm.n samples
+    int nodes;                                   ///< threads of the frequency loops
+    View<const float, 1> taper;                  ///< (kxm.n) lateral taper
+    View<const float, 3> sref;                   ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
+    const ReferenceTable* references = nullptr;  ///< reference velocities that stay while the model changes, or null
+    bool clear_margins = false;  ///< start each frequency from clear columns; otherwise a thread carries margins over
 };
 
 /// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.
@@ -43,6 +44,17 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
 /// @param session where the wavefield histories "ddws", "ddwr", "ddwsz", "ddwrz" go, if asked for; null: none
 void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
              View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session);
+
+/// Exact derivative of the image that owwei forms, with respect to slowness: deltai += J deltas. For "imgprim"; needs
+/// context.references and context.clear_margins, without which the image is not a function of the slowness alone.
+/// Piecewise choices (regions, integer parts of the references) count as fixed.
+void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                      View<const float, 2> vel, View<const float, 2> deltas, View<float, 3> deltai);
+
+/// Its exact transpose: deltas += J' deltai, the discrete adjoint of owwei's recursion. If deltai is the derivative of
+/// a function of the image, deltas is the function's gradient. Shapes as owwemva.
+void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                    View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai);
 
 /// Weight image gathers by offset, in place: |h / max(h)| ** expdso (max signed), then zero the samples at and above a
 /// horizon. Diagonal, so `adj` changes nothing.

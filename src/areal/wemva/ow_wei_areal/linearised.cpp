@@ -184,7 +184,7 @@ struct Frequency {
 void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
              View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session) {
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, ReferenceRule::follow, nullptr);
+    const Medium medium = prepare_medium(par, vel, context.sref, context.references);
     const ImageCondition condition(par);
     Histories histories(par, adj ? session : nullptr);
     std::vector<Slot> slots;

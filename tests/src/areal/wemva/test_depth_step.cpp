@@ -246,7 +246,7 @@ TEST(StepTables, LevelsPreparedTogetherEqualLevelsPreparedAlone) {
     for (const char* extrap : {"ffd", "pspi"}) {
         const Parms par = WaveCase{.nx = 21, .nz = 19, .extrap = extrap, .nref = 3, .dipop = 80}.parms();
         const Array<float, 2> s = slowness(21, 19, 0.25f);
-        const Medium medium = prepare_medium(par, s, {}, ReferenceRule::follow, nullptr);
+        const Medium medium = prepare_medium(par, s, {}, nullptr);
         const LateralFft fft(21, FFTW_ESTIMATE);
         StepTables tables(par, medium, 19);
         StepScratch scratch(21);

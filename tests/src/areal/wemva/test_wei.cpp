@@ -2,55 +2,11 @@
 
 #include <algorithm>
 
-#include "src/areal/wemva/ow_taper_areal.h"
-#include "src/areal/wemva/ow_wei_areal.h"
 #include "tests/dot_test.h"
 #include "tests/src/areal/wemva/direct_step.h"
-#include "tests/src/areal/wemva/wave_case.h"
+#include "tests/src/areal/wemva/shot.h"
 
 namespace {
-
-/// A survey of one shot with random surface fields.
-struct Shot {
-    Parms par;
-    LateralFft fft;
-    std::vector<float> taper;
-    Array<float, 2> vel;
-    Array<cf, 2> recv, source;
-
-    Shot(const WaveCase& wave, float variation, float trend = 0.02f)
-        : par(wave.parms()),
-          fft(par.kxm.n, FFTW_ESTIMATE),
-          taper(static_cast<std::size_t>(par.kxm.n)),
-          vel(slowness(par.kxm.n, par.nz, variation, trend)),
-          recv({par.rec.h.n, par.rec.w.n}),
-          source({par.rec.h.n, par.rec.w.n}) {
-        owtaper(par.tapertr, taper);
-        randomize(recv.flat(), 31);
-        randomize(source.flat(), 32);
-    }
-    WaveContext context(int nodes = 1) const {
-        return {par, fft, nodes, View<const float, 1>{taper.data(), {par.kxm.n}}, {}};
-    }
-    Array<float, 3> image(int nodes = 1) const {
-        Array<float, 3> out({par.kxm.n, par.nsecdim, par.nz});
-        Array<float, 2> illum({par.kxm.n, par.nz});
-        owwei(context(nodes), recv.view(), source.view(), vel.view(), out, illum);
-        return out;
-    }
-    Array<float, 3> linearised(const Array<float, 2>& deltas, int nodes = 1) const {
-        Array<float, 3> out({par.kxm.n, par.nsecdim, par.nz});
-        Array<float, 2> in = deltas;
-        owwemva(context(nodes), false, recv.view(), source.view(), vel.view(), in, out, nullptr);
-        return out;
-    }
-    Array<float, 2> adjoint(const Array<float, 3>& deltai, int nodes = 1) const {
-        Array<float, 2> out({par.kxm.n, par.nz});
-        Array<float, 3> in = deltai;
-        owwemva(context(nodes), true, recv.view(), source.view(), vel.view(), out, in, nullptr);
-        return out;
-    }
-};
 
 /// The image by direct double-precision steps, frequency after frequency on one thread.
 Array<float, 3> direct_migration(const Shot& shot) {
