@@ -13,7 +13,8 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-/// rhs = q T f; for a conjugate step of the conjugate field, so that both fields of a pair share their factors.
+/// rhs = q T f in every other complex number; for a conjugate step of the conjugate field, so that both fields of a pair
+/// share their factors.
 void drive(View<const cf, 1> q, View<const cf, 1> field, bool conjugate, cf* rhs) {
     const std::ptrdiff_t n = field.n[0];
     const auto* const f = reinterpret_cast<const float*>(field.p);
@@ -23,26 +24,24 @@ void drive(View<const cf, 1> q, View<const cf, 1> field, bool conjugate, cf* rhs
     const auto sample = [&](std::ptrdiff_t i, float br, float bi, float ar, float ai) {
         const float tr = br - 2.0f * f[2 * i] + ar;
         const float ti = turn * (bi - 2.0f * f[2 * i + 1] + ai);
-        r[2 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
-        r[2 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
+        r[4 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
+        r[4 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
     };
     sample(0, 0.0f, 0.0f, f[2], f[3]);
     for (std::ptrdiff_t i = 1; i < n - 1; ++i) {
-        const float tr = f[2 * i - 2] - 2.0f * f[2 * i] + f[2 * i + 2];
-        const float ti = turn * (f[2 * i - 1] - 2.0f * f[2 * i + 1] + f[2 * i + 3]);
-        r[2 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
-        r[2 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
+        sample(i, f[2 * i - 2], f[2 * i - 1], f[2 * i + 2], f[2 * i + 3]);
     }
     sample(n - 1, f[2 * n - 4], f[2 * n - 3], 0.0f, 0.0f);
 }
 
+/// field += every other complex number of the correction, conjugated back
 void add_correction(View<cf, 1> field, const cf* correction, bool conjugate) {
     auto* const f = reinterpret_cast<float*>(field.p);
     const auto* const e = reinterpret_cast<const float*>(correction);
     const float turn = conjugate ? -1.0f : 1.0f;
     for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) {
-        f[2 * i] += e[2 * i];
-        f[2 * i + 1] += turn * e[2 * i + 1];
+        f[2 * i] += e[4 * i];
+        f[2 * i + 1] += turn * e[4 * i + 1];
     }
 }
 
@@ -256,27 +255,27 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
     }
 }
 
-StepScratch::StepScratch(int nx) : spectrum({nx}), field({nx}), correction({nx, 2}), chain(at(nx / 2 + 1)) {}
+StepScratch::StepScratch(int nx) : spectrum({nx}), field({nx}), correction({2, nx + 1}), chain(at(nx / 2 + 1)) {}
 
 void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch) {
     shift(step, fft, sign, field, scratch);
-    const View<cf, 2> rhs = scratch.correction;
-    if (step.nstage > 0) std::fill_n(rhs.slice(1).p, rhs.n[0], cf{});
     for (int i = 0; i < step.nstage; ++i) {
         const DepthStep::Stage& stage = step.stage[at(i)];
-        drive(stage.drive, field, sign < 0, rhs.p);
-        ffd_solve(stage, rhs, scratch.chain);
-        add_correction(field, rhs.p, sign < 0);
+        scratch.correction.fill({});
+        cf* const rhs = scratch.correction.view().p;
+        drive(stage.drive, field, sign < 0, rhs);
+        ffd_solve(stage, scratch.correction, scratch.chain);
+        add_correction(field, rhs, sign < 0);
     }
 }
 
 void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch) {
-    const View<cf, 2> rhs = scratch.correction;
-    drive(stage.drive, field, sign < 0, rhs.slice(0).p);
-    drive(stage.drive, other, sign > 0, rhs.slice(1).p);
-    ffd_solve(stage, rhs, scratch.chain);
-    add_correction(field, rhs.slice(0).p, sign < 0);
-    add_correction(other, rhs.slice(1).p, sign > 0);
+    cf* const rhs = scratch.correction.view().p;
+    drive(stage.drive, field, sign < 0, rhs);
+    drive(stage.drive, other, sign > 0, rhs + 1);
+    ffd_solve(stage, scratch.correction, scratch.chain);
+    add_correction(field, rhs, sign < 0);
+    add_correction(other, rhs + 1, sign > 0);
 }
 
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,

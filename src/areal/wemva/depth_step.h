@@ -108,7 +108,7 @@ void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate,
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
     Array<cf, 1> spectrum, field;  // (nx)
-    Array<cf, 2> correction;       // (nx, 2)
+    Array<cf, 2> correction;       // (2, nx + 1), the last column zero
     std::vector<Lanes> chain;      // nx/2 + 1
     explicit StepScratch(int nx);
 };

@@ -8,27 +8,37 @@ namespace {
 
 // Four complex numbers side by side: both fields on the way from the left and from the right.
 typedef float Quad __attribute__((vector_size(32)));
-typedef double Pairs __attribute__((vector_size(32)));  // moves a complex number as one element
+typedef float Half __attribute__((vector_size(16)));
 
-double bits(const cf& z) {
-    double d;
-    std::memcpy(&d, &z, sizeof d);
-    return d;
+Quad join(const cf* left, const cf* right) {
+    Half l, r;
+    std::memcpy(&l, left, sizeof l);
+    std::memcpy(&r, right, sizeof r);
+    return __builtin_shufflevector(l, r, 0, 1, 2, 3, 4, 5, 6, 7);
 }
 
-Quad swap_parts(Quad x) {
-    return __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6);
+void part(Quad x, cf* left, cf* right) {
+    const Half l = __builtin_shufflevector(x, x, 0, 1, 2, 3), r = __builtin_shufflevector(x, x, 4, 5, 6, 7);
+    std::memcpy(static_cast<void*>(left), &l, sizeof l);
+    std::memcpy(static_cast<void*>(right), &r, sizeof r);
 }
 
-Quad times(Quad x, Quad re, Quad im) {  // im holds -im, +im in turn
-    return x * re + swap_parts(x) * im;
-}
-
+/// A complex factor for the left pair and one for the right, ready to multiply.
 struct Factor {
-    Quad re, im;
-    Factor(float lr, float li, float rr, float ri)
-        : re{lr, lr, lr, lr, rr, rr, rr, rr}, im{-li, li, -li, li, -ri, ri, -ri, ri} {}
+    Quad re, im;  // im with a minus sign before every other
+    explicit Factor(const float* g) {
+        Half h;
+        std::memcpy(&h, g, sizeof h);
+        constexpr Quad sign{-1, 1, -1, 1, -1, 1, -1, 1};
+        re = __builtin_shufflevector(h, h, 0, 0, 0, 0, 2, 2, 2, 2);
+        im = __builtin_shufflevector(h, h, 1, 1, 1, 1, 3, 3, 3, 3) * sign;
+    }
+    Factor(const Factor& a, const Factor& b) : re(a.re * b.re - a.im * b.im), im(a.re * b.im + a.im * b.re) {}
 };
+
+Quad times(Quad x, const Factor& f) {
+    return x * f.re + __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6) * f.im;
+}
 
 cf number(Quad x, int k) {
     return {x[2 * k], x[2 * k + 1]};
@@ -147,48 +157,56 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
     pivot(middle, 1) = li;
 }
 
-// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
-// both fields are four independent chains, one SIMD register. With an even nx the right half is one shorter and its
-// chain starts with an empty step.
+// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of both
+// fields are four independent chains, one SIMD register. With an even nx the right half is one shorter; its chain starts
+// with an empty step in the column beyond the line. Two steps at a time, so that only every other value waits for the one
+// before: y_2 = (g_2 r_2 - g_2 g_1 r_1) + g_2 g_1 y_0.
 void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain) {
-    const std::ptrdiff_t nx = rhs.n[0];
+    const std::ptrdiff_t nx = rhs.n[1] - 1;
     const std::ptrdiff_t half = nx / 2;
     const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;  // right-hand partner of sample 0
-    cf* const a = rhs.p;
-    cf* const b = rhs.p + nx;
-    const cf zero{};
-    Quad y{};
-    for (std::ptrdiff_t t = 0; t < half; ++t) {
-        const std::ptrdiff_t r = last - t;
-        const bool pair = r < nx;
-        const Pairs in{bits(a[t]), bits(b[t]), bits(pair ? a[r] : zero), bits(pair ? b[r] : zero)};
-        const float* const g = stage.pivot.p + 4 * t;
-        const Factor factor(g[0], g[1], g[2], g[3]);
-        Quad d;
-        std::memcpy(&d, &in, sizeof d);
-        y = times(d - y, factor.re, factor.im);
-        std::memcpy(chain[static_cast<std::size_t>(t)].v, &y, sizeof y);
-    }
-    const cf ea = stage.middle * (a[half] - number(y, 0) - number(y, 2));
-    const cf eb = stage.middle * (b[half] - number(y, 1) - number(y, 3));
-    a[half] = ea;
-    b[half] = eb;
-    const Pairs start{bits(ea), bits(eb), bits(ea), bits(eb)};
-    Quad e;
-    std::memcpy(&e, &start, sizeof e);
-    for (std::ptrdiff_t t = half; t-- > 0;) {
-        const float* const g = stage.pivot.p + 4 * t;
-        const Factor factor(g[0], g[1], g[2], g[3]);
+    cf* const z = rhs.p;
+    const float* const pivot = stage.pivot.p;
+    const auto load = [&](std::ptrdiff_t t) { return join(z + 2 * t, z + 2 * (last - t)); };
+    const auto keep = [&](std::ptrdiff_t t, Quad y) { std::memcpy(chain[static_cast<std::size_t>(t)].v, &y, sizeof y); };
+    const auto kept = [&](std::ptrdiff_t t) {
+        Quad y;
         std::memcpy(&y, chain[static_cast<std::size_t>(t)].v, sizeof y);
-        e = y - times(e, factor.re, factor.im);
-        a[t] = number(e, 0);
-        b[t] = number(e, 1);
-        const std::ptrdiff_t r = last - t;
-        if (r < nx) {
-            a[r] = number(e, 2);
-            b[r] = number(e, 3);
-        }
+        return y;
+    };
+    Quad y{};
+    std::ptrdiff_t t = 0;
+    if (half % 2) {
+        y = times(load(0), Factor(pivot));
+        keep(0, y);
+        t = 1;
     }
+    for (; t < half; t += 2) {
+        const Factor g1(pivot + 4 * t), g2(pivot + 4 * (t + 1));
+        const Factor both(g1, g2);
+        const Quad c1 = times(load(t), g1);
+        const Quad c2 = times(load(t + 1) - c1, g2);
+        keep(t, c1 - times(y, g1));
+        y = c2 + times(y, both);
+        keep(t + 1, y);
+    }
+    const cf ea = stage.middle * (z[2 * half] - number(y, 0) - number(y, 2));
+    const cf eb = stage.middle * (z[2 * half + 1] - number(y, 1) - number(y, 3));
+    z[2 * half] = ea;
+    z[2 * half + 1] = eb;
+    const cf middle[2] = {ea, eb};
+    Quad e = join(middle, middle);
+    t = half;
+    for (; t >= 2; t -= 2) {
+        const Factor g1(pivot + 4 * (t - 1)), g2(pivot + 4 * (t - 2));
+        const Factor both(g1, g2);
+        const Quad y1 = kept(t - 1);
+        const Quad c2 = kept(t - 2) - times(y1, g2);
+        part(y1 - times(e, g1), z + 2 * (t - 1), z + 2 * (last - t + 1));
+        e = c2 + times(e, both);
+        part(e, z + 2 * (t - 2), z + 2 * (last - t + 2));
+    }
+    if (t == 1) part(kept(0) - times(e, Factor(pivot)), z, z + 2 * last);
 }
 
 void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel) {

@@ -37,8 +37,8 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
 void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
                  std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot);
 
-/// Add S^-1 rhs to the fields, both at once.
-/// @param rhs  (nx, 2) right sides q T f of both fields, overwritten
+/// rhs = S^-1 rhs for two fields at once.
+/// @param rhs  (2, nx + 1) right sides q T f of both fields, side by side; overwritten. The last column must be zero.
 void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain);
 
 /// Carry one wavefield one depth step down (see owpspi for the arguments). Leaves the field alone at zero frequency.

@@ -2,27 +2,34 @@
 
 #include <algorithm>
 #include <cmath>
-
-#if defined(__GNUC__) && !defined(__clang__)
-extern "C" {  // glibc has vector forms of both; saying so lets the loops below call them
-[[gnu::simd("notinbranch"), gnu::const]] float cosf(float) noexcept;
-[[gnu::simd("notinbranch"), gnu::const]] float sinf(float) noexcept;
-}
-#endif
+#include <cstdint>
 
 void cis_table(const float* phase, const float* scale, cf* table, std::ptrdiff_t n) {
-    constexpr std::ptrdiff_t strip = 256;
-    float c[strip], s[strip];
-    auto* out = reinterpret_cast<float*>(table);
-    for (std::ptrdiff_t i0 = 0; i0 < n; i0 += strip) {
-        const std::ptrdiff_t m = std::min(strip, n - i0);
-        const float* const p = phase + i0;
-        const float* const a = scale + i0;
-        for (std::ptrdiff_t i = 0; i < m; ++i) c[i] = a[i] * cosf(p[i]);  // in one loop the compiler would merge
-        for (std::ptrdiff_t i = 0; i < m; ++i) s[i] = a[i] * sinf(p[i]);  // the two into a scalar sincosf
-        for (std::ptrdiff_t i = 0; i < m; ++i) {
-            out[2 * (i0 + i)] = c[i];
-            out[2 * (i0 + i) + 1] = s[i];
-        }
+    constexpr float two_over_pi = 0.636619772f;
+    constexpr float to_integer = 12582912.0f;  // 1.5 * 2^23: adding it rounds to the nearest integer
+    constexpr float half_pi_1 = 1.5703125f, half_pi_2 = 4.837512969970703125e-4f, half_pi_3 = 7.5497899548918861e-8f;
+    constexpr float reach = 6.0e3f;
+    auto* const out = reinterpret_cast<float*>(table);
+    float largest = 0.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) largest = std::max(largest, std::abs(phase[i]));
+    if (!(largest < reach)) {
+        for (std::ptrdiff_t i = 0; i < n; ++i) table[i] = scale[i] * cf(std::cos(phase[i]), std::sin(phase[i]));
+        return;
+    }
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float x = phase[i];
+        const float shifted = x * two_over_pi + to_integer;
+        const float turns = shifted - to_integer;
+        const auto quadrant = static_cast<std::int32_t>(turns);
+        const float r = ((x - turns * half_pi_1) - turns * half_pi_2) - turns * half_pi_3;
+        const float r2 = r * r;
+        const float sine = r + r * r2 * (-1.6666654611e-1f + r2 * (8.3321608736e-3f - r2 * 1.9515295891e-4f));
+        const float cosine =
+            (1.0f - 0.5f * r2) + r2 * r2 * (4.166664568e-2f + r2 * (-1.388731625e-3f + r2 * 2.443315712e-5f));
+        const bool swapped = quadrant & 1;
+        const float c = swapped ? sine : cosine;
+        const float s = swapped ? cosine : sine;
+        out[2 * i] = scale[i] * ((quadrant + 1) & 2 ? -c : c);
+        out[2 * i + 1] = scale[i] * (quadrant & 2 ? -s : s);
     }
 }

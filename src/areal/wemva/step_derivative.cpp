@@ -110,13 +110,12 @@ void add_second_difference(const cf* table, bool conjugate, const cf* p, View<cf
     for (std::ptrdiff_t i = 0; i < 2 * n - 2; ++i) out[i] += w[i + 2];
 }
 
-void conjugate_copy(const cf* from, std::ptrdiff_t n, cf* to) {
-    const float* const x = parts(from);
-    float* const y = parts(to);
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        y[2 * i] = x[2 * i];
-        y[2 * i + 1] = -x[2 * i + 1];
-    }
+/// Put a field into every other complex number of `pair`, conjugated on request, and take it out again.
+void put(View<const cf, 1> field, bool conjugate, cf* pair) {
+    for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) pair[2 * i] = conjugate ? std::conj(field.p[i]) : field.p[i];
+}
+void take(const cf* pair, bool conjugate, View<cf, 1> field) {
+    for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) field.p[i] = conjugate ? std::conj(pair[2 * i]) : pair[2 * i];
 }
 
 }  // namespace
@@ -158,7 +157,6 @@ void apply_step_recorded(const DepthStep& step, const LateralFft& fft, View<cons
 void apply_step_transposed(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
                            View<const cf, 1> source_out, Side receiver, View<const cf, 1> receiver_out,
                            View<float, 1> gradient, StepScratch& scratch) {
-    const std::ptrdiff_t n = source.field.n[0];
     const std::pair<const Side&, View<const cf, 1>> sides[] = {{source, source_out}, {receiver, receiver_out}};
     for (const auto& [side, out] : sides) {
         const auto sign = static_cast<float>(side.sign);
@@ -166,17 +164,18 @@ void apply_step_transposed(const DepthStep& step, const LateralFft& fft, View<co
         if (blends(step)) correlate(side.field.p, side.record.slice(0).p, gradient);
         taper_column(taper, side.field.p);
     }
-    const View<cf, 2> p = scratch.correction;
+    const View<cf, 1> p = scratch.spectrum;
     for (int i = step.nstage - 1; i >= 0; --i) {
         const DepthStep::Stage& stage = step.stage[at(i)];
-        conjugate_copy(source.field.p, n, p.slice(0).p);  // conj(S)^-1 x = conj(S^-1 conj(x)); the receiver side has
-        std::copy_n(receiver.field.p, n, p.slice(1).p);   // conj(S) for S
-        ffd_solve(stage, p, scratch.chain);
-        conjugate_copy(p.slice(0).p, n, p.slice(0).p);
-        for (std::ptrdiff_t k = 0; k < 2; ++k) {
-            const Side& side = k == 0 ? source : receiver;
-            correlate(p.slice(k).p, side.record.slice(i + 1).p, gradient);
-            add_second_difference(stage.drive.p, k == 0, p.slice(k).p, side.field, scratch.field.view().p);
+        cf* const pair = scratch.correction.view().p;
+        put(source.field, true, pair);         // conj(S)^-1 x = conj(S^-1 conj(x));
+        put(receiver.field, false, pair + 1);  // the receiver side has conj(S) for S
+        ffd_solve(stage, scratch.correction, scratch.chain);
+        for (const Side& side : {source, receiver}) {
+            const bool conjugate = side.sign == source.sign;
+            take(conjugate ? pair : pair + 1, conjugate, p);
+            correlate(p.p, side.record.slice(i + 1).p, gradient);
+            add_second_difference(stage.drive.p, conjugate, p.p, side.field, scratch.field.view().p);
         }
     }
     for (const Side& side : {source, receiver}) {
@@ -202,13 +201,13 @@ void apply_step_derivative(const DepthStep& step, const LateralFft& fft, View<co
         apply_stage(stage, source.sign, source.field, receiver.field, scratch);
         const View<cf, 2> p = scratch.correction;  // + S^-1 (R ds)
         for (std::ptrdiff_t k = 0; k < n; ++k) {
-            p(k, 0) = source.record(k, i + 1) * ds(k);
-            p(k, 1) = std::conj(receiver.record(k, i + 1) * ds(k));
+            p(0, k) = source.record(k, i + 1) * ds(k);
+            p(1, k) = std::conj(receiver.record(k, i + 1) * ds(k));
         }
         ffd_solve(stage, p, scratch.chain);
         for (std::ptrdiff_t k = 0; k < n; ++k) {
-            source.field(k) += p(k, 0);
-            receiver.field(k) += std::conj(p(k, 1));
+            source.field(k) += p(0, k);
+            receiver.field(k) += std::conj(p(1, k));
         }
     }
     const std::pair<const Side&, View<const cf, 1>> sides[] = {{source, source_out}, {receiver, receiver_out}};

@@ -3,6 +3,7 @@
 #include "src/areal/wemva/ow_pspi_areal.h"
 #include "src/areal/wemva/ow_taper_areal.h"
 #include "src/areal/wemva/ow_velo_areal.h"
+#include "src/areal/wemva/simd_math.h"
 #include "tests/src/areal/wemva/direct_step.h"
 #include "tests/src/areal/wemva/wave_case.h"
 
@@ -264,6 +265,26 @@ TEST(StepTables, LevelsPreparedTogetherEqualLevelsPreparedAlone) {
             apply_step(alone.step(level), fft, +1, d, scratch);
             EXPECT_LT(relative_difference<cf>(a.flat(), c.flat()), 1e-7) << extrap << level;
             EXPECT_LT(relative_difference<cf>(b.flat(), d.flat()), 1e-7) << extrap << level;
+        }
+    }
+}
+
+TEST(CisTable, FollowsCosineAndSineOverEveryQuadrantAndFarOut) {
+    for (const float reach : {7.0f, 100.0f, 5990.0f, 3.0e5f}) {
+        std::vector<float> phase, scale;
+        for (int i = -5000; i <= 5000; ++i) {
+            phase.push_back(reach * static_cast<float>(i) / 5000.0f);
+            scale.push_back(i % 3 ? 1.0f : 0.25f);
+        }
+        for (int k = -40; k <= 40; ++k) {  // about the quadrant borders
+            phase.push_back(static_cast<float>(k * std::numbers::pi / 4));
+            scale.push_back(1.0f);
+        }
+        std::vector<cf> table(phase.size());
+        cis_table(phase.data(), scale.data(), table.data(), static_cast<std::ptrdiff_t>(phase.size()));
+        for (std::size_t i = 0; i < phase.size(); ++i) {
+            const cd expected = std::polar<double>(scale[i], phase[i]);
+            ASSERT_LT(std::abs(cd(table[i]) - expected), 1.7e-7 * scale[i]) << phase[i];
         }
     }
 }
