@@ -240,16 +240,16 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
             DepthStep& step = steps_[at(level - first_)];
             const View<cf, 1> q = drive_.view().slice(level - first_).slice(istage);
             const View<float, 2> g = pivot_.view().slice(level - first_).slice(istage);
-            for (std::ptrdiff_t i = 0; i < nx; ++i) q.p[i] = cf(gain.p[i].v[lane], gain.p[nx + i].v[lane]);
+            for (std::ptrdiff_t i = 0; i < nx; ++i) q.p[i] = cf(gain.p[i][lane], gain.p[nx + i][lane]);
             for (std::ptrdiff_t t = 0; t < half; ++t) {
                 const std::ptrdiff_t r = last - t;
-                g.p[4 * t] = pivot.p[t].v[lane];
-                g.p[4 * t + 1] = pivot.p[nx + t].v[lane];
-                g.p[4 * t + 2] = r < nx ? pivot.p[r].v[lane] : 0.0f;
-                g.p[4 * t + 3] = r < nx ? pivot.p[nx + r].v[lane] : 0.0f;
+                g.p[4 * t] = pivot.p[t][lane];
+                g.p[4 * t + 1] = pivot.p[nx + t][lane];
+                g.p[4 * t + 2] = r < nx ? pivot.p[r][lane] : 0.0f;
+                g.p[4 * t + 3] = r < nx ? pivot.p[nx + r][lane] : 0.0f;
             }
             step.nstage = nstage_;
-            step.stage[at(istage)] = {q, g, cf(pivot.p[half].v[lane], pivot.p[nx + half].v[lane]),
+            step.stage[at(istage)] = {q, g, cf(pivot.p[half][lane], pivot.p[nx + half][lane]),
                                       alph_[at(istage)] / w, beta_[at(istage)] / w / w};
         }
     }

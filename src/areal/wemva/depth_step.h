@@ -17,9 +17,7 @@
 /// Levels that are turned into tables together: the recursions of the finite-difference factors run along x, and fill
 /// the lanes of a SIMD register with depths.
 inline constexpr int lane_count = 8;
-struct alignas(4 * lane_count) Lanes {
-    float v[lane_count];
-};
+typedef float Lanes __attribute__((vector_size(4 * lane_count)));
 
 /// The model at one depth as the extrapolators see it.
 struct MediumLevel {

@@ -7,7 +7,7 @@
 namespace {
 
 // Four complex numbers side by side: both fields on the way from the left and from the right.
-typedef float Quad __attribute__((vector_size(32)));
+using Quad = Lanes;
 typedef float Half __attribute__((vector_size(16)));
 
 Quad join(const cf* left, const cf* right) {
@@ -89,13 +89,13 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
     for (std::size_t i = 0; i < vel.size(); ++i) {
         const float v = 1.0f / vel[i];
         const float rov = c / v;
-        drift[i].v[lane] = half_dz * v / dx2 * (1.0f - rov);
-        curve[i].v[lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
+        drift[i][lane] = half_dz * v / dx2 * (1.0f - rov);
+        curve[i][lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
         const auto ix = static_cast<std::ptrdiff_t>(i);
         level.sdiff(ix, 0) = vel[i] - sref;
         if (!vref) continue;
-        level.fd(ix, 0) = drift[i].v[lane];
-        level.fd(ix, 1) = curve[i].v[lane];
+        level.fd(ix, 0) = drift[i][lane];
+        level.fd(ix, 1) = curve[i][lane];
         level.fd(ix, 2) = -half_dz * v * v / dx2;
         level.fd(ix, 3) = -(c + 2.0f * v) * v * v / dx2;
     }
@@ -107,37 +107,25 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
     const std::ptrdiff_t middle = nx / 2;
     const float alph_w = alph / w;
     const float beta_w2 = beta / w / w;
+    const float floor = trick + 1e-15f;  // where a vanishes its row is the identity: 1/a is large, not infinite
     struct Diagonal {
         Lanes re, im;  // 1/a - 2
     };
     const auto diagonal = [&](std::ptrdiff_t i) {
-        const Lanes& a = drift[static_cast<std::size_t>(i)];
-        const Lanes& b = curve[static_cast<std::size_t>(i)];
-        Lanes& qr = gain(i, 0);
-        Lanes& qi = gain(i, 1);
-        Diagonal d;
-        for (int k = 0; k < lane_count; ++k) {
-            const float aa = alph_w * a.v[k];
-            const float bb = beta_w2 * b.v[k] + trick;
-            const float size = aa * aa + bb * bb;
-            const float inv = 1.0f / std::max(size, 1e-30f);  // a = 0: the row is the identity, 1/a just large
-            d.re.v[k] = (size > 1e-30f ? bb * inv : 1e15f) - 2.0f;
-            d.im.v[k] = aa * inv;
-            qr.v[k] = -2.0f * aa * aa * inv;
-            qi.v[k] = 2.0f * aa * bb * inv;
-        }
-        return d;
+        const Lanes aa = alph_w * drift[static_cast<std::size_t>(i)];
+        const Lanes bb = beta_w2 * curve[static_cast<std::size_t>(i)] + floor;
+        const Lanes inv = 1.0f / (aa * aa + bb * bb);
+        gain(i, 0) = -2.0f * aa * aa * inv;
+        gain(i, 1) = 2.0f * aa * bb * inv;
+        return Diagonal{bb * inv - 2.0f, aa * inv};
     };
     const auto invert = [](const Diagonal& d, Lanes& er, Lanes& ei) {  // e = 1 / (1/a - 2 - e)
-        for (int k = 0; k < lane_count; ++k) {
-            const float re = d.re.v[k] - er.v[k];
-            const float im = d.im.v[k] - ei.v[k];
-            const float inv = 1.0f / (re * re + im * im);
-            er.v[k] = re * inv;
-            ei.v[k] = -im * inv;
-        }
+        const Lanes re = d.re - er, im = d.im - ei;
+        const Lanes inv = 1.0f / (re * re + im * im);
+        er = re * inv;
+        ei = -im * inv;
     };
-    Lanes lr{}, li{}, rr{}, ri{};                                   // the last pivots from the left and from the right
+    Lanes lr{}, li{}, rr{}, ri{};  // the last pivots from the left and from the right
     for (std::ptrdiff_t l = 0, r = nx - 1; l < middle; ++l, --r) {  // two recursions that do not wait for each other
         invert(diagonal(l), lr, li);
         pivot(l, 0) = lr;
@@ -148,10 +136,8 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
             pivot(r, 1) = ri;
         }
     }
-    for (int k = 0; k < lane_count; ++k) {
-        lr.v[k] += rr.v[k];
-        li.v[k] += ri.v[k];
-    }
+    lr += rr;
+    li += ri;
     invert(diagonal(middle), lr, li);
     pivot(middle, 0) = lr;
     pivot(middle, 1) = li;
@@ -168,12 +154,8 @@ void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes
     cf* const z = rhs.p;
     const float* const pivot = stage.pivot.p;
     const auto load = [&](std::ptrdiff_t t) { return join(z + 2 * t, z + 2 * (last - t)); };
-    const auto keep = [&](std::ptrdiff_t t, Quad y) { std::memcpy(chain[static_cast<std::size_t>(t)].v, &y, sizeof y); };
-    const auto kept = [&](std::ptrdiff_t t) {
-        Quad y;
-        std::memcpy(&y, chain[static_cast<std::size_t>(t)].v, sizeof y);
-        return y;
-    };
+    const auto keep = [&](std::ptrdiff_t t, Quad y) { chain[static_cast<std::size_t>(t)] = y; };
+    const auto kept = [&](std::ptrdiff_t t) { return chain[static_cast<std::size_t>(t)]; };
     Quad y{};
     std::ptrdiff_t t = 0;
     if (half % 2) {
