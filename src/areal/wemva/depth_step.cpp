@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "src/areal/wemva/ow_ffd_areal.h"
 #include "src/areal/wemva/ow_pspi_areal.h"
@@ -13,35 +14,47 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-/// rhs = q T f in every other complex number; for a conjugate step of the conjugate field, so that both fields of a pair
-/// share their factors.
-void drive(View<const cf, 1> q, View<const cf, 1> field, bool conjugate, cf* rhs) {
-    const std::ptrdiff_t n = field.n[0];
-    const auto* const f = reinterpret_cast<const float*>(field.p);
-    const auto* const g = reinterpret_cast<const float*>(q.p);
-    auto* const r = reinterpret_cast<float*>(rhs);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    const auto sample = [&](std::ptrdiff_t i, float br, float bi, float ar, float ai) {
-        const float tr = br - 2.0f * f[2 * i] + ar;
-        const float ti = turn * (bi - 2.0f * f[2 * i + 1] + ai);
-        r[4 * i] = g[2 * i] * tr - g[2 * i + 1] * ti;
-        r[4 * i + 1] = g[2 * i] * ti + g[2 * i + 1] * tr;
-    };
-    sample(0, 0.0f, 0.0f, f[2], f[3]);
-    for (std::ptrdiff_t i = 1; i < n - 1; ++i) {
-        sample(i, f[2 * i - 2], f[2 * i - 1], f[2 * i + 2], f[2 * i + 3]);
-    }
-    sample(n - 1, f[2 * n - 4], f[2 * n - 3], 0.0f, 0.0f);
+// A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its factors.
+typedef float Both __attribute__((vector_size(16)));
+
+Both signs(int sign) {
+    return sign > 0 ? Both{1, 1, 1, -1} : Both{1, -1, 1, 1};
 }
 
-/// field += every other complex number of the correction, conjugated back
-void add_correction(View<cf, 1> field, const cf* correction, bool conjugate) {
-    auto* const f = reinterpret_cast<float*>(field.p);
-    const auto* const e = reinterpret_cast<const float*>(correction);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) {
-        f[2 * i] += e[4 * i];
-        f[2 * i + 1] += turn * e[4 * i + 1];
+Both load_both(const cf* a, const cf* b) {
+    double pair[2];  // a complex number moves as one element
+    std::memcpy(pair, static_cast<const void*>(a), sizeof(double));
+    std::memcpy(pair + 1, static_cast<const void*>(b), sizeof(double));
+    Both x;
+    std::memcpy(&x, pair, sizeof x);
+    return x;
+}
+
+/// rhs = q T f of both fields
+void drive(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs) {
+    const std::ptrdiff_t n = q.n[0];
+    const Both turn = signs(sign);
+    constexpr Both alternate{-1, 1, -1, 1};
+    const auto* const g = reinterpret_cast<const float*>(q.p);
+    Both before{}, here = load_both(a, b) * turn;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const Both behind = i + 1 < n ? load_both(a + i + 1, b + i + 1) * turn : Both{};
+        const Both t = before - 2.0f * here + behind;
+        const Both r = t * g[2 * i] + __builtin_shufflevector(t, t, 1, 0, 3, 2) * (alternate * g[2 * i + 1]);
+        std::memcpy(static_cast<void*>(rhs + 2 * i), &r, sizeof r);
+        before = here;
+        here = behind;
+    }
+}
+
+void add_correction(const cf* correction, int sign, std::ptrdiff_t n, cf* a, cf* b) {
+    const Both turn = signs(sign);
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        Both e;
+        std::memcpy(&e, static_cast<const void*>(correction + 2 * i), sizeof e);
+        const Both sum = load_both(a + i, b + i) + e * turn;
+        a[i] = cf(sum[0], sum[1]);
+        b[i] = cf(sum[2], sum[3]);
     }
 }
 
@@ -259,23 +272,16 @@ StepScratch::StepScratch(int nx) : spectrum({nx}), field({nx}), correction({2, n
 
 void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch) {
     shift(step, fft, sign, field, scratch);
-    for (int i = 0; i < step.nstage; ++i) {
-        const DepthStep::Stage& stage = step.stage[at(i)];
-        scratch.correction.fill({});
-        cf* const rhs = scratch.correction.view().p;
-        drive(stage.drive, field, sign < 0, rhs);
-        ffd_solve(stage, scratch.correction, scratch.chain);
-        add_correction(field, rhs, sign < 0);
-    }
+    const View<cf, 1> nothing = scratch.field;
+    std::fill_n(nothing.p, nothing.n[0], cf{});
+    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, nothing, scratch);
 }
 
 void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch) {
     cf* const rhs = scratch.correction.view().p;
-    drive(stage.drive, field, sign < 0, rhs);
-    drive(stage.drive, other, sign > 0, rhs + 1);
+    drive(stage.drive, sign, field.p, other.p, rhs);
     ffd_solve(stage, scratch.correction, scratch.chain);
-    add_correction(field, rhs, sign < 0);
-    add_correction(other, rhs + 1, sign > 0);
+    add_correction(rhs, sign, field.n[0], field.p, other.p);
 }
 
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
