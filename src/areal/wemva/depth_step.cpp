@@ -58,6 +58,20 @@ void add_correction(const cf* correction, int sign, std::ptrdiff_t n, cf* a, cf*
     }
 }
 
+/// From the thin-lens factors alone: those with the weights, and those with the weights' derivatives.
+void share_slope(const MediumLevel& level, std::ptrdiff_t k, View<cf, 1> space, View<cf, 1> slope) {
+    const float* const weight = level.weight.view().slice(k).p;
+    const float* const dweight = level.dweight.view().slice(k).p;
+    auto* const z = reinterpret_cast<float*>(space.p);
+    auto* const d = reinterpret_cast<float*>(slope.p);
+    for (std::ptrdiff_t i = 0; i < space.n[0]; ++i) {
+        d[2 * i] = dweight[i] * z[2 * i];
+        d[2 * i + 1] = dweight[i] * z[2 * i + 1];
+        z[2 * i] *= weight[i];
+        z[2 * i + 1] *= weight[i];
+    }
+}
+
 /// Everything but the finite-difference stages.
 void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& s) {
     const bool conjugate = sign < 0;
@@ -218,18 +232,14 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
         cis_table(angle, scale, phase.slice(k).p, nx);
         const float* const sdiff = level.sdiff.view().slice(k).p;
         for (std::ptrdiff_t i = 0; i < nx; ++i) angle[i] = dz_w * sdiff[i];
-        if (space.n[1] == 1) {
+        if (space.n[1] == 1 || slope.p) {
             std::fill_n(scale, nx, unscale);
         } else {
             const float* const weight = level.weight.view().slice(k).p;
             for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = weight[i] * unscale;
         }
         cis_table(angle, scale, space.slice(k).p, nx);
-        if (slope.p) {
-            const float* const dweight = level.dweight.view().slice(k).p;
-            for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = dweight[i] * unscale;
-            cis_table(angle, scale, slope.slice(k).p, nx);
-        }
+        if (slope.p) share_slope(level, k, space.slice(k), slope.slice(k));
     }
     step.phase = phase;
     step.space = space;

@@ -48,6 +48,13 @@ void correlate_turned(const cf* a, float c, const cf* b, View<float, 1> sum) {
 /// Everything but the finite-difference stages; the blending weights' derivative goes to `slope`.
 void shift_recorded(const DepthStep& step, const LateralFft& fft, const Side& side, cf* slope, StepScratch& s) {
     const bool conjugate = side.sign < 0;
+    if (step.phase.n[1] == 1) {
+        fft.forward.run(side.field);
+        multiply(side.field, step.phase.slice(0), conjugate, side.field.p);
+        fft.inverse.run(side.field);
+        multiply(side.field, step.space.slice(0), conjugate, side.field.p);
+        return;
+    }
     const View<cf, 1> spectrum = s.spectrum, work = s.field;
     std::copy_n(side.field.p, side.field.n[0], spectrum.p);
     fft.forward.run(spectrum);
@@ -62,6 +69,13 @@ void shift_recorded(const DepthStep& step, const LateralFft& fft, const Side& si
 
 void shift_transposed(const DepthStep& step, const LateralFft& fft, const Side& side, StepScratch& s) {
     const bool conjugate = side.sign > 0;
+    if (step.phase.n[1] == 1) {
+        multiply(side.field, step.space.slice(0), conjugate, side.field.p);
+        fft.forward.run(side.field);
+        multiply(side.field, step.phase.slice(0), conjugate, side.field.p);
+        fft.inverse.run(side.field);
+        return;
+    }
     const View<cf, 1> spectrum = s.spectrum, work = s.field;
     for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
         multiply(side.field, step.space.slice(k), conjugate, work.p);
