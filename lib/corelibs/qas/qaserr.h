@@ -14,10 +14,14 @@ struct Fatal : std::runtime_error {
 /// Throws Fatal with the formatted message; adds no newline.
 [[noreturn, gnu::format(printf, 1, 2)]] void qaserr(const char* format, ...);
 
+/// The text without its trailing copies of `character`; a text made up only of them keeps its first one.
+std::string kill_trailing(std::string_view text, char character);
+
 /// Throws Fatal with the text, its trailing blanks cut, and a newline.
 [[noreturn]] void erexit(std::string_view text);
 
-/// Prints the formatted message on standard error, then standard output, flushing each; returns `code`. No program name.
+/// Prints the formatted message on standard error, then standard output, flushing each; returns `code`. No program
+/// name.
 [[gnu::format(printf, 2, 3)]] int qaswarn(int code, const char* format, ...);
 
 }  // namespace qas

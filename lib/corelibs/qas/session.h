@@ -2,19 +2,21 @@
 /// Tagged datasets and parameters: what a program needs to read its settings and move its panels.
 #include <concepts>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "lib/base/axis.h"
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace qas {
 
 template <class T>
 concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::same_as<T, double> ||
-                         std::same_as<T, bool> || std::same_as<T, std::string>;
+    std::same_as<T, bool> || std::same_as<T, std::string>;
 
 /// Everything the dataset layer remembers: argument vector, parameter tables, streams. One a program, owned by main and
 /// handed down; a test may open several. For the main thread only. Errors throw qas::Fatal (qaserr.h).
@@ -28,6 +30,10 @@ public:
     Session& operator=(const Session&) = delete;
 
     std::string program() const;
+
+    /// The streams to use as standard input, output and error; they stay the caller's. To be called before anything
+    /// else. A test gives its own, since the history of "in" is read to its end at the first from_param or to_history.
+    void set_streams(std::FILE* in, std::FILE* out, std::FILE* err);
 
     /// Value of parameter `key`; the run ends with "missing parameter value: " and the key if it is absent.
     /// Found or defaulted, the value is recorded in the history of "out" as "From par: key=value".
@@ -50,6 +56,16 @@ public:
     template <ParameterValue T>
     T from_aux(std::string_view tag, std::string_view name, const T& otherwise);
 
+    /// Axis `k` of dataset `tag`: header values `nk`, `dk`, `ok`, all required. Refuses `nk` below 1 or over
+    /// 2000000000, `dk` or `ok` that is not finite, with a message that names tag, header and key. `all` stays empty.
+    Axis from_aux_axis(std::string_view tag, int k);
+    /// To be called before allocating `nbytes` for samples of input `tag`. Refuses a count that is negative, above the
+    /// memory of this machine, or over 256 MiB and more than twice the size of the data: axes that promise so much are
+    /// wrong. `axes` says for the message which ones, "n1*n3".
+    void check_data_size(std::string_view tag, std::int64_t nbytes, std::string_view axes);
+    /// Size of the data of input `tag` in bytes; -1 if they are not in ordinary files.
+    std::int64_t data_size(std::string_view tag);
+
     /// Appends the line "\t\tname=value\n" to the history of dataset `tag` (created as an output if new) and flushes.
     template <ParameterValue T>
     void to_history(std::string_view name, const T& value, std::string_view tag = "out");
@@ -57,25 +73,40 @@ public:
     /// True if a parameter of this name was given (no file is looked for).
     bool exist_file(std::string_view tag);
 
-    /// Moves `nbytes` of samples of dataset `tag` into `buffer` from the current position, converting from the format of
-    /// the file; returns the bytes moved. Fewer is the end of the data: warned about once a dataset, not an error.
+    /// Moves `nbytes` of samples of dataset `tag` into `buffer` from the current position, converting from the format
+    /// of the file; returns the bytes moved. Fewer is the end of the data: warned about once a dataset, not an error.
     std::int64_t sreed(std::string_view tag, void* buffer, std::int64_t nbytes);
     /// Appends `nbytes` of samples; returns the bytes written.
     std::int64_t srite(std::string_view tag, const void* buffer, std::int64_t nbytes);
     /// Moves the position of a dataset already in use: whence 0 start of the data, 1 current, 2 end. Returns it.
     std::int64_t sseek(std::string_view tag, std::int64_t offset, int whence);
 
+    /// Whether from_param and to_history("out") record: not at all, again, or in the history of another tag.
+    void set_no_putch();
+    void set_yes_putch();
+    void set_alternate_putch(std::string_view tag);
+
+    /// Ends the histories of "out" and in/out datasets; that of `tag`; `tag` altogether, data included.
+    void hclose();
+    void auxhclose(std::string_view tag);
+    void auxclose(std::string_view tag);
+
+    /// Name of the data format of `tag`, and choosing it for an output before its first srite.
+    std::string get_format(std::string_view tag);
+    void set_format(std::string_view tag, std::string_view name);
+
     /// Job messages at the start and the end of a program; silent unless the "qas." parameters ask for them.
     void begin_prog();
     void end_prog();
 
 private:
+    friend int report_fatal(const Fatal& error, Session& session);
     struct State;
     std::unique_ptr<State> state_;
 };
 
-/// Ends a run as it must end: job message, then "program: message" on standard error and on standard output, flushed.
-/// Returns 23, the status of every error exit.
+/// Ends a run as it must end: job message "error", then "program: message" on standard error and on standard output,
+/// flushed. Returns 23, the status of every error exit.
 int report_fatal(const Fatal& error, Session& session);
 
 }  // namespace qas

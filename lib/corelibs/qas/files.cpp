@@ -1,0 +1,79 @@
+#include "lib/corelibs/qas/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+
+#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/qaserr.h"
+
+namespace qas {
+namespace {
+
+std::string identity(const struct stat& status) {
+    if (!S_ISREG(status.st_mode)) return {};
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
+}  // namespace
+
+void Descriptor::reset(int fd) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
+}
+
+int file(const std::string& name, int mode) {
+    if (mode == 0) {
+        const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) qaserr("file() can't open file %s\n", name.c_str());
+        return fd;
+    }
+    if (mode == 2) {
+        const int fd = ::open(name.c_str(), O_RDWR | O_CLOEXEC);
+        if (fd >= 0) return fd;
+    }
+    const int created = ::creat(name.c_str(), 0664);
+    if (created < 0) qaserr("file() can't create file %s\n", name.c_str());
+    if (::close(created) < 0) qaserr("file() unable to close file %s\n", name.c_str());
+    const int fd = ::open(name.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) qaserr("file() unable to open file %s\n", name.c_str());
+    return fd;
+}
+
+bool isapipe(int fd) {
+    struct stat status;
+    return ::fstat(fd, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+bool fdordinary(int fd) {
+    struct stat status;
+    return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::int64_t fsize(int fd) {
+    struct stat status;
+    return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : -1;
+}
+
+std::string findnm(int fd) {
+    if (!fdordinary(fd)) return {};
+    char name[PATH_MAX];
+    const ssize_t length = ::readlink(strprintf("/proc/self/fd/%d", fd).c_str(), name, sizeof name);
+    if (length <= 0 || length == static_cast<ssize_t>(sizeof name)) return {};
+    const std::string found(name, static_cast<std::size_t>(length));
+    return file_identity(found) == file_identity(fd) ? found : std::string();  // removed files read "name (deleted)"
+}
+
+std::string file_identity(int fd) {
+    struct stat status;
+    return ::fstat(fd, &status) == 0 ? identity(status) : std::string();
+}
+
+std::string file_identity(const std::string& name) {
+    struct stat status;
+    return ::stat(name.c_str(), &status) == 0 ? identity(status) : std::string();
+}
+
+}  // namespace qas

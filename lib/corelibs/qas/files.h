@@ -1,0 +1,46 @@
+#pragma once
+/// Descriptors and what can be asked of them.
+#include <cstdint>
+#include <string>
+
+namespace qas {
+
+/// Owns a file descriptor; -1 is none.
+class Descriptor {
+    int fd_ = -1;
+
+public:
+    Descriptor() = default;
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    ~Descriptor() { reset(); }
+    int get() const { return fd_; }
+    int release() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
+};
+
+/// Opens `name`: mode 0 for reading, 2 for reading and writing (created if that fails), 1 created anew for reading and
+/// writing. The caller closes it. Errors: "file() can't open file %s\n", "file() can't create file %s\n" and kin.
+int file(const std::string& name, int mode);
+
+/// True for a pipe, a FIFO or a socket.
+bool isapipe(int fd);
+/// True for an ordinary file.
+bool fdordinary(int fd);
+/// Size in bytes of an ordinary file; -1 for anything else.
+std::int64_t fsize(int fd);
+/// Absolute name of the ordinary file open on `fd`; empty if it has none.
+std::string findnm(int fd);
+/// "device:inode" of an ordinary file by descriptor or by name; empty for anything else. Two names of one file agree.
+std::string file_identity(int fd);
+std::string file_identity(const std::string& name);
+
+}  // namespace qas

@@ -1,0 +1,28 @@
+#pragma once
+/// The three interchangeable sets of routines that move a record's bytes without converting them.
+#include "lib/corelibs/qas/streaminf.h"
+
+namespace qas {
+
+/// Picks the set for the record's data name: one stream, one descriptor, or several files (";" between names).
+/// Errors: an in/out or scratch dataset whose data would follow its header.
+void init_io(Layer& layer, streaminf& stream);
+
+/// A stream shared with a header ("follow_hdr"), standard input or standard output.
+extern const IoRoutines file_io;
+/// One data file by descriptor.
+extern const IoRoutines fd_io;
+/// Data spread over several files.
+extern const IoRoutines multifd_io;
+
+/// Opens one data file by the entry type of the record: input read-only, the others created as needed.
+/// Returns an empty descriptor with errno set, and the resolved name in `name`, if that fails. Refuses an output that
+/// is the data file of another dataset in use.
+Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name);
+
+/// Moves bytes on a descriptor until the count is reached, the data end, or an error (-1, errno set; `done` then holds
+/// what was moved before).
+std::int64_t read_fully(int fd, void* buffer, std::int64_t nbytes);
+std::int64_t write_fully(int fd, const void* buffer, std::int64_t nbytes, std::int64_t& done);
+
+}  // namespace qas

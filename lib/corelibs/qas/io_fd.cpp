@@ -1,0 +1,182 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "lib/corelibs/qas/data_names.h"
+#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/qaserr.h"
+
+namespace qas {
+namespace {
+
+// The kernel moves at most a little less than 2 GiB a call; smaller pieces also keep an interrupted run's loss small.
+constexpr std::int64_t max_call = std::int64_t{64} << 20;
+
+/// Data file names of a record, as they stand between ";".
+bool names_file(Layer& layer, streaminf& stream, const std::string& identity) {
+    for (std::size_t at = 0; at <= stream.dataname.size();) {
+        const std::size_t end = std::min(stream.dataname.find(';', at), stream.dataname.size());
+        const std::string name = stream.dataname.substr(at, end - at);
+        if (!name.empty() && file_identity(expand_info(layer, name, stream)) == identity) return true;
+        at = end + 1;
+    }
+    return false;
+}
+
+void check_data_is_free(Layer& layer, const streaminf& stream, const std::string& name) {
+    const std::string identity = file_identity(name);
+    if (identity.empty()) return;
+    for (const auto& other : layer.streams) {
+        if (other.get() == &stream || !other->valid || other->iotype == FILE_IO) continue;
+        if (names_file(layer, *other, identity))
+            qaserr(
+                "output data file \"%s\" for tag \"%s\" is the data file of tag \"%s\" too: give %s.out=FILE or another"
+                " datapath=\n",
+                name.c_str(), stream.tagname.c_str(), other->tagname.c_str(), stream.tagname.c_str());
+    }
+}
+
+FdState& state_of(streaminf& stream) {
+    FdState* state = stream.ioinf ? std::get_if<FdState>(&*stream.ioinf) : nullptr;
+    if (!state || state->fd.get() < 0)
+        qaserr("Invalid dataset \"%s\" for tag \"%s\"\n", stream.dataname.c_str(), stream.tagname.c_str());
+    return *state;
+}
+
+void fd_open(Layer& layer, streaminf& stream) {
+    FdState state;
+    std::string name;
+    if (stream.entrytype != STREAMIN || stream.dataname != "-1") {
+        state.fd = open_data_file(layer, stream, stream.dataname, name);
+        if (state.fd.get() < 0) {
+            stream.valid = false;
+            return;
+        }
+        stream.backseekable = fdordinary(state.fd.get());
+    }
+    stream.ioinf = std::move(state);
+}
+
+void fd_close(Layer&, streaminf& stream) {
+    stream.ioinf.reset();
+}
+
+std::int64_t fd_read(Layer& layer, streaminf& stream, void* buffer, std::int64_t nbytes) {
+    FdState& state = state_of(stream);
+    const std::int64_t got = read_fully(state.fd.get(), buffer, nbytes);
+    if (got < 0) {
+        const int reason = errno;
+        layer.notes.perror("fd_read()");
+        qaserr("fd_read() : I/O error, tag \"%s\"\n  data file \"%s\": %s\n", stream.tagname.c_str(),
+               stream.dataname.c_str(), std::strerror(reason));
+    }
+    state.position += got;
+    return got;
+}
+
+std::int64_t fd_write(Layer& layer, streaminf& stream, const void* buffer, std::int64_t nbytes) {
+    FdState& state = state_of(stream);
+    std::int64_t done = 0;
+    const std::int64_t put = write_fully(state.fd.get(), buffer, nbytes, done);
+    state.position += done;
+    if (put < 0) {
+        const int reason = errno;
+        layer.notes.perror("fd_write()");
+        qaserr("info_rite() : I/O error, tag \"%s\"\n  data file \"%s\", after %lld bytes: %s\n",
+               stream.tagname.c_str(), stream.dataname.c_str(), static_cast<long long>(state.position),
+               std::strerror(reason));
+    }
+    return put;
+}
+
+std::int64_t fd_seek(Layer& layer, streaminf& stream, std::int64_t offset, int whence) {
+    FdState& state = state_of(stream);
+    constexpr int kinds[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    if (whence < 0 || whence > 2) {
+        layer.notes.warn("unknown seek type requested\n");
+        return state.position;
+    }
+    const off_t position = ::lseek(state.fd.get(), offset, kinds[whence]);
+    if (position < 0) {
+        layer.notes.perror("fd_seek");
+        return -1;
+    }
+    state.position = position;
+    return position;
+}
+
+std::int64_t fd_size(Layer&, streaminf& stream) {
+    return fsize(state_of(stream).fd.get());
+}
+
+}  // namespace
+
+const IoRoutines fd_io{fd_open, fd_close, fd_read, fd_write, fd_seek, fd_size};
+
+Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name) {
+    const char* tag = stream.tagname.c_str();
+    if (given == "follow_hdr" || given == (stream.entrytype == STREAMIN ? "stdin" : "stdout"))
+        qaserr("%s is invalid for file descriptor I/O for tag \"%s\"\n", given.c_str(), tag);
+    name = expand_info(layer, given, stream);
+    int flags = O_RDONLY;
+    std::string text;
+    switch (stream.entrytype) {
+        case STREAMIN:
+            text = strprintf("unable to obtain input file \"%s\" for tag \"%s\"\n", name.c_str(), tag);
+            break;
+        case STREAMINOUT:
+            text = strprintf("unable to open input/output datafile %s for tag %s \n", name.c_str(), tag);
+            flags = stream.headerbuf ? O_RDWR : O_RDWR | O_CREAT | O_TRUNC;
+            break;
+        case STREAMSCR:
+            text = strprintf("unable to open scratch datafile %s for tag %s \n", name.c_str(), tag);
+            flags = O_RDWR | O_CREAT | O_TRUNC;
+            break;
+        default:
+            text = strprintf(" unable to open output datafile %s for tag %s \n", name.c_str(), tag);
+            flags = O_WRONLY | O_CREAT | O_TRUNC;
+    }
+    if (flags & O_TRUNC) check_data_is_free(layer, stream, name);
+    Descriptor fd(::open(name.c_str(), flags | O_CLOEXEC, 0666));
+    if (fd.get() >= 0) return fd;
+    const int reason = errno;
+    layer.notes.warn(text);
+    stream.trouble = "  data file \"" + name + "\" of " + header_place(stream) + ": " + std::strerror(reason) + "\n";
+    if (!stream.datapath_source.empty())
+        stream.trouble += "  " + stream.datapath_source + "; datapath=DIRECTORY/ sets it\n";
+    errno = reason;
+    return fd;
+}
+
+std::int64_t read_fully(int fd, void* buffer, std::int64_t nbytes) {
+    char* to = static_cast<char*>(buffer);
+    std::int64_t total = 0;
+    while (total < nbytes) {
+        const ssize_t got = ::read(fd, to + total, static_cast<std::size_t>(std::min(nbytes - total, max_call)));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return -1;
+        if (got == 0) break;
+        total += got;
+    }
+    return total;
+}
+
+std::int64_t write_fully(int fd, const void* buffer, std::int64_t nbytes, std::int64_t& done) {
+    const char* from = static_cast<const char*>(buffer);
+    done = 0;
+    while (done < nbytes) {
+        const ssize_t put = ::write(fd, from + done, static_cast<std::size_t>(std::min(nbytes - done, max_call)));
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) return -1;
+        if (put == 0) break;
+        done += put;
+    }
+    return done;
+}
+
+}  // namespace qas

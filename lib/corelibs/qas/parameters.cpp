@@ -1,0 +1,120 @@
+#include "lib/corelibs/qas/parameters.h"
+
+#include <utility>
+
+#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/qaserr.h"
+
+namespace qas {
+namespace {
+
+ParTable& command_line(Layer& layer) {
+    if (layer.first_invoke) {
+        layer.first_invoke = false;
+        for (std::size_t i = 1; i < layer.argv.size(); ++i)
+            getpar_string_store(layer.getch_queue, layer.clock, layer.argv[i]);
+    }
+    return layer.getch_queue;
+}
+
+}  // namespace
+
+void initpar(Layer& layer, std::vector<std::string> argv) {
+    for (std::string& word : argv) word.erase(word.find_last_not_of(' ') + 1);
+    layer.argv = std::move(argv);
+}
+
+Values getch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {
+    return getpar_decode(command_line(layer), names, type, most, "parameter", layer.notes);
+}
+
+void getch_add_string(Layer& layer, std::string_view word) {
+    getpar_string_store(command_line(layer), layer.clock, word);
+}
+
+Values hetch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {
+    return auxpar(layer, names, type, most, "in");
+}
+
+Values fetch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {
+    Values values = getch(layer, names, type, most);
+    return found(values) ? values : hetch(layer, names, type, most);
+}
+
+Values tetch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {
+    Values values = getch(layer, names, type, most);
+    if (found(values)) return values;
+    streaminf& stream = *tag_info(layer, "in", Mode::input);
+    if (!stream.tetch_queue) return {};
+    return getpar_decode(*stream.tetch_queue, names, type, most, "second table of tag \"in\":", layer.notes);
+}
+
+Values auxpar(Layer& layer, std::string_view names, std::string_view type, std::size_t most, std::string_view tag) {
+    return qasstrpar(layer, *tag_info(layer, tag, Mode::input), names, type, most);
+}
+
+Values qasstrpar(Layer& layer, streaminf& stream, std::string_view names, std::string_view type, std::size_t most) {
+    const std::string key(names);
+    if (stream.entrytype != STREAMIN && stream.entrytype != STREAMINOUT && stream.entrytype != STREAMSCR)
+        qaserr(
+            "Attempt to get parameter %s from tag %s which is not a valid description file \n"
+            "  the tag is in use as an output\n",
+            key.c_str(), stream.tagname.c_str());
+    if (stream.entrytype == STREAMIN && !stream.headerbuf)
+        qaserr("Attempt to get parameter %s from tag %s which is not a valid description file \n%s", key.c_str(),
+               stream.tagname.c_str(), stream.trouble.c_str());
+    if (layer.argv.empty()) qaserr("Must call initpar() at the start of your program\n");
+    if (!stream.scanned && stream.headerbuf) {
+        stream.scanned = true;
+        getpar_scan(stream.hetch_queue, layer.clock, *stream.headerbuf, Origin::history);
+    }
+    const std::string where = "header \"" + stream.headername + "\" of tag \"" + stream.tagname + "\":";
+    Values values = getpar_decode(stream.hetch_queue, names, type, most, where, layer.notes);
+    if (!found(values) && stream.tetch_queue)
+        values = getpar_decode(*stream.tetch_queue, names, type, most, where, layer.notes);
+    return values;
+}
+
+std::optional<std::string> getch_text(Layer& layer, std::string_view names) {
+    Values values = getch(layer, names, "s", 1);
+    if (!found(values)) return std::nullopt;
+    return std::get<std::string>(std::move(values));
+}
+
+int getch_integer(Layer& layer, std::string_view names, int otherwise) {
+    const Values values = getch(layer, names, "i", 1);
+    return found(values) ? std::get<std::vector<int>>(values).front() : otherwise;
+}
+
+std::string format_value(const Value& value) {
+    struct {
+        std::string operator()(int v) const { return strprintf("%d", v); }
+        std::string operator()(float v) const { return strprintf("%g", static_cast<double>(v)); }
+        std::string operator()(double v) const { return strprintf("%.15g", v); }
+        std::string operator()(bool v) const { return v ? "yes" : "no"; }
+        std::string operator()(const std::string& v) const { return v.starts_with('"') ? v : '"' + v + '"'; }
+    } format;
+    return std::visit(format, value);
+}
+
+void putch(Layer& layer, std::string_view name, const Value& value) {
+    auxputch(layer, name, value, "out");
+}
+
+void auxputch(Layer& layer, std::string_view name, const Value& value, std::string_view tag) {
+    qasstrput(layer, *tag_info(layer, tag, Mode::output), name, value);
+}
+
+void qasstrput(Layer& layer, streaminf& stream, std::string_view name, const Value& value) {
+    const std::string line = "\t\t" + std::string(name) + '=' + format_value(value) + '\n';
+    if (!append_history(layer, stream, line)) return;
+    if (stream.entrytype == STREAMINOUT || stream.entrytype == STREAMSCR) {
+        if (!stream.scanned && stream.headerbuf) {
+            stream.scanned = true;
+            getpar_scan(stream.hetch_queue, layer.clock, *stream.headerbuf, Origin::history);
+        }
+        getpar_scan(stream.hetch_queue, layer.clock, line, Origin::history);
+    }
+}
+
+}  // namespace qas

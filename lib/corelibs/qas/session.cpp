@@ -1,0 +1,255 @@
+#include "lib/corelibs/qas/session.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <type_traits>
+#include <utility>
+
+#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/jobs.h"
+#include "lib/corelibs/qas/parameters.h"
+#include "lib/corelibs/qas/streaminf.h"
+#include "lib/corelibs/qas/transfer.h"
+
+namespace qas {
+namespace {
+
+constexpr int largest_axis = 2000000000;
+constexpr std::int64_t always_affordable = std::int64_t{256} << 20;
+
+template <ParameterValue T>
+constexpr const char* type_letter() {
+    if constexpr (std::is_same_v<T, int>) return "i";
+    if constexpr (std::is_same_v<T, float>) return "r";
+    if constexpr (std::is_same_v<T, double>) return "g";
+    if constexpr (std::is_same_v<T, bool>) return "l";
+    return "s";
+}
+
+template <ParameterValue T>
+std::vector<T> values_as(const Values& values) {
+    if (!found(values)) return {};
+    if constexpr (std::is_same_v<T, std::string>) {
+        return {std::get<std::string>(values)};
+    } else if constexpr (std::is_same_v<T, bool>) {
+        std::vector<bool> flags;
+        for (const int flag : std::get<std::vector<int>>(values)) flags.push_back(flag != 0);
+        return flags;
+    } else {
+        return std::get<std::vector<T>>(values);
+    }
+}
+
+template <ParameterValue T>
+std::optional<T> first_as(const Values& values) {
+    if (!found(values)) return std::nullopt;
+    return values_as<T>(values).front();
+}
+
+/// Texts come in fields padded with blanks: trailing ones do not count.
+template <ParameterValue T>
+T without_padding(T value) {
+    if constexpr (std::is_same_v<T, std::string>) return kill_trailing(value, ' ');
+    return value;
+}
+
+void record(Layer& layer, const std::string& name, const Value& value) {
+    switch (layer.recording) {
+        case Layer::Recording::on:
+            putch(layer, name, value);
+            break;
+        case Layer::Recording::alternate:
+            auxputch(layer, name, value, layer.altfile);
+            break;
+        case Layer::Recording::off:
+            break;
+    }
+}
+
+}  // namespace
+
+struct Session::State {
+    Layer layer;
+};
+
+Session::Session(int argc, const char* const* argv) : Session(std::vector<std::string>(argv, argv + argc)) {}
+
+Session::Session(std::vector<std::string> argv) : state_(std::make_unique<State>()) {
+    initpar(state_->layer, std::move(argv));
+}
+
+Session::~Session() = default;
+
+std::string Session::program() const {
+    return state_->layer.argv.empty() ? std::string() : state_->layer.argv[0];
+}
+
+void Session::set_streams(std::FILE* in, std::FILE* out, std::FILE* err) {
+    state_->layer.in = in;
+    state_->layer.out = out;
+    state_->layer.notes.err = err;
+}
+
+template <ParameterValue T>
+T Session::from_param(std::string_view key) {
+    const std::optional<T> value = getch<T>(key);
+    if (!value) erexit("missing parameter value: " + std::string(key));
+    const T given = without_padding(*value);
+    record(state_->layer, "From par: " + std::string(key), given);
+    return given;
+}
+
+template <ParameterValue T>
+T Session::from_param(std::string_view key, const T& otherwise) {
+    const T given = without_padding(getch<T>(key).value_or(otherwise));
+    record(state_->layer, "From par: " + std::string(key), given);
+    return given;
+}
+
+template <ParameterValue T>
+std::optional<T> Session::getch(std::string_view names) {
+    return first_as<T>(qas::getch(state_->layer, names, type_letter<T>(), 1));
+}
+
+template <ParameterValue T>
+std::vector<T> Session::getch_list(std::string_view names, std::size_t most) {
+    return values_as<T>(qas::getch(state_->layer, names, type_letter<T>(), most));
+}
+
+template <ParameterValue T>
+T Session::from_aux(std::string_view tag, std::string_view name) {
+    const std::optional<T> value = first_as<T>(auxpar(state_->layer, name, type_letter<T>(), 1, tag));
+    if (!value) {
+        const std::string place = header_place(*tag_info(state_->layer, tag, Mode::input));
+        throw Fatal("missing history value: " + std::string(name) + " from file: " + std::string(tag) + "\n  " + place +
+                    "\n");
+    }
+    return without_padding(*value);
+}
+
+template <ParameterValue T>
+T Session::from_aux(std::string_view tag, std::string_view name, const T& otherwise) {
+    return without_padding(first_as<T>(auxpar(state_->layer, name, type_letter<T>(), 1, tag)).value_or(otherwise));
+}
+
+template <ParameterValue T>
+void Session::to_history(std::string_view name, const T& value, std::string_view tag) {
+    const Value line_value = without_padding(value);
+    if (tag == "out")
+        record(state_->layer, std::string(name), line_value);
+    else
+        auxputch(state_->layer, name, line_value, tag);
+}
+
+#define QAS_INSTANTIATE(T)                                                         \
+    template T Session::from_param<T>(std::string_view);                           \
+    template T Session::from_param<T>(std::string_view, const T&);                 \
+    template std::optional<T> Session::getch<T>(std::string_view);                 \
+    template std::vector<T> Session::getch_list<T>(std::string_view, std::size_t); \
+    template T Session::from_aux<T>(std::string_view, std::string_view);           \
+    template T Session::from_aux<T>(std::string_view, std::string_view, const T&); \
+    template void Session::to_history<T>(std::string_view, const T&, std::string_view);
+QAS_INSTANTIATE(int)
+QAS_INSTANTIATE(float)
+QAS_INSTANTIATE(double)
+QAS_INSTANTIATE(bool)
+QAS_INSTANTIATE(std::string)
+#undef QAS_INSTANTIATE
+
+bool Session::exist_file(std::string_view tag) {
+    return getch<std::string>(tag).has_value();
+}
+
+Axis Session::from_aux_axis(std::string_view tag, int k) {
+    const std::string number = std::to_string(k);
+    Axis axis;
+    axis.n = from_aux<int>(tag, "n" + number);
+    axis.d = from_aux<float>(tag, "d" + number);
+    axis.o = from_aux<float>(tag, "o" + number);
+    const std::string place = header_place(*tag_info(state_->layer, tag, Mode::input));
+    if (axis.n < 1 || axis.n > largest_axis)
+        qaserr("%s: n%d=%d must be 1 to %d\n", place.c_str(), k, axis.n, largest_axis);
+    if (!std::isfinite(axis.d))
+        qaserr("%s: d%d=%g must be a finite number\n", place.c_str(), k, static_cast<double>(axis.d));
+    if (!std::isfinite(axis.o))
+        qaserr("%s: o%d=%g must be a finite number\n", place.c_str(), k, static_cast<double>(axis.o));
+    return axis;
+}
+
+void Session::check_data_size(std::string_view tag, std::int64_t nbytes, std::string_view axes) {
+    const std::int64_t size = data_size(tag);
+    const std::string place = header_place(*tag_info(state_->layer, tag, Mode::input));
+    const std::string which(axes);
+    const std::int64_t memory = std::int64_t{::sysconf(_SC_PHYS_PAGES)} * ::sysconf(_SC_PAGESIZE);
+    if (nbytes < 0 || nbytes > memory)
+        qaserr("%s: %s asks for %lld bytes, this machine has %lld\n", place.c_str(), which.c_str(),
+               static_cast<long long>(nbytes), static_cast<long long>(memory));
+    if (size >= 0 && nbytes > always_affordable && nbytes / 2 > size)
+        qaserr("%s: %s asks for %lld bytes, its data are %lld bytes\n", place.c_str(), which.c_str(),
+               static_cast<long long>(nbytes), static_cast<long long>(size));
+}
+
+std::int64_t Session::data_size(std::string_view tag) {
+    return ssize(state_->layer, tag);
+}
+
+std::int64_t Session::sreed(std::string_view tag, void* buffer, std::int64_t nbytes) {
+    return qas::sreed(state_->layer, tag, buffer, nbytes);
+}
+std::int64_t Session::srite(std::string_view tag, const void* buffer, std::int64_t nbytes) {
+    return qas::srite(state_->layer, tag, buffer, nbytes);
+}
+std::int64_t Session::sseek(std::string_view tag, std::int64_t offset, int whence) {
+    return qas::sseek(state_->layer, tag, offset, whence);
+}
+
+void Session::set_no_putch() {
+    state_->layer.recording = Layer::Recording::off;
+}
+void Session::set_yes_putch() {
+    state_->layer.recording = Layer::Recording::on;
+}
+void Session::set_alternate_putch(std::string_view tag) {
+    state_->layer.recording = Layer::Recording::alternate;
+    state_->layer.altfile = tag;
+}
+
+void Session::hclose() {
+    qas::hclose(state_->layer);
+}
+void Session::auxhclose(std::string_view tag) {
+    qas::auxhclose(state_->layer, tag);
+}
+void Session::auxclose(std::string_view tag) {
+    qas::auxclose(state_->layer, tag);
+}
+std::string Session::get_format(std::string_view tag) {
+    return qas::get_format(state_->layer, tag);
+}
+void Session::set_format(std::string_view tag, std::string_view name) {
+    qas::set_format(state_->layer, tag, name);
+}
+
+void Session::begin_prog() {
+    qas_begin_prog(state_->layer);
+}
+void Session::end_prog() {
+    qas_end_prog(state_->layer);
+}
+
+int report_fatal(const Fatal& error, Session& session) {
+    Layer& layer = session.state_->layer;
+    try {
+        qas_err_prog(layer);
+    } catch (const Fatal&) {  // a command line that cannot be scanned is what is being reported
+    }
+    const std::string text = (layer.argv.empty() ? "" : layer.argv[0] + ": ") + error.what();
+    for (std::FILE* stream : {layer.notes.err, layer.out}) {
+        std::fputs(text.c_str(), stream);
+        std::fflush(stream);
+    }
+    return 23;
+}
+
+}  // namespace qas

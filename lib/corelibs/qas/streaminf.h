@@ -1,0 +1,122 @@
+#pragma once
+/// The record of a dataset in use, and what the layer remembers. Inside the dataset layer only; programs see Session.
+#include <sys/types.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <list>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "lib/corelibs/qas/byte_source.h"
+#include "lib/corelibs/qas/decode.h"
+#include "lib/corelibs/qas/files.h"
+#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/scanner.h"
+
+namespace qas {
+
+struct Layer;
+struct streaminf;
+
+enum Entrytype { STREAMIN = 0, STREAMOUT = 1, STREAMINOUT = 2, STREAMSOCKOUT = 3, STREAMSCR = 4 };
+
+/// How a record's data are reached: one descriptor, one stream shared with a header, several files.
+enum Iotype { FD_IO = 0, FILE_IO = 1, MULTI_FD_IO = 4 };
+
+/// State of the transfer routines; `open` says whether there are data behind it.
+struct FileState {
+    bool open = false;
+    std::int64_t position = 0;  // from the start of the data
+    std::int64_t start = 0;     // where the data start in the stream
+    std::FILE* out = nullptr;   // written through here,
+    ByteSource* in = nullptr;   // read from here,
+    Descriptor own;             // or a file of its own, both ways
+};
+struct FdState {
+    Descriptor fd;
+    std::int64_t position = 0;
+};
+struct MultifdState {
+    struct Part {
+        std::string name;
+        Descriptor fd;
+        std::int64_t position = 0;
+        std::int64_t maximum = 0;
+        bool written = false;
+    };
+    std::vector<Part> parts;
+    std::size_t current = 0;
+};
+using IoState = std::variant<FileState, FdState, MultifdState>;
+
+/// The six routines of a set. Counts and offsets in bytes; seek returns the new position, or -1.
+struct IoRoutines {
+    void (*open)(Layer&, streaminf&);
+    void (*close)(Layer&, streaminf&);
+    std::int64_t (*read)(Layer&, streaminf&, void*, std::int64_t);
+    std::int64_t (*write)(Layer&, streaminf&, const void*, std::int64_t);
+    std::int64_t (*seek)(Layer&, streaminf&, std::int64_t offset, int whence);
+    std::int64_t (*size)(Layer&, streaminf&);
+};
+
+/// One dataset in use.
+struct streaminf {
+    std::string tagname;
+    Entrytype entrytype = STREAMIN;
+    bool valid = true;    ///< false: no header, or no data
+    std::string trouble;  ///< why it is not valid, a line for messages
+    std::string headername;
+    bool from_history = false;             ///< the header's name came out of a history
+    ByteSource header_source;              ///< an open input header, and what follows it
+    std::FILE* headfile = nullptr;         ///< an open output or in/out header
+    bool close_headfile = false;           ///< headfile is this record's to close
+    std::optional<std::string> headerbuf;  ///< text of an input header; none: no header
+    std::size_t hdrlen = 0;                ///< its length as it is copied to "out"
+    bool scanned = false;                  ///< headerbuf is in hetch_queue
+    ParTable hetch_queue;
+    std::optional<ParTable> tetch_queue;  ///< second table, searched after the first
+    bool backseekable = false;
+    bool header_title = false;
+    bool header_outname = false;
+    bool ready_out = false;
+    std::string dataname;
+    std::string datapath_source;  ///< where the prefix of a generated data name came from, for messages
+    const IoRoutines* io = nullptr;
+    Iotype iotype = FD_IO;
+    std::optional<IoState> ioinf;  ///< none until the first transfer
+    int format_num = -1;
+    bool isapipe = false;
+
+    streaminf() = default;
+    streaminf(const streaminf&) = delete;
+    streaminf& operator=(const streaminf&) = delete;
+};
+
+/// Everything a session remembers.
+struct Layer {
+    std::vector<std::string> argv;
+    bool first_invoke = true;  ///< the command line has not been scanned
+    ParTable getch_queue;
+    std::int64_t clock = 0;  ///< timestamp of the next store, over all tables
+    std::list<std::unique_ptr<streaminf>> streams;
+    std::FILE* in = stdin;
+    std::FILE* out = stdout;
+    Notes notes;
+    int hint_after_ms = 5000;  ///< silence of an input header before the user is told what the run waits for
+    enum class Recording { on, off, alternate } recording = Recording::on;
+    std::string altfile;  ///< tag that takes the records when recording is `alternate`
+    std::vector<char> xdr_block;
+
+    Layer() = default;
+    Layer(const Layer&) = delete;
+    Layer& operator=(const Layer&) = delete;
+    ~Layer();
+};
+
+}  // namespace qas
