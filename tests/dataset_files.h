@@ -120,13 +120,17 @@ struct Outcome {
 inline Outcome run_program(const std::string& program, const std::vector<std::string>& arguments,
                            const std::string& directory, const std::string& environment = "") {
     const auto quoted = [](const std::string& text) {
-        std::string result = "'";
-        for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        return result + "'";
+        std::string result = " '";
+        for (const char c : text) {
+            if (c == '\'') result.append("'\\'");
+            result.push_back(c);
+        }
+        result.push_back('\'');
+        return result;
     };
-    std::string command = "cd " + quoted(directory) + " && exec env " + environment + " " +
-                          quoted(std::string(MORVANE_BIN_DIR) + "/" + program);
-    for (const std::string& argument : arguments) command += " " + quoted(argument);
+    std::string command =
+        "cd" + quoted(directory) + " && exec env " + environment + quoted(std::string(MORVANE_BIN_DIR) + "/" + program);
+    for (const std::string& argument : arguments) command += quoted(argument);
     command += " < /dev/null > .stdout 2> .stderr";
     const int result = std::system(command.c_str());
     return {WIFEXITED(result) ? WEXITSTATUS(result) : -1, read_text(directory + "/.stdout"),

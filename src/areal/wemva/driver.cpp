@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "src/areal/wemva/base_spline_mod.h"
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/horizon_file.h"
 #include "src/areal/wemva/lloyd_vel.h"
@@ -222,6 +223,8 @@ void invert(qas::Session& session) {
             "vspl out");
     const int mmax = session.from_param<int>("mmax", 10);
     const std::size_t nmax = count_variables(par, mmax);
+    std::optional<base_spln2d> spline;
+    if (par.spline_grad()) spline = base_spln2d_init(par.img.xm, par.img.z, par.axk, par.azk, par.node);
     const std::string log_name = session.from_param<std::string>("log", "log");
     TextLog log("log", log_name);
     const std::string list_name = session.from_param<std::string>("list", "listagem");
@@ -246,7 +249,7 @@ void invert(qas::Session& session) {
     if (par.niter > 0) {
         const LateralFft fft(par.kxm.n, planner_flags(par));
         EvaluationArrays arrays(par);
-        course = iterate({par, session, listing, fft, taper, vel0, vref, pick1}, arrays, state, log);
+        course = iterate({par, session, listing, fft, taper, vel0, vref, pick1, spline}, arrays, state, log);
     }
     print_closing_line(session, par, state, course);
     session.end_prog();

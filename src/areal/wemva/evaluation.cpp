@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
-#include "src/areal/wemva/base_spline_mod.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
@@ -218,12 +217,11 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
 
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g) {
     float start2 = 0.0f, finish2 = 0.0f;
-    if (run.par.spline_grad()) {
+    if (run.spline) {
         constexpr bool adjoint = true, forward = false, fresh = false;
-        const BaseSpline2d spline(run.par);
         start2 = owexec_time();
-        spline.oper(adjoint, fresh, arrays.gspl, g);
-        spline.oper(forward, fresh, arrays.gspl, g);
+        base_spln2d_oper(*run.spline, adjoint, fresh, arrays.gspl, g);
+        base_spln2d_oper(*run.spline, forward, fresh, arrays.gspl, g);
         finish2 = owexec_time();
     }
     print_extremes(g);

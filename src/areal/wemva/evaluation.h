@@ -1,10 +1,12 @@
 #pragma once
 /// One evaluation of objective and gradient: migrate all shots, weight the stacked image, carry the residual back.
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/base_spline_mod.h"
 #include "src/areal/wemva/ow_fftw_areal.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 #include "src/areal/wemva/text_log.h"
@@ -13,12 +15,13 @@
 struct Inversion {
     const Parms& par;
     qas::Session& session;
-    TextLog& listing;              ///< progress lines
-    const LateralFft& fft;         ///< of par.kxm.n samples
-    View<const float, 1> taper;    ///< (kxm.n) lateral taper
-    View<const float, 2> vel0;     ///< (img.xm.n, img.z.n) start model
-    View<const float, 3> vref;     ///< (nref, 2, img.z.n) region table, or empty
-    std::span<const float> pick1;  ///< (img.xm.n) horizon depths, or empty: no horizon
+    TextLog& listing;                   ///< progress lines
+    const LateralFft& fft;              ///< of par.kxm.n samples
+    View<const float, 1> taper;         ///< (kxm.n) lateral taper
+    View<const float, 2> vel0;          ///< (img.xm.n, img.z.n) start model
+    View<const float, 3> vref;          ///< (nref, 2, img.z.n) region table, or empty
+    std::span<const float> pick1;       ///< (img.xm.n) horizon depths, or empty: no horizon
+    std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
 };
 
 /// The arrays an evaluation works in, allocated once for a run.

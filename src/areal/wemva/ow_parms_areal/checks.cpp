@@ -5,8 +5,6 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,32 +22,6 @@ constexpr int good_factor = 13;  // the transform library has fast code for fact
 
 double end_of(const Axis& axis) {
     return static_cast<double>(axis.n - 1) * axis.d + axis.o;
-}
-
-/// Bytes of the data behind an input, or nothing where only a transfer could tell.
-std::optional<std::int64_t> data_bytes(qas::Session& session, std::string_view tag) {
-    std::string names = session.from_aux<std::string>(tag, "in", "");
-    if (names == "stdin") names = session.getch<std::string>(tag).value_or(std::string(tag));  // data follow the header
-    std::int64_t bytes = 0;
-    std::istringstream list(names);
-    for (std::string name; std::getline(list, name, ';');) {
-        std::error_code failed;
-        const auto size = std::filesystem::file_size(name, failed);
-        if (failed) return {};
-        bytes += static_cast<std::int64_t>(size);
-    }
-    return names.empty() ? std::nullopt : std::optional(bytes);
-}
-
-/// A panel somewhat longer than the file is a short read, which a run survives; one out of all proportion is a header
-/// that must not decide how much memory is taken.
-void check_size(qas::Session& session, const char* tag, const Axis& first, const Axis& third, int sample_bytes) {
-    const std::int64_t panel = std::int64_t{first.n} * third.n;
-    const std::optional<std::int64_t> found = data_bytes(session, tag);
-    if (panel <= most_samples && !(found && panel > (8 * *found + (1 << 20)) / sample_bytes)) return;
-    refuse("n1=%d n3=%d in the header of %s ask for %.4g bytes a panel; its data file holds %s bytes", first.n, third.n,
-           tag, static_cast<double>(panel) * sample_bytes,
-           found ? std::to_string(*found).c_str() : "an unknown number of");
 }
 
 struct HeaderAxis {
@@ -124,18 +96,17 @@ void check_extrapolator(const Parms& par) {
 }
 
 void check_offsets(const Parms& par) {
-    const char* key = par.timeshift ? "nth" : "nh";
-    const char letter = par.timeshift ? 't' : 0;
+    struct Keys {
+        const char *n, *d, *o;
+    };
+    const Keys key = par.timeshift ? Keys{"nth", "dth", "oth"} : Keys{"nh", "dh", "oh"};
     const Axis& axis = par.timeshift ? par.img.th : par.img.sh;
-    const std::string d = letter ? "dth" : "dh";
-    const std::string o = letter ? "oth" : "oh";
-    if (axis.n < 1) refuse("%s=%d: the number of samples must be 1 or more", key, axis.n);
+    if (axis.n < 1) refuse("%s=%d: the number of samples must be 1 or more", key.n, axis.n);
     const std::int64_t plane = std::int64_t{par.img.xm.n} * par.nz;
     if (plane * axis.n > most_samples)
         refuse("%s=%d: image gathers of %d x %d x %d samples are too large; at most %lld are permitted for this image",
-               key, axis.n, par.img.xm.n, axis.n, par.nz, static_cast<long long>(most_samples / plane));
-    if (axis.n > 1 && axis.d == 0.0f)
-        warn("%s=0: all %d samples of the second image axis are the same", d.c_str(), axis.n);
+               key.n, axis.n, par.img.xm.n, axis.n, par.nz, static_cast<long long>(most_samples / plane));
+    if (axis.n > 1 && axis.d == 0.0f) warn("%s=0: all %d samples of the second image axis are the same", key.d, axis.n);
 
     float largest = axis.o, widest = 0.0f;
     bool has_zero = false;
@@ -146,24 +117,23 @@ void check_offsets(const Parms& par) {
         has_zero = has_zero || h == 0.0f;
     }
     if (par.expdso == 0.0f) return;
-    const std::string values = std::string(key) + "=" + std::to_string(axis.n) + " " + d + "=" +
-                               std::to_string(axis.d) + " " + o + "=" + std::to_string(axis.o);
     if (largest == 0.0f)
         refuse(
-            "%s: the largest value of the axis is 0, and expdso=%g divides by it: more samples are needed, or expdso=0",
-            values.c_str(), par.expdso);
+            "%s=%d %s=%g %s=%g: the largest value of the axis is 0, and expdso=%g divides by it: more samples are "
+            "needed, or expdso=0",
+            key.n, axis.n, key.d, axis.d, key.o, axis.o, par.expdso);
     if (par.expdso < 0.0f && has_zero)
-        refuse("expdso=%g: a negative exponent gives the sample at zero an infinite weight; %s", par.expdso,
-               values.c_str());
+        refuse("expdso=%g: a negative exponent gives the sample at zero an infinite weight (%s=%d %s=%g %s=%g)",
+               par.expdso, key.n, axis.n, key.d, axis.d, key.o, axis.o);
     if (largest < 0.0f)
-        warn("%s: the largest value of the axis is negative (%g); all weights are relative to it", values.c_str(),
-             largest);
+        warn("%s=%d %s=%g %s=%g: the largest value of the axis is negative (%g); all weights are relative to it", key.n,
+             axis.n, key.d, axis.d, key.o, axis.o, largest);
     else if (widest > largest * 1.00001f)
         warn(
-            "%s: the axis is not symmetric and its weights are relative to its largest value %g, so that they reach "
-            "%g; "
-            "an odd %s makes it symmetric",
-            values.c_str(), largest, std::pow(widest / largest, par.expdso), key);
+            "%s=%d %s=%g %s=%g: the axis is not symmetric and its weights are relative to its largest value %g, so "
+            "that "
+            "they reach %g; an odd %s makes it symmetric",
+            key.n, axis.n, key.d, axis.d, key.o, axis.o, largest, std::pow(widest / largest, par.expdso), key.n);
 }
 
 // --- geometry --------------------------------------------------------------------------------------------------------
@@ -308,9 +278,9 @@ void check_axes(const Parms& par, qas::Session& session) {
         check_axis(a);
     check_frequencies("rec", par.rec.w);
     check_frequencies("sou", par.sou.w);
-    check_size(session, "rec", par.rec.h, par.rec.w, 8);
-    if (par.areal) check_size(session, "sou", par.sou.h, par.sou.w, 8);
-    check_size(session, "vel", par.v.xm, par.v.z, 4);
+    session.check_data_size("rec", std::int64_t{8} * par.rec.h.n * par.rec.w.n, "n1*n3");
+    if (par.areal) session.check_data_size("sou", std::int64_t{8} * par.sou.h.n * par.sou.w.n, "n1*n3");
+    session.check_data_size("vel", std::int64_t{4} * par.v.xm.n * par.v.z.n, "n1*n3");
 
     if (par.tapertr < 0) refuse("traces_in_taper=%d: 0 or more are permitted", par.tapertr);
     if (par.padtraces < 0) refuse("padtraces=%d: 0 or more are permitted", par.padtraces);
@@ -341,7 +311,8 @@ void check_depths(const Parms& par) {
     const auto levels = [&](float zmax) { return truncate((zmax - par.zmin) / step); };
     const float quotient = (par.zmax - par.zmin) / step;
     const int nearest = truncate(std::floor(quotient + 0.5f));
-    if (nearest > levels(par.zmax) && static_cast<float>(nearest) - quotient < 1e-5f * std::max(quotient, 10.0f)) {
+    const float rounding = 4e-7f * (std::abs(par.zmax) + std::abs(par.zmin)) / step;
+    if (nearest > levels(par.zmax) && static_cast<float>(nearest) - quotient < rounding) {
         float better = par.zmax;
         while (levels(better) < nearest) better = std::nextafter(better, INFINITY);
         const float bottom = static_cast<float>(par.v.z.n - 1) * step + top;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <numeric>
 
+#include "lib/base/fixed_format.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
 #include "tests/dataset_files.h"
 
