@@ -27,10 +27,13 @@ struct Parms {
     DatGrid sou;  ///< sou.w stays in cycles/s
     ModGrid img;
     Velo v;
-    Axis kxm;  ///< lateral wavenumbers in transform order: all in rad/length; d and o in cycles/length
-    Axis kz, ksh;
-    Axis axk, ayk, azk;  ///< spline knots; n = not_given where no key was given
+    Axis kxm;      ///< lateral wavenumbers in transform order: all in rad/length; d and o in cycles/length
+    Axis kz, ksh;  ///< depth and offset wavenumbers in transform order: all in rad/length; d the first difference
+    Axis axk{not_given, 1.0f, 0.0f, {}};  ///< spline knots across the line, n = not_given without a key
+    Axis ayk{not_given, 1.0f, 0.0f, {}};  ///< crossline knots
+    Axis azk{not_given, 1.0f, 0.0f, {}};  ///< knots in depth
 
+    bool vspl = false;  ///< spline-only path: just v, node, the knots, xv_min and xv_max are set
     bool dipflt = false;
     int frame = 50;
     float epscg = 1.0f;
@@ -81,6 +84,8 @@ struct Parms {
     float vsal = 0.0f;
     bool icwind = false;
 
+    std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
+
     int nz = 0, nzmin = 1, nzmax = 0, nh0 = 0, isp = 1, nwbott = 1;
     float dwbott = 0.0f;
     int nsecdim = 1;
@@ -94,6 +99,6 @@ struct Parms {
 };
 
 /// Fill the run parameters from the command line and the headers of the inputs, check that they fit together, write the
-/// output headers and print the summary on standard error. Throws qas::Fatal with the message of the first failed
-/// check.
+/// output headers and print the summary on standard error. Every value is recorded in the history of "out". Throws
+/// qas::Fatal with the message of the first failed check; nothing but that history has been written by then.
 Parms owparam(qas::Session& session);

@@ -1,0 +1,263 @@
+#include "src/areal/wemva/evaluation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "lib/base/fixed_format.h"
+#include "src/areal/wemva/exec_time.h"
+#include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/ow_grabvel_areal.h"
+#include "src/areal/wemva/ow_wei_areal.h"
+
+namespace {
+
+template <class T>
+std::int64_t bytes(std::span<T> samples) {
+    return static_cast<std::int64_t>(samples.size_bytes());
+}
+
+std::string minutes(float start, float finish, int width) {
+    return column_fixed((finish - start) / 60.0f, width, 2);
+}
+
+std::string right_justified(std::string_view text, std::size_t width) {
+    return std::string(width - text.size(), ' ') + std::string(text);
+}
+
+// --- numbers that are not finite -------------------------------------------------------------------------------------
+
+std::int64_t count_not_finite(std::span<const float> samples) {
+    return std::count_if(samples.begin(), samples.end(), [](float s) { return !std::isfinite(s); });
+}
+
+void check_data(const char* tag, int ishot, View<const cf, 2> field) {
+    const std::span<const float> samples{reinterpret_cast<const float*>(field.p), 2 * field.flat().size()};
+    if (const std::int64_t bad = count_not_finite(samples); bad > 0)
+        refuse("%s: shot %d holds %lld of %zu numbers that are not finite", tag, ishot, static_cast<long long>(bad),
+               samples.size());
+}
+
+/// Ends the run if `samples` hold a number that is not finite.
+void check_result(const Parms& par, const EvaluationArrays& arrays, const char* what, int titer,
+                  std::span<const float> samples) {
+    const std::int64_t bad = count_not_finite(samples);
+    if (bad == 0) return;
+    const auto model = arrays.model.flat();
+    const auto wrong =
+        std::count_if(model.begin(), model.end(), [](float s) { return !(s > 0.0f && std::isfinite(s)); });
+    std::string cause = "numbers too large for single precision: scale rec and sou down, or check the units";
+    if (wrong > 0)
+        cause = std::to_string(wrong) +
+                " samples of the trial model are not positive: set bounds, or check the units of vel";
+    else if (par.l1norm)
+        cause += ", or do without l1norm";
+    refuse("evaluation %d: %lld of %zu samples of the %s are not finite; likely cause: %s", titer,
+           static_cast<long long>(bad), samples.size(), what, cause.c_str());
+}
+
+// --- shots -----------------------------------------------------------------------------------------------------------
+
+/// Puts both datasets back to their start; with one source function, reads it and sets it at its trace.
+void rewind_shots(const Inversion& run, EvaluationArrays& arrays) {
+    const Parms& par = run.par;
+    run.session.sseek("rec", 0, 0);
+    run.session.sseek("sou", 0, 0);
+    if (par.areal) return;
+    Array<cf, 1> source1({par.sou.w.n});
+    run.session.sreed("sou", source1.view().p, bytes(source1.flat()));
+    check_data("sou", 1, {source1.view().p, {source1.n()[0], 1}});
+    for (int iw = 0; iw < par.sou.w.n; ++iw) arrays.source(par.isp - 1, iw) = source1(iw);
+}
+
+/// Reads the wavefields of the next shot and cuts its model. Returns the first column of its window, from 1.
+int load_shot(const Inversion& run, EvaluationArrays& arrays, int ishot) {
+    const Parms& par = run.par;
+    int ish = 1;
+    if (par.areal) {
+        arrays.source.fill({});
+        run.session.sreed("sou", arrays.source.view().p, bytes(arrays.source.flat()));
+        check_data("sou", ishot, arrays.source);
+        std::ranges::copy(arrays.model.flat(), arrays.vel.flat().begin());
+    } else {
+        ish = owgrab_vel(par, run.session, arrays.model, arrays.vel, false, ishot);
+    }
+    arrays.recv.fill({});
+    run.session.sreed("rec", arrays.recv.view().p, bytes(arrays.recv.flat()));
+    check_data("rec", ishot, arrays.recv);
+    return ish;
+}
+
+/// Adds the columns of a shot's window to those of the image from column ish on, counted from 1.
+template <std::size_t N>
+void stack(View<const float, N> window, View<float, N> image, int ish) {
+    if constexpr (N == 1)
+        for (std::ptrdiff_t i = 0; i < window.n[0]; ++i) image(ish - 1 + i) += window(i);
+    else
+        for (std::ptrdiff_t i = 0; i < window.n[N - 1]; ++i) stack(window.slice(i), image.slice(i), ish);
+}
+
+void cut_window(View<const float, 3> image, View<float, 3> window, int ish) {
+    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz)
+        for (std::ptrdiff_t ih = 0; ih < window.n[1]; ++ih)
+            std::copy_n(image.slice(iz).slice(ih).p + ish - 1, window.n[0], window.slice(iz).slice(ih).p);
+}
+
+/// Divides by the illumination where there is any.
+void compensate(View<float, 3> image, View<const float, 2> illumination) {
+    for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
+        for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih)
+            for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix)
+                image(ix, ih, iz) =
+                    image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
+}
+
+void list_shot(const Inversion& run, int ishot, float start) {
+    run.listing.line("EXTRAPOLATED WAVEFIELDS = " + column_int(ishot, 4) + " OUT OF " +
+                     column_int(run.par.rec.xd.n, 4) + " IN " + minutes(start, owexec_time(), 6) + " min");
+}
+
+// --- outputs ---------------------------------------------------------------------------------------------------------
+
+void write_panel(const Inversion& run, const char* tag, int titer, std::span<const float> samples) {
+    run.session.to_history<int>("n4", titer, tag);
+    run.session.srite(tag, samples.data(), bytes(samples));
+}
+
+void print_extremes(std::span<const double> g) {
+    const auto [least, most] = std::ranges::minmax(g);
+    list_write({"main => ", most, least});
+}
+
+}  // namespace
+
+EvaluationArrays::EvaluationArrays(const Parms& par)
+    : model({par.img.xm.n, par.img.z.n}),
+      b_image({par.img.xm.n, par.nsecdim, par.img.z.n}),
+      r_image(par.l1norm ? Array<float, 3>({par.img.xm.n, par.nsecdim, par.img.z.n}) : Array<float, 3>()),
+      deltai({par.kxm.n, par.nsecdim, par.img.z.n}),
+      vel({par.kxm.n, par.img.z.n}),
+      deltas({par.kxm.n, par.img.z.n}),
+      illum({par.kxm.n, par.img.z.n}),
+      scats({par.img.xm.n, par.img.z.n}),
+      illumination({par.img.xm.n, par.img.z.n}),
+      recv({par.rec.h.n, par.rec.w.n}),
+      source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}) {
+    if (!par.spline_grad()) return;
+    const std::size_t samples = model.flat().size();
+    gspl.resize(std::max(samples, static_cast<std::size_t>(par.axk.n) * static_cast<std::size_t>(par.azk.n)));
+}
+
+void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
+    const Parms& par = run.par;
+    arrays.b_image.fill(0.0f);
+    const float start1 = owexec_time();
+    rewind_shots(run, arrays);
+    for (int ishot = 1; ishot <= par.rec.xd.n; ++ishot) {
+        const float start = owexec_time();
+        const int ish = load_shot(run, arrays, ishot);
+        arrays.deltai.fill(0.0f);
+        arrays.illum.fill(0.0f);
+        const int nodes = owwei_init(par);
+        owwei({par, run.fft, nodes, run.taper, run.vref}, arrays.recv, arrays.source, arrays.vel, arrays.deltai,
+              arrays.illum);
+        stack<3>(arrays.deltai, arrays.b_image, ish);
+        stack<2>(arrays.illum, arrays.illumination, ish);
+        if (Parms::light && !par.timeshift) compensate(arrays.b_image, arrays.illumination);
+        list_shot(run, ishot, start);
+    }
+    run.listing.line("COMPUTED BACKGROUND IMAGE IN " + minutes(start1, owexec_time(), 10) + " min OF ITERATION # " +
+                     column_int(iter, 4));
+}
+
+void form_residual(const Inversion& run, EvaluationArrays& arrays) {
+    const Parms& par = run.par;
+    constexpr bool forward = false, adjoint = true;
+    owdso(par, forward, arrays.b_image, run.pick1);
+    if (par.l1norm) {
+        owsmooth(par, arrays.b_image, arrays.r_image);
+        const auto image = arrays.b_image.flat();
+        const auto envelope = arrays.r_image.flat();
+        // the envelope to the power of itself, not squared
+        for (std::size_t i = 0; i < image.size(); ++i)
+            image[i] = image[i] * std::abs(image[i]) / std::pow(envelope[i], envelope[i]);
+    }
+    owdso(par, adjoint, arrays.b_image, run.pick1);
+}
+
+double objective(const Parms& par, View<const float, 3> b_image) {
+    double fun = 0.0;
+    for (std::ptrdiff_t iz = 0; iz < b_image.n[2]; ++iz) {
+        for (std::ptrdiff_t ish = 0; ish < par.img.sh.n; ++ish) {
+            for (const float r : b_image.slice(iz).slice(ish).flat()) fun += par.l1norm ? std::abs(r) : r * r;
+        }
+    }
+    return fun;
+}
+
+void back_project(const Inversion& run, EvaluationArrays& arrays) {
+    const Parms& par = run.par;
+    constexpr bool adjoint = true;
+    rewind_shots(run, arrays);
+    arrays.scats.fill(0.0f);
+    for (int ishot = 1; ishot <= par.rec.xd.n; ++ishot) {
+        const float start = owexec_time();
+        const int ish = load_shot(run, arrays, ishot);
+        arrays.deltas.fill(0.0f);
+        const int nodes = owwemva_init(par, ishot);
+        cut_window(arrays.b_image, arrays.deltai, ish);
+        owwemva({par, run.fft, nodes, run.taper, run.vref}, adjoint, arrays.recv, arrays.source, arrays.vel,
+                arrays.deltas, arrays.deltai, &run.session);
+        stack<2>(arrays.deltas, arrays.scats, ish);
+        list_shot(run, ishot, start);
+    }
+}
+
+void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g) {
+    float start2 = 0.0f, finish2 = 0.0f;
+    if (run.spline) {
+        constexpr bool adjoint = true, forward = false, fresh = false;
+        start2 = owexec_time();
+        base_spln2d_oper(*run.spline, adjoint, fresh, arrays.gspl, g);
+        base_spln2d_oper(*run.spline, forward, fresh, arrays.gspl, g);
+        finish2 = owexec_time();
+    }
+    print_extremes(g);
+    run.listing.line(right_justified("SMOOTHED GRADIENT IN ", 29) + minutes(start2, finish2, 10));
+}
+
+double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, std::span<double> g, int iter,
+                int titer) {
+    const Parms& par = run.par;
+    const auto samples = arrays.model.flat();
+    // The solver takes the edited point as the one it proposed.
+    if (!run.pick1.empty()) oweditvel(par, run.pick1, {x.data(), arrays.model.n()}, run.vel0);
+    std::vector<float> panel(samples.size());
+    std::ranges::transform(x, panel.begin(), [](double slowness) { return static_cast<float>(1.0 / slowness); });
+    write_panel(run, "Velout", titer, panel);
+    std::ranges::transform(x, samples.begin(), [](double slowness) { return static_cast<float>(slowness); });
+
+    form_image(run, arrays, iter);
+    write_panel(run, "bkgimg", titer, arrays.b_image.flat());
+    if (Parms::light && !par.timeshift)
+        run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
+    check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
+
+    form_residual(run, arrays);
+    write_panel(run, "Dimage", titer, arrays.b_image.flat());
+    check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
+
+    const float start1 = owexec_time();
+    back_project(run, arrays);
+    std::ranges::transform(arrays.scats.flat(), g.begin(), [](float s) { return -static_cast<double>(s); });
+    print_extremes(g);
+    condition_gradient(run, arrays, g);
+    run.listing.line(right_justified("COMPUTED THE GRADIENT IN ", 29) + minutes(start1, owexec_time(), 10) +
+                     " min OF ITERATION # " + column_int(iter, 4));
+    std::ranges::transform(g, panel.begin(), [](double s) { return static_cast<float>(s); });
+    write_panel(run, "grad", titer, panel);
+    check_result(par, arrays, "gradient", titer, panel);
+    return objective(par, arrays.b_image);
+}

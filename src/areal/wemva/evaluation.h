@@ -1,0 +1,67 @@
+#pragma once
+/// One evaluation of objective and gradient: migrate all shots, weight the stacked image, carry the residual back.
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "lib/base/array.h"
+#include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/base_spline_mod.h"
+#include "src/areal/wemva/ow_fftw_areal.h"
+#include "src/areal/wemva/ow_parms_areal.h"
+#include "src/areal/wemva/text_log.h"
+
+/// What all evaluations of a run share, read-only. The views belong to the driver.
+struct Inversion {
+    const Parms& par;
+    qas::Session& session;
+    TextLog& listing;                   ///< progress lines
+    const LateralFft& fft;              ///< of par.kxm.n samples
+    View<const float, 1> taper;         ///< (kxm.n) lateral taper
+    View<const float, 2> vel0;          ///< (img.xm.n, img.z.n) start model
+    View<const float, 3> vref;          ///< (nref, 2, img.z.n) region table, or empty
+    std::span<const float> pick1;       ///< (img.xm.n) horizon depths, or empty: no horizon
+    std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
+};
+
+/// The arrays an evaluation works in, allocated once for a run.
+struct EvaluationArrays {
+    Array<float, 2> model;                ///< (img.xm.n, img.z.n) the slowness in single precision
+    Array<float, 3> b_image;              ///< (img.xm.n, nsecdim, img.z.n) stacked image, then image residual
+    Array<float, 3> r_image;              ///< same shape; only with l1norm
+    Array<float, 3> deltai;               ///< (kxm.n, nsecdim, img.z.n) one shot's image, or residual in its window
+    Array<float, 2> vel, deltas, illum;   ///< (kxm.n, img.z.n) one shot's slowness, its update, its illumination
+    Array<float, 2> scats, illumination;  ///< (img.xm.n, img.z.n) sums of deltas and of illum over shots
+    Array<cf, 2> recv;                    ///< (rec.h.n, rec.w.n) one shot's receiver wavefield
+    Array<cf, 2> source;                  ///< (sou.h.n or rec.h.n, sou.w.n) its source wavefield
+    std::vector<double> gspl;             ///< spline coefficients of the gradient; only with knots
+    explicit EvaluationArrays(const Parms& par);
+};
+
+/// Migrates every shot through `arrays.model` and stacks into `arrays.b_image`. Reads "rec" and "sou" from their
+/// starts.
+void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
+
+/// Turns the stacked image in `arrays.b_image` into the residual: weight, reweighting with l1norm, weight again.
+void form_residual(const Inversion& run, EvaluationArrays& arrays);
+
+/// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. The
+/// second axis is img.sh also with time shifts, where it is empty.
+double objective(const Parms& par, View<const float, 3> b_image);
+
+/// Carries the residual back shot by shot and sums the updates in `arrays.scats`. Reads "rec" and "sou" again.
+void back_project(const Inversion& run, EvaluationArrays& arrays);
+
+/// Projects the gradient on the spline knots, if there are any: g = B B' g.
+/// @param g (img.xm.n img.z.n) in place
+void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g);
+
+/// Objective and gradient at x, in the described order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
+/// @param x     (img.xm.n img.z.n) slowness; samples above a horizon go back to the start model, also for the caller
+/// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned
+/// @param titer number of the evaluation, also the panel count of the outputs
+/// @return fun; the caller checks that it is finite
+/// Ends the run when data, image, residual or gradient hold numbers that are not finite, naming the array, the count
+/// and the likely cause; the panel concerned has been written by then.
+double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, std::span<double> g, int iter,
+                int titer);

@@ -1,0 +1,28 @@
+#pragma once
+/// Start-up checks beyond those of owparam's own steps: what would otherwise divide by zero, leave an array or give a
+/// silently wrong result is refused or warned about before anything is computed, with key, value and what is permitted.
+#include "lib/base/array.h"
+#include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/ow_parms_areal.h"
+
+/// Ends the run if a key asks for something that this version does not have.
+void refuse_unbuilt(const Parms& par, qas::Session& session);
+
+/// Axes as read from the headers: counts, steps, finite numbers, sizes against those of the data files; the margins.
+void check_axes(const Parms& par, qas::Session& session);
+
+/// Everything that parameters and headers decide together; par.img, nz, nzmin and nzmax are set, output headers are not
+/// written yet.
+void check_settings(const Parms& par, qas::Session& session);
+
+/// The depth axis: levels lost to rounding, the top of the image against that of the model.
+void check_depths(const Parms& par);
+
+/// No output may take the header of an input, or that of another output.
+void check_output_names(qas::Session& session);
+
+/// The start model on the image grid (img.xm.n, img.z.n): positive and finite, of a plausible unit, against vsal.
+void check_model(const Parms& par, View<const float, 2> vel0);
+
+/// Largest prime factor of n >= 1.
+int largest_prime_factor(int n);

@@ -1,0 +1,29 @@
+#pragma once
+/// Plain text outputs of a run: the iteration log, the progress listing, and the lines they hold.
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+/// A text file that is written line by line; each line reaches the file at once, so that a killed run leaves all of
+/// them.
+class TextLog {
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::string key_, name_;
+    std::unique_ptr<std::FILE, Close> file_;
+
+public:
+    /// Creates or overwrites the file `name`, which parameter `key` gave; ends the run if that fails.
+    TextLog(std::string_view key, std::string name);
+    /// Appends one line; ends the run if it cannot be written.
+    void line(std::string_view text);
+};
+
+/// The line of an evaluation or an accepted step: counters, the solver's task, fun, and the extreme velocities 1/x as
+/// whole numbers (asterisks where they do not fit or are no numbers).
+/// @param task the first five characters are shown
+/// @param x    slowness, double precision
+std::string iteration_line(int iter, int titer, std::string_view task, double fun, std::span<const double> x);

@@ -1,0 +1,556 @@
+/// The program as a black box: whole runs on tiny surveys.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <functional>
+#include <regex>
+
+#include "src/areal/wemva/base_spline_mod.h"
+#include "tests/tiny_survey.h"
+
+namespace {
+
+using files::Outcome;
+using files::TinySurvey;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+struct LogLine {
+    int iter = 0, titer = 0;
+    std::string task;
+    double fun = 0.0;
+    int least = 0, most = 0;
+};
+
+std::vector<LogLine> read_log(const TinySurvey& survey) {
+    const std::regex layout(
+        R"( iter = ([ \d]{4}) titer= ([ \d]{4}) task = (.{5}) J\(x\) = ([ \d.E+-]{15}) min_x =([ \d*-]{5}) max_x =([ \d*-]{5}))");
+    std::vector<LogLine> lines;
+    for (const std::string& text : files::lines_of(files::read_text(survey.dir / "log"))) {
+        std::smatch part;
+        if (!std::regex_match(text, part, layout)) {
+            ADD_FAILURE() << "not laid out as a log line: " << text;
+            continue;
+        }
+        lines.push_back({std::atoi(part[1].str().c_str()), std::atoi(part[2].str().c_str()), part[3],
+                         std::atof(part[4].str().c_str()), std::atoi(part[5].str().c_str()),
+                         std::atoi(part[6].str().c_str())});
+    }
+    return lines;
+}
+
+int count_evaluations(const std::vector<LogLine>& log) {
+    return static_cast<int>(std::count_if(log.begin(), log.end(), [](const LogLine& l) { return l.task[0] == 'F'; }));
+}
+
+std::vector<float> panel_of(const std::vector<float>& samples, int panels, int number) {
+    const std::size_t size = samples.size() / static_cast<std::size_t>(panels);
+    const auto first = samples.begin() + static_cast<std::ptrdiff_t>(size * static_cast<std::size_t>(number - 1));
+    return {first, first + static_cast<std::ptrdiff_t>(size)};
+}
+
+double sum_of_squares(const std::vector<float>& samples) {
+    double sum = 0.0;
+    for (const float s : samples) sum += static_cast<double>(s) * s;
+    return sum;
+}
+
+/// Largest difference over the largest value.
+double mismatch(const std::vector<float>& a, const std::vector<float>& b) {
+    if (a.size() != b.size()) return INFINITY;
+    double difference = 0.0, size = 0.0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        difference = std::max(difference, std::abs(static_cast<double>(a[i]) - b[i]));
+        size = std::max(size, std::abs(static_cast<double>(a[i])));
+    }
+    return difference / size;
+}
+
+struct OutputFile {
+    const char *tag, *file;
+};
+constexpr OutputFile panels[] = {
+    {"Velout", "velout.H"}, {"grad", "grad.H"}, {"bkgimg", "bkgimg.H"}, {"Dimage", "dimage.H"}};
+
+}  // namespace
+
+TEST(Driver, OneEvaluationLeavesItsPanelsAndLines) {
+    for (const bool areal : {true, false}) {
+        SCOPED_TRACE(areal ? "areal" : "per shot");
+        TinySurvey survey(areal);
+        survey.arguments["bounds"] = "y";
+        survey.arguments["p_up"] = survey.arguments["p_lo"] = "20";
+        const Outcome run = survey.run();
+        ASSERT_EQ(run.status, 0) << run.err;
+        const std::vector<LogLine> log = read_log(survey);
+        const int evaluations = count_evaluations(log);
+        ASSERT_GE(evaluations, 2) << "a start and at least one line-search trial";
+        for (int i = 0; i < evaluations; ++i) EXPECT_EQ(log[static_cast<std::size_t>(i)].titer, i + 1);
+        EXPECT_EQ(log[0].task, "FG_ST");
+        EXPECT_EQ(log[1].task, "FG_LN");
+        EXPECT_EQ(log[1].iter, 1) << "trials do not advance the iteration";
+
+        const int nx = areal ? 16 : 24;
+        const std::size_t first_column = areal ? 8 : 6;
+        std::map<std::string, std::vector<float>> data;
+        for (const OutputFile& output : panels) {
+            const std::string header = files::read_text(survey.dir / output.file);
+            EXPECT_EQ(files::header_value(header, "n4"), std::to_string(evaluations)) << output.tag;
+            for (int panel = 1; panel <= evaluations; ++panel)
+                EXPECT_THAT(header, HasSubstr("\t\tn4=" + std::to_string(panel) + "\n")) << "a line a panel";
+            data[output.tag] = files::read_dataset(survey.dir / output.file);
+        }
+        const std::size_t samples = static_cast<std::size_t>(nx * TinySurvey::nz);
+        EXPECT_EQ(data["Velout"].size(), samples * static_cast<std::size_t>(evaluations));
+        EXPECT_EQ(data["grad"].size(), samples * static_cast<std::size_t>(evaluations));
+        EXPECT_EQ(data["bkgimg"].size(), 3 * samples * static_cast<std::size_t>(evaluations));
+        EXPECT_EQ(data["Dimage"].size(), 3 * samples * static_cast<std::size_t>(evaluations));
+
+        const std::vector<float> start = panel_of(data["Velout"], evaluations, 1);
+        float least = INFINITY, most = 0.0f;
+        for (std::size_t iz = 0; iz < TinySurvey::nz; ++iz) {
+            for (std::size_t ix = 0; ix < static_cast<std::size_t>(nx); ++ix) {
+                const float velocity = start[iz * static_cast<std::size_t>(nx) + ix];
+                EXPECT_FLOAT_EQ(velocity, 1.0f / survey.vel.samples[iz * TinySurvey::nx + ix + first_column]);
+                least = std::min(least, velocity);
+                most = std::max(most, velocity);
+            }
+        }
+        EXPECT_EQ(log[0].least, static_cast<int>(least));
+        EXPECT_EQ(log[0].most, static_cast<int>(most));
+        // the residual carries the weight |h / h_max| = 1, 0, 1 twice: zero offset is gone, the rest is the image
+        for (int panel = 1; panel <= evaluations; ++panel) {
+            const std::vector<float> image = panel_of(data["bkgimg"], evaluations, panel);
+            const std::vector<float> residual = panel_of(data["Dimage"], evaluations, panel);
+            for (std::size_t i = 0; i < image.size(); ++i)
+                ASSERT_EQ(residual[i], i / static_cast<std::size_t>(nx) % 3 == 1 ? 0.0f : image[i]) << i;
+            const double fun = sum_of_squares(residual);
+            EXPECT_NEAR(log[static_cast<std::size_t>(panel - 1)].fun, fun, 1e-6 * fun);
+        }
+        EXPECT_GT(sum_of_squares(panel_of(data["grad"], evaluations, 1)), 0.0);
+    }
+}
+
+TEST(Driver, TheListingTellsTheOrderOfEvents) {
+    TinySurvey survey(false);
+    ASSERT_EQ(survey.run().status, 0);
+    const std::vector<std::string> lines = files::lines_of(files::read_text(survey.dir / "listagem"));
+    const std::vector<std::string> one = {
+        R"(EXTRAPOLATED WAVEFIELDS =    1 OUT OF    3 IN   \d\.\d\d min)",
+        R"(EXTRAPOLATED WAVEFIELDS =    2 OUT OF    3 IN   \d\.\d\d min)",
+        R"(EXTRAPOLATED WAVEFIELDS =    3 OUT OF    3 IN   \d\.\d\d min)",
+        R"(COMPUTED BACKGROUND IMAGE IN       \d\.\d\d min OF ITERATION #    1)",
+        R"(EXTRAPOLATED WAVEFIELDS =    1 OUT OF    3 IN   \d\.\d\d min)",
+        R"(EXTRAPOLATED WAVEFIELDS =    2 OUT OF    3 IN   \d\.\d\d min)",
+        R"(EXTRAPOLATED WAVEFIELDS =    3 OUT OF    3 IN   \d\.\d\d min)",
+        R"(        SMOOTHED GRADIENT IN       0\.00)",
+        R"(    COMPUTED THE GRADIENT IN       \d\.\d\d min OF ITERATION #    1)",
+    };
+    ASSERT_EQ(lines.size() % one.size(), 0u);
+    ASSERT_GE(lines.size(), one.size());
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        EXPECT_TRUE(std::regex_match(lines[i], std::regex(one[i % one.size()]))) << lines[i];
+}
+
+// Shots imaged one by one, each on a line of its own, add up to the image of the whole line.
+TEST(Driver, ShotsLandInTheirColumns) {
+    TinySurvey whole(false);
+    whole.arguments["niter"] = "1";
+    ASSERT_EQ(whole.run().status, 0);
+    const int evaluations = count_evaluations(read_log(whole));
+    const std::vector<float> line = panel_of(files::read_dataset(whole.dir / "bkgimg.H"), evaluations, 1);
+    constexpr std::size_t nx = 24, width = 16, gathers = 3 * TinySurvey::nz, shot_size = 2 * 12 * 3;
+    std::vector<float> sum(line.size());
+    for (std::size_t shot = 0; shot < 3; ++shot) {
+        TinySurvey single(false);
+        single.rec.axis(4, 1, "40", std::to_string(100 + 40 * shot));
+        const auto first = whole.rec.samples.begin() + static_cast<std::ptrdiff_t>(shot * shot_size);
+        single.rec.samples.assign(first, first + static_cast<std::ptrdiff_t>(shot_size));
+        ASSERT_EQ(single.run().status, 0);
+        const std::vector<float> image =
+            panel_of(files::read_dataset(single.dir / "bkgimg.H"), count_evaluations(read_log(single)), 1);
+        ASSERT_EQ(image.size(), width * gathers);
+        for (std::size_t k = 0; k < gathers; ++k)
+            for (std::size_t i = 0; i < width; ++i) sum[k * nx + 4 * shot + i] += image[k * width + i];
+    }
+    EXPECT_LT(mismatch(line, sum), 1e-6);
+}
+
+// Where windows do not overlap, the gradient of the whole line is that of each shot alone, in the columns of its
+// window.
+TEST(Driver, GradientsLandInTheirColumns) {
+    constexpr std::size_t nx = 32, width = 16, shot_size = 2 * 12 * 3;
+    TinySurvey whole(false);
+    whole.rec.axis(4, 2, "160", "40");
+    ASSERT_EQ(whole.run().status, 0);
+    const std::vector<float> line =
+        panel_of(files::read_dataset(whole.dir / "grad.H"), count_evaluations(read_log(whole)), 1);
+    ASSERT_EQ(line.size(), nx * TinySurvey::nz);
+    for (std::size_t shot = 0; shot < 2; ++shot) {
+        TinySurvey single(false);
+        single.rec.axis(4, 1, "160", std::to_string(40 + 160 * shot));
+        const auto first = whole.rec.samples.begin() + static_cast<std::ptrdiff_t>(shot * shot_size);
+        single.rec.samples.assign(first, first + static_cast<std::ptrdiff_t>(shot_size));
+        ASSERT_EQ(single.run().status, 0);
+        std::vector<float> window;
+        for (std::size_t iz = 0; iz < TinySurvey::nz; ++iz)
+            for (std::size_t i = 0; i < width; ++i) window.push_back(line[iz * nx + width * shot + i]);
+        EXPECT_LT(mismatch(window, panel_of(files::read_dataset(single.dir / "grad.H"),
+                                            count_evaluations(read_log(single)), 1)),
+                  1e-6);
+    }
+}
+
+TEST(Driver, NiterZeroStartsUpAndWritesNothing) {
+    TinySurvey survey(true);
+    survey.arguments["niter"] = "0";
+    survey.arguments["horv0"] = survey.dir / "horizon";
+    survey.arguments["nxk"] = "4";
+    survey.arguments["dxk"] = "100";
+    std::string horizon;
+    for (int i = 0; i < 16; ++i) horizon += "20\n";
+    files::write_text(survey.dir / "horizon", horizon);
+    const Outcome run = survey.run();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(files::read_text(survey.dir / "log"), "");
+    EXPECT_EQ(files::read_text(survey.dir / "listagem"), "");
+    for (const OutputFile& output : panels) {
+        EXPECT_EQ(files::header_value(files::read_text(survey.dir / output.file), "n1"), "16");
+        EXPECT_THAT(files::read_dataset(survey.dir / output.file), testing::IsEmpty());
+    }
+    EXPECT_FALSE(std::filesystem::exists(survey.dir / "iterate.dat")) << "the solver was not called";
+    EXPECT_THAT(run.err, EndsWith("morvane: niter=0 asks for no iteration; 0 evaluations, no result\n"));
+    EXPECT_THAT(files::read_text(survey.dir / "history"),
+                AllOf(HasSubstr("From par: mmax="), HasSubstr("From par: horv0=")));
+}
+
+TEST(Driver, TheClosingLineTellsWhyAndWhere) {
+    TinySurvey survey(true);
+    survey.arguments["bounds"] = "y";
+    survey.arguments["p_up"] = survey.arguments["p_lo"] = "20";
+    const Outcome run = survey.run();
+    const std::vector<LogLine> log = read_log(survey);
+    const int evaluations = count_evaluations(log);
+    const std::string closing = files::lines_of(run.err).back();
+    char figures[200];
+    std::snprintf(figures, sizeof figures, "; %d evaluations, fun first %.6E, last ", evaluations, log[0].fun);
+    EXPECT_THAT(closing, AllOf(HasSubstr("morvane: "), HasSubstr(figures),
+                               HasSubstr("; result: panel " + std::to_string(evaluations) + " of Velout (" +
+                                         survey.dir / "velout.H" + ")")));
+    if (log.back().task == "NEW_X")
+        EXPECT_THAT(closing, HasSubstr("niter=1 iterations done"));
+    else
+        EXPECT_THAT(closing, AllOf(HasSubstr("ABNORMAL_TERMINATION_IN_LNSRCH"), HasSubstr("no step was accepted")));
+}
+
+TEST(Driver, TheSolversErrorEndsTheLoopWithoutAnEvaluation) {
+    TinySurvey survey(true);
+    survey.arguments["bounds"] = "y";
+    survey.arguments["p_up"] = "0.2";  // a factor, not 20 percent
+    survey.arguments["p_lo"] = "20";
+    const Outcome run = survey.run();
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.err, HasSubstr("warning: p_up=0.2 is below 1 and so a factor, not a percentage"));
+    EXPECT_THAT(run.err, HasSubstr("morvane: ERROR: NO FEASIBLE SOLUTION; 0 evaluations, no result\n"));
+    EXPECT_EQ(files::read_text(survey.dir / "log"), "");
+}
+
+TEST(Driver, BoundsHoldInEveryTrial) {
+    struct Case {
+        std::map<std::string, std::string> arguments;
+        double least, most;  // slowness over start slowness, or velocity with cbounds
+    };
+    for (const Case& c : {Case{{{"p_up", "1"}, {"p_lo", "1"}}, 0.99, 1.01},  // percentages, not factors
+                          Case{{{"p_up", "30"}, {"p_lo", "0.9"}}, 0.9, 1.3},
+                          Case{{{"cbounds", "y"}, {"vmin", "1600"}, {"vmax", "2100"}}, 1600, 2100}}) {
+        TinySurvey survey(true);
+        survey.arguments["bounds"] = "y";
+        for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
+        const bool constant = c.arguments.contains("cbounds");
+        ASSERT_EQ(survey.run().status, 0);
+        const std::vector<LogLine> log = read_log(survey);
+        const int evaluations = count_evaluations(log);
+        const std::vector<float> velocity = files::read_dataset(survey.dir / "velout.H");
+        double least = INFINITY, most = 0.0;
+        for (int panel = 1; panel <= evaluations; ++panel) {
+            for (std::size_t i = 0; i < 16 * TinySurvey::nz; ++i) {
+                const double v = panel_of(velocity, evaluations, panel)[i];
+                const double value = constant ? v : velocity[i] / v;
+                least = std::min(least, value);
+                most = std::max(most, value);
+            }
+        }
+        // loud data drive the first step to the bounds, on both sides
+        EXPECT_NEAR(least, c.least, 2e-6 * c.least);
+        EXPECT_NEAR(most, c.most, 2e-6 * c.most);
+    }
+}
+
+TEST(Driver, AHorizonKeepsTheModelAboveAndMutesTheImage) {
+    TinySurvey survey(true);
+    survey.arguments["bounds"] = "y";
+    survey.arguments["p_up"] = survey.arguments["p_lo"] = "10";
+    survey.arguments["horv0"] = survey.dir / "horizon";
+    std::string horizon;
+    for (int i = 0; i < 16; ++i) horizon += i < 8 ? "30\n" : "45.5 picked\n\n";
+    files::write_text(survey.dir / "horizon", horizon);
+    ASSERT_EQ(survey.run().status, 0);
+    const int evaluations = count_evaluations(read_log(survey));
+    ASSERT_GE(evaluations, 2);
+    const std::vector<float> velocity = files::read_dataset(survey.dir / "velout.H");
+    const std::vector<float> start = panel_of(velocity, evaluations, 1), trial = panel_of(velocity, evaluations, 2);
+    const std::vector<float> residual = panel_of(files::read_dataset(survey.dir / "dimage.H"), evaluations, 1);
+    double below = 0.0;
+    for (std::size_t iz = 0; iz < TinySurvey::nz; ++iz) {
+        for (std::size_t ix = 0; ix < 16; ++ix) {
+            const double z = 10.0 * static_cast<double>(iz);
+            const double pick = ix < 8 ? 30.0 : 45.5;
+            if (z < std::floor(pick)) {
+                EXPECT_EQ(trial[iz * 16 + ix], start[iz * 16 + ix]) << ix << " " << iz;
+            } else {
+                below += std::abs(trial[iz * 16 + ix] - start[iz * 16 + ix]);
+            }
+            for (std::size_t ih = 0; z <= pick && ih < 3; ++ih)
+                EXPECT_EQ(residual[(iz * 3 + ih) * 16 + ix], 0.0f) << "at and above the pick";
+        }
+    }
+    EXPECT_GT(below, 0.0);
+    EXPECT_GT(sum_of_squares(residual), 0.0);
+}
+
+TEST(Driver, KnotsProjectTheGradient) {
+    TinySurvey plain(true), knots(true);
+    knots.arguments["nxk"] = "5";
+    knots.arguments["oxk"] = "80";
+    knots.arguments["dxk"] = "40";
+    knots.arguments["nzk"] = "3";
+    knots.arguments["dzk"] = "30";
+    ASSERT_EQ(plain.run().status, 0);
+    ASSERT_EQ(knots.run().status, 0);
+    const auto gradient = [](const TinySurvey& survey) {
+        return panel_of(files::read_dataset(survey.dir / "grad.H"), count_evaluations(read_log(survey)), 1);
+    };
+    const std::vector<float> raw = gradient(plain);
+    std::vector<double> g(raw.begin(), raw.end()), coefficients(15);
+    const base_spln2d spline =
+        base_spln2d_init({16, 10.0f, 80.0f, {}}, {8, 10.0f, 0.0f, {}}, {5, 40.0f, 80.0f, {}}, {3, 30.0f, 0.0f, {}}, 1);
+    base_spln2d_oper(spline, true, false, coefficients, g);
+    base_spln2d_oper(spline, false, false, coefficients, g);
+    EXPECT_LT(mismatch(std::vector<float>(g.begin(), g.end()), gradient(knots)), 1e-6);
+    EXPECT_GT(mismatch(raw, gradient(knots)), 0.1);
+}
+
+TEST(Driver, ObjectiveVariants) {
+    TinySurvey l1(true), shifts(true);
+    l1.arguments["l1norm"] = "y";
+    ASSERT_EQ(l1.run().status, 0);
+    double sum = 0.0;
+    for (const float r : panel_of(files::read_dataset(l1.dir / "dimage.H"), count_evaluations(read_log(l1)), 1))
+        sum += std::abs(r);
+    EXPECT_NEAR(read_log(l1)[0].fun, sum, 1e-6 * sum);
+
+    shifts.arguments["timeshift"] = "y";
+    shifts.arguments["nth"] = "5";
+    shifts.arguments["oth"] = "-0.008";
+    ASSERT_EQ(shifts.run().status, 0);
+    EXPECT_EQ(read_log(shifts)[0].fun, 0.0) << "the offset axis it is summed over is empty";
+    EXPECT_GT(sum_of_squares(files::read_dataset(shifts.dir / "bkgimg.H")), 0.0);
+}
+
+TEST(Driver, NoShotsGiveEmptyPanels) {
+    TinySurvey survey(false);
+    survey.rec.axis(4, 0, "40", "100");
+    survey.arguments["niter"] = "3";
+    survey.arguments["traces_in_taper"] = "8";
+    const Outcome run = survey.run();
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::vector<LogLine> log = read_log(survey);
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0].fun, 0.0);
+    EXPECT_THAT(run.err, HasSubstr("CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL; 1 evaluations"));
+    EXPECT_EQ(sum_of_squares(files::read_dataset(survey.dir / "bkgimg.H")), 0.0);
+}
+
+TEST(Driver, PspiAndClusteringRun) {
+    for (const auto& arguments : {std::map<std::string, std::string>{{"vsal", "5000"}, {"nrefvel", "2"}},
+                                  std::map<std::string, std::string>{{"lloyd", "y"}, {"nrefvel", "3"}}}) {
+        TinySurvey survey(false);
+        survey.arguments["extrapolator"] = "pspi";
+        for (const auto& [key, value] : arguments) survey.arguments[key] = value;
+        const Outcome run = survey.run();
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_GT(read_log(survey).at(0).fun, 0.0);
+    }
+}
+
+TEST(Driver, ASingleThreadedRunRepeatsItselfBitByBit) {
+    TinySurvey a(false), b(false);
+    for (TinySurvey* survey : {&a, &b}) {
+        survey->arguments.erase("fftplan");
+        survey->arguments["niter"] = "2";
+        survey->arguments["bounds"] = "y";
+        survey->arguments["p_up"] = survey->arguments["p_lo"] = "5";
+        ASSERT_EQ(survey->run().status, 0);
+    }
+    for (const OutputFile& output : panels)
+        EXPECT_EQ(files::read_text(a.dir / output.file + "@"), files::read_text(b.dir / output.file + "@"));
+    EXPECT_EQ(files::read_text(a.dir / "log"), files::read_text(b.dir / "log"));
+}
+
+TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
+    struct Case {
+        const char* text;
+        std::function<void(TinySurvey&)> change;
+    };
+    for (const Case& c : {
+             Case{"# source freq. .ne. # receiver freq.", [](TinySurvey& s) { s.sou.header["n3"] = "2"; }},
+             Case{"dipop=44: permitted are 15, 45, 65, 79, 80, 87, 89 and 90\n",
+                  [](TinySurvey& s) { s.arguments["dipop"] = "44"; }},
+             Case{"missing parameter value: vmax\n",
+                  [](TinySurvey& s) {
+                      s.arguments["bounds"] = s.arguments["cbounds"] = "y", s.arguments["vmin"] = "1000";
+                  }},
+             Case{"vmin=0: a velocity greater than 0 is needed\n",
+                  [](TinySurvey& s) {
+                      s.arguments["bounds"] = s.arguments["cbounds"] = "y";
+                      s.arguments["vmin"] = "0", s.arguments["vmax"] = "5000";
+                  }},
+             Case{"missing parameter value: p_lo\n",
+                  [](TinySurvey& s) { s.arguments["bounds"] = "y", s.arguments["p_up"] = "10"; }},
+             Case{"mmax=100000000: 1e+08 correction pairs of 128 variables are more than the solver can number; fewer "
+                  "are "
+                  "needed\n",
+                  [](TinySurvey& s) { s.arguments["mmax"] = "100000000"; }},
+             Case{"horv0=absent: cannot read this horizon file: No such file or directory\n",
+                  [](TinySurvey& s) { s.arguments["horv0"] = "absent"; }},
+             Case{
+                 "vspl: the spline-only path reads the axes of vel and the knots, and then there is nothing to invert; "
+                 "leave vspl out\n",
+                 [](TinySurvey& s) { s.arguments["vspl"] = "y"; }},
+             Case{"vel: 1 of 128 samples within the image are not positive and finite, the first in column 1, level 1 "
+                  "(0): "
+                  "the dataset must hold slowness, greater than 0\n",
+                  [](TinySurvey& s) { s.vel.samples[8] = 0.0f; }},
+             Case{"rec: shot 2 holds 1 of 72 numbers that are not finite\n",
+                  [](TinySurvey& s) { s.rec.samples[100] = NAN; }},
+             Case{"evaluation 1: fun is not finite (inf): squares of the image residual leave the range of single "
+                  "precision; scale rec and sou down, or check the units\n",
+                  [](TinySurvey& s) {
+                      s.arguments["imgcon"] = "imgmult";  // whose gradient is zero
+                      for (float& sample : s.rec.samples) sample *= 1e12f;
+                  }},
+         }) {
+        SCOPED_TRACE(c.text);
+        TinySurvey survey(true);
+        c.change(survey);
+        const Outcome run = survey.run();
+        EXPECT_EQ(run.status, 23);
+        EXPECT_THAT(run.err, EndsWith("morvane: " + std::string(c.text)));
+        EXPECT_THAT(run.out, EndsWith("morvane: " + std::string(c.text)));
+    }
+}
+
+TEST(Driver, MissingInputFilesAreNamed) {
+    for (const char* tag : {"vel", "rec", "sou"}) {
+        TinySurvey survey(true);
+        survey.arguments[tag] = "absent.H";
+        const Outcome header = survey.run();
+        EXPECT_EQ(header.status, 23);
+        EXPECT_THAT(header.err, HasSubstr("morvane: Attempt to get parameter n1 from tag " + std::string(tag) +
+                                          " which is not a valid description file"));
+        EXPECT_THAT(header.err, HasSubstr("absent.H"));
+
+        TinySurvey no_data(true);
+        std::vector<std::string> words = no_data.command();
+        words.erase(words.begin());
+        std::filesystem::remove(no_data.dir / (std::string(tag) + ".H@"));
+        const Outcome data = files::run_program("morvane", words, no_data.dir.text());
+        EXPECT_EQ(data.status, 23);
+        EXPECT_THAT(data.err, HasSubstr("morvane: sreed(): invalid input tag " + std::string(tag) + "\n"));
+        EXPECT_FALSE(std::filesystem::exists(no_data.dir / "velout.H")) << "an earlier result would have been lost";
+    }
+}
+
+TEST(Driver, LoudDataEndTheRunAfterThePanelThatShowsIt) {
+    TinySurvey survey(true);
+    for (float& sample : survey.rec.samples) sample *= 1e30f;
+    for (float& sample : survey.sou.samples) sample *= 1e30f;
+    const Outcome run = survey.run();
+    EXPECT_EQ(run.status, 23);
+    EXPECT_THAT(run.err, HasSubstr("samples of the stacked image are not finite; likely cause: numbers too large for "
+                                   "single precision: scale rec and sou down, or check the units\n"));
+    EXPECT_EQ(files::read_dataset(survey.dir / "bkgimg.H").size(), 16u * 3 * 8);
+    EXPECT_EQ(files::header_value(files::read_text(survey.dir / "bkgimg.H"), "n4"), "1");
+}
+
+TEST(Driver, AKilledRunLeavesReadableOutputs) {
+    TinySurvey survey(true);
+    std::vector<std::string> words = survey.command();
+    const std::string pipe_name = survey.dir / "progress";
+    ASSERT_EQ(mkfifo(pipe_name.c_str(), 0600), 0);
+    words.push_back("list=" + pipe_name);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const std::string program = std::string(MORVANE_BIN_DIR) + "/morvane";
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        const bool ready = chdir(survey.dir.text().c_str()) == 0 && freopen("/dev/null", "r", stdin) &&
+                           freopen("/dev/null", "w", stdout) && freopen("/dev/null", "w", stderr);
+        if (ready) execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    {
+        std::ifstream progress(pipe_name);
+        int evaluations = 0;
+        for (std::string line; evaluations < 3 && std::getline(progress, line);)
+            if (line.find("COMPUTED THE GRADIENT") != std::string::npos) ++evaluations;
+        kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        ASSERT_EQ(evaluations, 3) << "the run ended by itself";
+    }
+    EXPECT_GE(read_log(survey).size(), 2u) << "lines reach the log at once";
+    for (const OutputFile& output : panels) {
+        const std::string header = files::read_text(survey.dir / output.file);
+        const int n4 = std::atoi(files::header_value(header, "n4").c_str());
+        EXPECT_GE(n4, 3 - (std::string(output.tag) == "grad")) << output.tag;
+        const std::size_t panel = (output.tag[0] == 'V' || output.tag[0] == 'g' ? 1u : 3u) * 16u * 8u;
+        const std::vector<float> samples = files::read_dataset(survey.dir / output.file);
+        EXPECT_GE(samples.size(), panel * static_cast<std::size_t>(n4 - 1)) << "earlier panels were not in the file";
+        EXPECT_EQ(files::header_value(header, "data_format"), "xdr_float");
+    }
+}
+
+TEST(Driver, DebugAndWavefieldOutputs) {
+    TinySurvey survey(false);
+    for (const char* tag : {"xxx", "zzz", "ddws"}) survey.arguments[tag] = survey.dir / (std::string(tag) + ".H");
+    const Outcome run = survey.run();
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::size_t evaluations = static_cast<std::size_t>(count_evaluations(read_log(survey)));
+    EXPECT_EQ(files::read_dataset(survey.dir / "xxx.H").size(), 24u * 8);
+    EXPECT_EQ(files::read_dataset(survey.dir / "zzz.H").size(), evaluations * 2 * 3 * 16 * 8)
+        << "two passes, three shots";
+    EXPECT_EQ(files::read_dataset(survey.dir / "ddws.H").size(), evaluations * 3 * 2 * 16 * 8 * 3);
+}
+
+TEST(Driver, HelpNamesTheRequiredKeysAndTheManual) {
+    for (const char* word : {"--help", "-h"}) {
+        const files::TempDir dir;
+        const Outcome run = files::run_program("morvane", {word}, dir.text());
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "");
+        for (const char* part : {"vel=", "rec=", "sou=", "inversion=yes", "zmax=", "Velout=", "docs/parameters.md"})
+            EXPECT_THAT(run.out, HasSubstr(part));
+    }
+}
