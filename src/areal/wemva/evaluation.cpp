@@ -114,6 +114,36 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
                     image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
 }
 
+/// The context of shot ishot; in the exact mode with the reference velocities of its window of the start model, which is
+/// the model of the first evaluation.
+WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot) {
+    WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
+    if (run.par.exact()) {
+        ReferenceTable& table = arrays.references[run.par.areal ? 0 : static_cast<std::size_t>(ishot - 1)];
+        if (table.empty()) table = references_of(prepare_medium(run.par, arrays.vel, run.vref, nullptr));
+        context.references = &table;
+        context.clear_margins = true;
+    }
+    return context;
+}
+
+/// Exact mode: zero outside the columns that count in fun.
+void keep_columns(const Parms& par, View<float, 3> image) {
+    if (!par.exact()) return;
+    for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix) {
+        const float x = static_cast<float>(ix) * par.img.xm.d + par.img.xm.o;
+        if (x >= par.fun_xmin && x <= par.fun_xmax) continue;
+        for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
+            for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih) image(ix, ih, iz) = 0.0f;
+    }
+}
+
+double energy(std::span<const float> samples) {
+    double sum = 0.0;
+    for (const float v : samples) sum += static_cast<double>(v) * v;
+    return sum;
+}
+
 void list_shot(const Inversion& run, int ishot, float start) {
     run.listing.line("EXTRAPOLATED WAVEFIELDS = " + column_int(ishot, 4) + " OUT OF " +
                      column_int(run.par.rec.xd.n, 4) + " IN " + minutes(start, owexec_time(), 6) + " min");
@@ -145,7 +175,12 @@ EvaluationArrays::EvaluationArrays(const Parms& par)
       illumination({par.img.xm.n, par.img.z.n}),
       recv({par.rec.h.n, par.rec.w.n}),
       source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}) {
-    if (!par.spline_grad()) return;
+    if (par.exact()) {
+        references.resize(static_cast<std::size_t>(par.areal ? 1 : par.rec.xd.n));
+        if (par.l1norm || par.normalise) image = b_image;
+        if (par.l1norm && par.normalise) weighted = b_image;
+    }
+    if (!par.spline_grad() || par.exact()) return;
     const std::size_t samples = model.flat().size();
     gspl.resize(std::max(samples, static_cast<std::size_t>(par.axk.n) * static_cast<std::size_t>(par.azk.n)));
 }
@@ -161,7 +196,7 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
         arrays.deltai.fill(0.0f);
         arrays.illum.fill(0.0f);
         const int nodes = owwei_init(par);
-        owwei({par, run.fft, nodes, run.taper, run.vref}, arrays.recv, arrays.source, arrays.vel, arrays.deltai,
+        owwei(context_of(run, arrays, nodes, ishot), arrays.recv, arrays.source, arrays.vel, arrays.deltai,
               arrays.illum);
         stack<3>(arrays.deltai, arrays.b_image, ish);
         stack<2>(arrays.illum, arrays.illumination, ish);
@@ -175,9 +210,12 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
 void form_residual(const Inversion& run, EvaluationArrays& arrays) {
     const Parms& par = run.par;
     constexpr bool forward = false, adjoint = true;
+    keep_columns(par, arrays.b_image);
+    if (par.normalise) arrays.image = arrays.b_image;
     owdso(par, forward, arrays.b_image, run.pick1);
     if (par.l1norm) {
         owsmooth(par, arrays.b_image, arrays.r_image);
+        if (par.exact()) (par.normalise ? arrays.weighted : arrays.image) = arrays.b_image;
         const auto image = arrays.b_image.flat();
         const auto envelope = arrays.r_image.flat();
         // the envelope to the power of itself, not squared
@@ -187,14 +225,38 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays) {
     owdso(par, adjoint, arrays.b_image, run.pick1);
 }
 
-double objective(const Parms& par, View<const float, 3> b_image) {
+double objective(const Parms& par, const EvaluationArrays& arrays) {
+    const View<const float, 3> b_image = arrays.b_image;
+    const std::ptrdiff_t second = par.exact() ? b_image.n[1] : par.img.sh.n;
     double fun = 0.0;
     for (std::ptrdiff_t iz = 0; iz < b_image.n[2]; ++iz) {
-        for (std::ptrdiff_t ish = 0; ish < par.img.sh.n; ++ish) {
+        for (std::ptrdiff_t ish = 0; ish < second; ++ish) {
             for (const float r : b_image.slice(iz).slice(ish).flat()) fun += par.l1norm ? std::abs(r) : r * r;
         }
     }
-    return fun;
+    return par.normalise ? fun / energy(arrays.image.flat()) : fun;
+}
+
+void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun) {
+    const Parms& par = run.par;
+    constexpr bool forward = false, adjoint = true;
+    const auto out = arrays.b_image.flat();
+    if (par.l1norm) {
+        const auto y = (par.normalise ? arrays.weighted : arrays.image).flat();
+        const auto envelope = arrays.r_image.flat();
+        for (std::size_t i = 0; i < out.size(); ++i) out[i] = 2.0f * y[i] / std::pow(envelope[i], envelope[i]);
+    } else {
+        for (float& r : out) r *= 2.0f;
+    }
+    owdso(par, forward, arrays.b_image, run.pick1);
+    owdso(par, adjoint, arrays.b_image, run.pick1);
+    if (par.normalise) {
+        const auto image = arrays.image.flat();
+        const double all = energy(image);
+        for (std::size_t i = 0; i < out.size(); ++i)
+            out[i] = static_cast<float>((out[i] - 2.0 * fun * image[i]) / all);
+    }
+    keep_columns(par, arrays.b_image);
 }
 
 void back_project(const Inversion& run, EvaluationArrays& arrays) {
@@ -208,8 +270,12 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
         arrays.deltas.fill(0.0f);
         const int nodes = owwemva_init(par, ishot);
         cut_window(arrays.b_image, arrays.deltai, ish);
-        owwemva({par, run.fft, nodes, run.taper, run.vref}, adjoint, arrays.recv, arrays.source, arrays.vel,
-                arrays.deltas, arrays.deltai, &run.session);
+        const WaveContext context = context_of(run, arrays, nodes, ishot);
+        if (par.exact())
+            owwei_gradient(context, arrays.recv, arrays.source, arrays.vel, arrays.deltas, arrays.deltai);
+        else
+            owwemva(context, adjoint, arrays.recv, arrays.source, arrays.vel, arrays.deltas, arrays.deltai,
+                    &run.session);
         stack<2>(arrays.deltas, arrays.scats, ish);
         list_shot(run, ishot, start);
     }
@@ -217,7 +283,7 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
 
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g) {
     float start2 = 0.0f, finish2 = 0.0f;
-    if (run.spline) {
+    if (run.spline && !run.par.exact()) {
         constexpr bool adjoint = true, forward = false, fresh = false;
         start2 = owexec_time();
         base_spln2d_oper(*run.spline, adjoint, fresh, arrays.gspl, g);
@@ -249,9 +315,16 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     write_panel(run, "Dimage", titer, arrays.b_image.flat());
     check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
 
+    const double fun = objective(par, arrays);
+    if (par.exact()) differentiate_objective(run, arrays, fun);
     const float start1 = owexec_time();
     back_project(run, arrays);
-    std::ranges::transform(arrays.scats.flat(), g.begin(), [](float s) { return -static_cast<double>(s); });
+    const double side = par.exact() ? 1.0 : -1.0;
+    std::ranges::transform(arrays.scats.flat(), g.begin(), [&](float s) { return side * static_cast<double>(s); });
+    if (par.exact() && !run.pick1.empty()) {  // what the edit overwrites has no influence
+        const Array<float, 2> none(arrays.model.n());
+        oweditvel(par, run.pick1, {g.data(), arrays.model.n()}, none);
+    }
     print_extremes(g);
     condition_gradient(run, arrays, g);
     run.listing.line(right_justified("COMPUTED THE GRADIENT IN ", 29) + minutes(start1, owexec_time(), 10) +
@@ -259,5 +332,5 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     std::ranges::transform(g, panel.begin(), [](double s) { return static_cast<float>(s); });
     write_panel(run, "grad", titer, panel);
     check_result(par, arrays, "gradient", titer, panel);
-    return objective(par, arrays.b_image);
+    return fun;
 }

@@ -7,6 +7,7 @@
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/base_spline_mod.h"
+#include "src/areal/wemva/depth_step.h"
 #include "src/areal/wemva/ow_fftw_areal.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 #include "src/areal/wemva/text_log.h"
@@ -34,6 +35,9 @@ struct EvaluationArrays {
     Array<float, 2> scats, illumination;  ///< (img.xm.n, img.z.n) sums of deltas and of illum over shots
     Array<cf, 2> recv;                    ///< (rec.h.n, rec.w.n) one shot's receiver wavefield
     Array<cf, 2> source;                  ///< (sou.h.n or rec.h.n, sou.w.n) its source wavefield
+    Array<float, 3> image;                ///< exact: the stacked image (normalise), or the once-weighted one (l1norm)
+    Array<float, 3> weighted;             ///< exact: the once-weighted image, with both
+    std::vector<ReferenceTable> references;  ///< exact: of each shot's window of the start model (areal: of the model)
     std::vector<double> gspl;             ///< spline coefficients of the gradient; only with knots
     explicit EvaluationArrays(const Parms& par);
 };
@@ -42,23 +46,32 @@ struct EvaluationArrays {
 /// starts.
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
 
-/// Turns the stacked image in `arrays.b_image` into the residual: weight, reweighting with l1norm, weight again.
+/// Turns the stacked image in `arrays.b_image` into the residual: weight, reweighting with l1norm, weight again; with
+/// the exact gradient also zero outside the columns that count.
 void form_residual(const Inversion& run, EvaluationArrays& arrays);
 
-/// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. The
-/// second axis is img.sh also with time shifts, where it is empty.
-double objective(const Parms& par, View<const float, 3> b_image);
+/// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. In the
+/// described mode the second axis is img.sh also with time shifts, where it is empty; in the exact mode it is the one
+/// that is there, and with `normalise` the sum is divided by the energy of the image.
+double objective(const Parms& par, const EvaluationArrays& arrays);
 
-/// Carries the residual back shot by shot and sums the updates in `arrays.scats`. Reads "rec" and "sou" again.
+/// Turns the residual into the derivative of `fun` with respect to the image: 2 W^2 r; with l1norm 2 W^2 y / e^e, y the
+/// once-weighted image, the envelope e held fixed; with normalise the derivative of the quotient.
+/// @param fun as objective() gave it
+void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun);
+
+/// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`. Reads "rec" and "sou" again.
 void back_project(const Inversion& run, EvaluationArrays& arrays);
 
-/// Projects the gradient on the spline knots, if there are any: g = B B' g.
+/// Projects the gradient on the spline knots, if there are any: g = B B' g. Not in the exact mode, where the knot
+/// coefficients are the variables.
 /// @param g (img.xm.n img.z.n) in place
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g);
 
 /// Objective and gradient at x, in the described order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
 /// @param x     (img.xm.n img.z.n) slowness; samples above a horizon go back to the start model, also for the caller
-/// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned
+/// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned; in the exact mode the derivative
+///              of fun with respect to x
 /// @param titer number of the evaluation, also the panel count of the outputs
 /// @return fun; the caller checks that it is finite
 /// Ends the run when data, image, residual or gradient hold numbers that are not finite, naming the array, the count

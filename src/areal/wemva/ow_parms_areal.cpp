@@ -146,6 +146,19 @@ void read_modes(qas::Session& session, Parms& par) {
     }
 }
 
+/// Keys beyond the classic set are read, and so recorded, only where they were given.
+void read_own_keys(qas::Session& session, Parms& par) {
+    const auto given = [&](const char* key, auto& value) {
+        if (session.exist_file(key)) read(session, key, value);
+    };
+    if (session.exist_file("fftplan")) read_name(session, "fftplan", par.fftplan);
+    if (session.exist_file("gradient")) read_name(session, "gradient", par.gradient);
+    given("normalise", par.normalise);
+    given("fun_xmin", par.fun_xmin);
+    given("fun_xmax", par.fun_xmax);
+    given("firststep", par.firststep);
+}
+
 void read_run(qas::Session& session, Parms& par, float& wbott) {
     read(session, "impulse", par.impulse);
     read(session, "ymin", par.ymin);
@@ -174,7 +187,7 @@ void read_run(qas::Session& session, Parms& par, float& wbott) {
         read(session, "dax", par.dax);
         read(session, "oax", par.oax);
     }
-    if (session.exist_file("fftplan")) read_name(session, "fftplan", par.fftplan);
+    read_own_keys(session, par);
 }
 
 void read_data_axes(qas::Session& session, Parms& par) {

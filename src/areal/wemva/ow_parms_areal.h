@@ -1,5 +1,6 @@
 #pragma once
 /// The run parameters and shared axes: filled once by owparam, read-only from then on.
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -84,6 +85,11 @@ struct Parms {
     float vsal = 0.0f;
     bool icwind = false;
 
+    std::string gradient = "described";  ///< or "exact": the derivative of the reported fun
+    bool normalise = false;              ///< exact: fun divided by the energy of the image
+    float fun_xmin = -std::numeric_limits<float>::infinity();  ///< exact: columns outside do not count in fun
+    float fun_xmax = std::numeric_limits<float>::infinity();
+    float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
 
     int nz = 0, nzmin = 1, nzmax = 0, nh0 = 0, isp = 1, nwbott = 1;
@@ -94,6 +100,7 @@ struct Parms {
     static constexpr bool light = false;  ///< illumination compensation; no parameter sets it
 
     bool spline_grad() const { return axk.n != not_given || azk.n != not_given; }
+    bool exact() const { return gradient == "exact"; }
     bool ffd() const { return extrap.starts_with("ffd"); }
     bool pspi() const { return extrap.starts_with("pspi"); }
 };

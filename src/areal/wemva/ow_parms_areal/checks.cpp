@@ -322,8 +322,32 @@ void check_depths(const Parms& par) {
     if (par.nz == 1) warn("zmin=%g zmax=%g: one depth level only, so nothing is imaged; give zmax", par.zmin, par.zmax);
 }
 
+/// The keys of the exact gradient and of the first step.
+void check_exact(const Parms& par, qas::Session& session) {
+    if (par.gradient != "described" && par.gradient != "exact")
+        refuse("gradient=%s: permitted are described and exact", par.gradient.c_str());
+    if (session.exist_file("firststep") && !(par.firststep > 0.0f && par.firststep < 1.0f))
+        refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
+    if (!par.exact()) {
+        for (const char* key : {"normalise", "fun_xmin", "fun_xmax"})
+            if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
+        return;
+    }
+    if (par.dipflt)
+        refuse("dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun");
+    if (par.nxfilt != not_given)
+        refuse("nxfilt=%d: not with gradient=exact, since the prediction filters depend on the image", par.nxfilt);
+    if (par.imgcon != "imgprim")
+        refuse("imgcon=%s: gradient=exact has the derivative of imgprim only", par.imgcon.c_str());
+    const float first = par.img.xm.o, last = static_cast<float>(end_of(par.img.xm));
+    if (par.fun_xmin > par.fun_xmax || par.fun_xmin > last || par.fun_xmax < first)
+        refuse("fun_xmin=%g fun_xmax=%g: no image column lies between them; the image spans %g to %g", par.fun_xmin,
+               par.fun_xmax, first, last);
+}
+
 void check_settings(const Parms& par, qas::Session& session) {
     refuse_unbuilt(par, session);
+    check_exact(par, session);
     if (par.node != node_default && (par.node < 1 || par.node > most_threads))
         refuse("node=%d: permitted are 1 to %d threads (and %d: as many as the runtime gives)", par.node, most_threads,
                node_default);
