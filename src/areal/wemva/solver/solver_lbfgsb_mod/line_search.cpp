@@ -1,0 +1,229 @@
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/line_search.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
+
+namespace solver {
+
+namespace {
+
+/// Longest step along d that stays in the box.
+double longest_step(const Bounds& bounds, std::span<const double> x, std::span<const double> d, double big) {
+    double stpmx = big;
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        const double a1 = d[i];
+        if (a1 < 0 && bounds.has_lower(i)) {
+            const double a2 = bounds.l[i] - x[i];
+            if (a2 >= 0)
+                stpmx = 0;
+            else if (a1 * stpmx < a2)
+                stpmx = a2 / a1;
+        } else if (a1 > 0 && bounds.has_upper(i)) {
+            const double a2 = bounds.u[i] - x[i];
+            if (a2 <= 0)
+                stpmx = 0;
+            else if (a1 * stpmx > a2)
+                stpmx = a2 / a1;
+        }
+    }
+    return stpmx;
+}
+
+/// Root term of the cubic, s sqrt((theta/s)^2 - (a/s)(b/s)); zero where rounding or odd values leave nothing to root.
+double cubic_gamma(double theta, double a, double b) {
+    const double s = std::max({std::abs(theta), std::abs(a), std::abs(b)});
+    if (!(s > 0)) return 0;
+    const double square = theta / s * (theta / s) - a / s * (b / s);
+    return square > 0 ? s * std::sqrt(square) : 0;
+}
+
+}  // namespace
+
+int lnsrlb(const Bounds& bounds, std::span<double> x, double f, std::span<const double> g, std::span<const double> d,
+           std::span<double> r, std::span<double> t, std::span<const double> z, Search& search, int iter, int& nfgv,
+           Text60& task, bool boxed, bool cnstnd, Text60& csave, std::span<int, 2> isave, std::span<double, 13> dsave) {
+    constexpr double big = 1e10;
+    constexpr double ftol = 1e-3;
+    constexpr double gtol = 0.9;
+    constexpr double xtol = 0.1;
+    const auto n = static_cast<std::ptrdiff_t>(x.size());
+    if (!task.starts_with("FG_LN")) {
+        search.dtd = ddot(n, d.data(), d.data());
+        search.dnorm = std::sqrt(search.dtd);
+        search.stpmx = big;
+        if (cnstnd) search.stpmx = iter == 0 ? 1 : longest_step(bounds, x, d, big);
+        search.stp = iter == 0 && !boxed ? std::min(1 / search.dnorm, search.stpmx) : 1;
+        search.xstep = 0;
+        std::copy(x.begin(), x.end(), t.begin());
+        std::copy(g.begin(), g.end(), r.begin());
+        search.fold = f;
+        search.ifun = 0;
+        search.iback = 0;
+        csave = "START";
+    }
+    search.gd = ddot(n, g.data(), d.data());
+    if (search.ifun == 0) {
+        search.gdold = search.gd;
+        if (search.gd >= 0) return -4;
+    }
+    dcsrch(f, search.gd, search.stp, ftol, gtol, xtol, 0, search.stpmx, csave, isave, dsave);
+    search.xstep = search.stp * search.dnorm;
+    if (csave.starts_with("CONV") || csave.starts_with("WARN")) {
+        task = "NEW_X";
+        return 0;
+    }
+    task = "FG_LNSRCH";
+    ++search.ifun;
+    ++nfgv;
+    search.iback = search.ifun - 1;
+    if (search.stp == 1) {  // lands on z without rounding
+        std::copy(z.begin(), z.end(), x.begin());
+    } else {
+        for (std::size_t i = 0; i < x.size(); ++i) x[i] = search.stp * d[i] + t[i];
+        if (cnstnd) bounds.stop_at_bounds(d, x);
+    }
+    return 0;
+}
+
+void dcsrch(double f, double g, double& stp, double ftol, double gtol, double xtol, double stpmin, double stpmax,
+            Text60& task, std::span<int, 2> isave, std::span<double, 13> dsave) {
+    if (task.starts_with("ERROR")) return;
+    int &brackt_saved = isave[0], &stage = isave[1];
+    double &ginit = dsave[0], &gtest = dsave[1], &gx = dsave[2], &gy = dsave[3], &finit = dsave[4], &fx = dsave[5],
+           &fy = dsave[6], &stx = dsave[7], &sty = dsave[8], &stmin = dsave[9], &stmax = dsave[10], &width = dsave[11],
+           &width1 = dsave[12];
+    if (task == "START") {
+        if (stp < stpmin) task = "ERROR: STP .LT. STPMIN";
+        if (stp > stpmax) task = "ERROR: STP .GT. STPMAX";
+        if (g >= 0) task = "ERROR: INITIAL G .GE. ZERO";
+        if (ftol < 0) task = "ERROR: FTOL .LT. ZERO";
+        if (gtol < 0) task = "ERROR: GTOL .LT. ZERO";
+        if (xtol < 0) task = "ERROR: XTOL .LT. ZERO";
+        if (stpmin < 0) task = "ERROR: STPMIN .LT. ZERO";
+        if (stpmax < stpmin) task = "ERROR: STPMAX .LT. STPMIN";
+        if (task.starts_with("ERROR")) return;
+        brackt_saved = 0;
+        stage = 1;
+        finit = f;
+        ginit = g;
+        gtest = ftol * ginit;
+        width = stpmax - stpmin;
+        width1 = 2 * width;
+        stx = 0, fx = finit, gx = ginit;
+        sty = 0, fy = finit, gy = ginit;
+        stmin = 0;
+        stmax = stp + 4 * stp;
+        task = "FG";
+        return;
+    }
+    bool brackt = brackt_saved != 0;
+
+    const double ftest = finit + stp * gtest;
+    if (stage == 1 && f <= ftest && g >= 0) stage = 2;
+    const auto at_the_end = [&] { return stp <= stmin || stp >= stmax; };
+    const auto narrow = [&] { return stmax - stmin <= xtol * stmax; };
+    if (brackt && at_the_end()) task = "WARNING: ROUNDING ERRORS PREVENT PROGRESS";
+    if (brackt && narrow()) task = "WARNING: XTOL TEST SATISFIED";
+    if (stp == stpmax && f <= ftest && g <= gtest) task = "WARNING: STP = STPMAX";
+    if (stp == stpmin && (f > ftest || g >= gtest)) task = "WARNING: STP = STPMIN";
+    if (f <= ftest && std::abs(g) <= gtol * -ginit) task = "CONVERGENCE";
+    if (task.starts_with("WARN") || task.starts_with("CONV")) return;
+
+    if (stage == 1 && f <= fx && f > ftest) {
+        // The function less its sufficient decrease has a minimum where both conditions hold.
+        double fxm = fx - stx * gtest;
+        double fym = fy - sty * gtest;
+        double gxm = gx - gtest;
+        double gym = gy - gtest;
+        dcstep(stx, fxm, gxm, sty, fym, gym, stp, f - stp * gtest, g - gtest, brackt, stmin, stmax);
+        fx = fxm + stx * gtest;
+        fy = fym + sty * gtest;
+        gx = gxm + gtest;
+        gy = gym + gtest;
+    } else {
+        dcstep(stx, fx, gx, sty, fy, gy, stp, f, g, brackt, stmin, stmax);
+    }
+    if (brackt) {
+        if (std::abs(sty - stx) >= 0.66 * width1) stp = stx + 0.5 * (sty - stx);
+        width1 = width;
+        width = std::abs(sty - stx);
+        stmin = std::min(stx, sty);
+        stmax = std::max(stx, sty);
+    } else {
+        stmin = stp + 1.1 * (stp - stx);
+        stmax = stp + 4 * (stp - stx);
+    }
+    stp = std::min(std::max(stp, stpmin), stpmax);
+    if (brackt && (at_the_end() || narrow())) stp = stx;
+    brackt_saved = brackt ? 1 : 0;
+    task = "FG";
+}
+
+void dcstep(double& stx, double& fx, double& dx, double& sty, double& fy, double& dy, double& stp, double fp, double dp,
+            bool& brackt, double stpmin, double stpmax) {
+    const double sgnd = dx == 0 ? 0 : dp * (dx / std::abs(dx));
+    const bool higher = !(fp <= fx);
+    double stpf;
+    if (higher) {
+        // The minimum is bracketed: the cubic step if it is nearer to stx, else the mean of cubic and quadratic step.
+        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+        double gamma = cubic_gamma(theta, dx, dp);
+        if (stp < stx) gamma = -gamma;
+        const double r = (gamma - dx + theta) / (gamma - dx + gamma + dp);
+        const double stpc = stx + r * (stp - stx);
+        const double stpq = stx + dx / ((fx - fp) / (stp - stx) + dx) / 2 * (stp - stx);
+        stpf = std::abs(stpc - stx) < std::abs(stpq - stx) ? stpc : stpc + (stpq - stpc) / 2;
+        brackt = true;
+    } else if (sgnd < 0) {
+        // Derivatives of opposite sign bracket it too: the step that is farther from stp.
+        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+        double gamma = cubic_gamma(theta, dx, dp);
+        if (stp > stx) gamma = -gamma;
+        const double r = (gamma - dp + theta) / (gamma - dp + gamma + dx);
+        const double stpc = stp + r * (stx - stp);
+        const double stpq = stp + dp / (dp - dx) * (stx - stp);
+        stpf = std::abs(stpc - stp) > std::abs(stpq - stp) ? stpc : stpq;
+        brackt = true;
+    } else if (std::abs(dp) < std::abs(dx)) {
+        // The derivative falls in size: the cubic counts only if its minimum lies beyond stp.
+        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+        double gamma = cubic_gamma(theta, dx, dp);
+        if (stp > stx) gamma = -gamma;
+        const double r = (gamma - dp + theta) / (gamma + (dx - dp) + gamma);
+        double stpc = stp > stx ? stpmax : stpmin;
+        if (r < 0 && gamma != 0) stpc = stp + r * (stx - stp);
+        const double stpq = stp + dp / (dp - dx) * (stx - stp);
+        const bool cubic_nearer = std::abs(stpc - stp) < std::abs(stpq - stp);
+        const bool cubic_farther = std::abs(stpc - stp) > std::abs(stpq - stp);
+        if (brackt) {
+            stpf = cubic_nearer ? stpc : stpq;
+            const double limit = stp + 0.66 * (sty - stp);
+            stpf = stp > stx ? std::min(limit, stpf) : std::max(limit, stpf);
+        } else {
+            stpf = cubic_farther ? stpc : stpq;
+            stpf = std::max(stpmin, std::min(stpmax, stpf));
+        }
+    } else if (brackt) {
+        // The derivative does not fall: the cubic between stp and the other end.
+        const double theta = 3 * (fp - fy) / (sty - stp) + dy + dp;
+        double gamma = cubic_gamma(theta, dy, dp);
+        if (stp > sty) gamma = -gamma;
+        const double r = (gamma - dp + theta) / (gamma - dp + gamma + dy);
+        stpf = stp + r * (sty - stp);
+    } else {
+        stpf = stp > stx ? stpmax : stpmin;
+    }
+
+    if (higher) {
+        sty = stp, fy = fp, dy = dp;
+    } else {
+        if (sgnd < 0) sty = stx, fy = fx, dy = dx;
+        stx = stp, fx = fp, dx = dp;
+    }
+    // A division by zero or values that are not finite: halve the interval.
+    stp = std::isfinite(stpf) ? stpf : stx + 0.5 * (sty - stx);
+}
+
+}  // namespace solver

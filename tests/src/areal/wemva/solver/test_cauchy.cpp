@@ -1,0 +1,281 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "tests/src/areal/wemva/solver/caller.h"
+#include "tests/src/areal/wemva/solver/dense_model.h"
+
+using solver::Where;
+
+TEST(Hpsolb, DeliversTimesInIncreasingOrderWithTheirVariables) {
+    std::mt19937 random(3);
+    for (const int n : {1, 2, 3, 4, 7, 8, 31, 100}) {
+        Vector t(static_cast<std::size_t>(n) + 1, -1);  // one more, to be left alone
+        std::vector<int> iorder(t.size());
+        for (int i = 0; i < n; ++i) t[static_cast<std::size_t>(i)] = static_cast<double>(random() % 20);  // with ties
+        std::iota(iorder.begin(), iorder.end(), 0);
+        const Vector given = t;
+        Vector sorted(given.begin(), given.end() - 1);
+        std::sort(sorted.begin(), sorted.end());
+        std::vector<int> seen;
+        for (int left = n, call = 0; left > 0; --left, ++call) {
+            solver::hpsolb(left, t.data(), iorder.data(), call);
+            const auto last = static_cast<std::size_t>(left - 1);
+            EXPECT_EQ(t[last], sorted[static_cast<std::size_t>(call)]);
+            EXPECT_EQ(given[static_cast<std::size_t>(iorder[last])], t[last]);
+            seen.push_back(iorder[last]);
+        }
+        std::sort(seen.begin(), seen.end());
+        for (int i = 0; i < n; ++i) EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
+        EXPECT_EQ(t.back(), -1);
+    }
+}
+
+TEST(Hpsolb, OneStepByHand) {
+    // Heap of 5 3 4 1 2 by insertion: 3 5 4 | 1 3 4 5 | 1 2 4 5 3; then 3 replaces the root and sinks below 2.
+    Vector t{5, 3, 4, 1, 2};
+    std::vector<int> iorder{50, 30, 40, 10, 20};
+    solver::hpsolb(5, t.data(), iorder.data(), 0);
+    EXPECT_EQ(t, (Vector{2, 3, 4, 5, 1}));
+    EXPECT_EQ(iorder, (std::vector<int>{20, 30, 40, 50, 10}));
+}
+
+TEST(Freev, ListsOfVariablesThatChangedSides) {
+    std::vector<int> index(6, 0), indx2(6, 0);
+    int nfree = 0, nenter = -1, ileave = -1;
+    const auto freev = [&](std::vector<int> iwhere, bool updatd, bool cnstnd, int iter) {
+        return solver::freev(index, nfree, nenter, ileave, indx2, iwhere, updatd, cnstnd, -1, iter);
+    };
+    // The first iteration has nothing to compare with; active variables stand at the end in decreasing order.
+    EXPECT_FALSE(freev({0, 1, -1, 2, -3, 3}, false, true, 0));
+    EXPECT_EQ(nfree, 3);
+    EXPECT_EQ(index, (std::vector<int>{1, 3, 5, 6, 4, 2}));
+    EXPECT_EQ(nenter, 0);
+    EXPECT_EQ(ileave, 7);
+    EXPECT_TRUE(freev({0, 1, -1, 2, -3, 3}, true, true, 1));    // a new pair
+    EXPECT_FALSE(freev({-3, 2, -1, 1, 0, 3}, false, true, 2));  // other bounds, the same sets
+    EXPECT_EQ(nenter, 0);
+    EXPECT_EQ(ileave, 7);
+    // 1 and 5 leave, 4 and 2 enter.
+    EXPECT_TRUE(freev({1, 0, -1, 0, 2, 3}, false, true, 3));
+    EXPECT_EQ(nenter, 2);
+    EXPECT_EQ(ileave, 5);
+    EXPECT_EQ(std::vector<int>(indx2.begin(), indx2.begin() + 2), (std::vector<int>{4, 2}));
+    EXPECT_EQ(std::vector<int>(indx2.begin() + 4, indx2.end()), (std::vector<int>{5, 1}));
+    EXPECT_EQ(index, (std::vector<int>{2, 3, 4, 6, 5, 1}));
+    // Without bounds nothing is listed.
+    EXPECT_FALSE(freev({-1, -1, -1, -1, -1, -1}, false, false, 4));
+    EXPECT_EQ(nenter, 0);
+    EXPECT_EQ(nfree, 6);
+    EXPECT_EQ(index, (std::vector<int>{1, 2, 3, 4, 5, 6}));
+}
+
+namespace {
+
+constexpr double epsmch = 2.220446049250313e-16;
+
+struct Cauchy {
+    Vector l, u, x, g;
+    std::vector<int> nbd, iwhere, iorder;
+    Vector t, d, xcp, work;
+    int nint = -1;
+
+    explicit Cauchy(std::size_t n, int m)
+        : l(n),
+          u(n),
+          x(n),
+          g(n),
+          nbd(n),
+          iwhere(n),
+          iorder(n),
+          t(n),
+          d(n),
+          xcp(n, -999),
+          work(static_cast<std::size_t>(8 * m), std::numeric_limits<double>::quiet_NaN()) {}
+
+    solver::Bounds bounds() const { return {l, u, nbd}; }
+    double* c() { return work.data() + work.size() / 4; }
+    /// With the states that the start of a run gives.
+    int find(const solver::Pairs& pairs) {
+        Vector start = x;
+        bool prjctd, cnstnd, boxed;
+        solver::active(bounds(), start, iwhere, -1, prjctd, cnstnd, boxed);
+        return again(pairs);
+    }
+    int again(const solver::Pairs& pairs) {
+        const std::size_t m2 = work.size() / 4;
+        double* w = work.data();
+        return solver::cauchy(pairs, bounds(), x, g, iorder, iwhere, t, d, xcp, {w, w + m2, w + 2 * m2, w + 3 * m2},
+                              nint, -1, solver::projgr(bounds(), x, g), epsmch);
+    }
+};
+
+/// The slow way: break points sorted, the model's matrix in full, each segment's parabola from its definition.
+Vector slow_cauchy(const Cauchy& problem, const Matrix& B) {
+    const std::size_t n = problem.x.size();
+    Vector d(n), limit(n, std::numeric_limits<double>::infinity());
+    for (std::size_t i = 0; i < n; ++i) {
+        d[i] = -problem.g[i];
+        const int nbd = problem.nbd[i];
+        if (d[i] < 0 && (nbd == 1 || nbd == 2)) limit[i] = (problem.x[i] - problem.l[i]) / -d[i];
+        if (d[i] > 0 && nbd >= 2) limit[i] = (problem.u[i] - problem.x[i]) / d[i];
+    }
+    Vector times(limit);
+    std::sort(times.begin(), times.end());
+    Vector at(problem.x);
+    double now = 0;
+    for (const double next : times) {
+        for (std::size_t i = 0; i < n; ++i) {
+            if (limit[i] <= now) d[i] = 0;
+        }
+        Vector step(n);
+        for (std::size_t i = 0; i < n; ++i) step[i] = at[i] - problem.x[i];
+        const Vector Bd = times_vector(B, d);
+        double slope = 0, curvature = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            slope += d[i] * problem.g[i] + step[i] * Bd[i];
+            curvature += d[i] * Bd[i];
+        }
+        const double best = slope < 0 ? -slope / curvature : 0;
+        if (!(curvature > 0) || best < next - now) {
+            for (std::size_t i = 0; i < n && curvature > 0; ++i) at[i] += best * d[i];
+            return at;
+        }
+        for (std::size_t i = 0; i < n; ++i) at[i] += (next - now) * d[i];
+        now = next;
+    }
+    return at;
+}
+
+}  // namespace
+
+TEST(Cauchy, AgreesWithTheSlowSearchOnRandomProblems) {
+    std::mt19937 random(11);
+    const auto uniform = [&] { return static_cast<double>(random()) / 4294967296.0; };
+    int longest = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        const std::size_t n = 1 + random() % 12;
+        const int m = 1 + static_cast<int>(random() % 5);
+        PairStore store(static_cast<int>(n), m, random());
+        store.add(static_cast<int>(random() % 8));
+        Cauchy cauchy(n, m);
+        for (std::size_t i = 0; i < n; ++i) {
+            cauchy.nbd[i] = trial % 10 == 0 ? 0 : static_cast<int>(random() % 4);
+            cauchy.l[i] = -uniform();
+            cauchy.u[i] = uniform();
+            cauchy.x[i] = cauchy.l[i] + uniform() * (cauchy.u[i] - cauchy.l[i]);
+            cauchy.g[i] = 4 * (uniform() - 0.5);
+            if (random() % 8 == 0) cauchy.x[i] = random() % 2 ? cauchy.l[i] : cauchy.u[i];
+            if (random() % 12 == 0) cauchy.g[i] = 0;
+            if (random() % 12 == 0) cauchy.u[i] = cauchy.l[i] = cauchy.x[i];
+        }
+        SCOPED_TRACE(trial);
+        if (solver::projgr(cauchy.bounds(), cauchy.x, cauchy.g) == 0) continue;
+        ASSERT_EQ(cauchy.find(store.pairs), 0);
+        const Vector expected = slow_cauchy(cauchy, model_matrix(store.pairs));
+        for (std::size_t i = 0; i < n; ++i) {
+            EXPECT_NEAR(cauchy.xcp[i], expected[i], 1e-9) << i;
+            if (cauchy.iwhere[i] == solver::at_lower) {
+                EXPECT_EQ(cauchy.xcp[i], cauchy.l[i]);
+            }
+            if (cauchy.iwhere[i] == solver::at_upper) {
+                EXPECT_EQ(cauchy.xcp[i], cauchy.u[i]);
+            }
+        }
+        // c = W'(xcp - x), which the reduced gradient is made of.
+        const solver::Pairs& pairs = store.pairs;
+        for (int k = 0; k < pairs.col; ++k) {
+            double y = 0, s = 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                y += pairs.y(k)[i] * (cauchy.xcp[i] - cauchy.x[i]);
+                s += pairs.theta * pairs.s(k)[i] * (cauchy.xcp[i] - cauchy.x[i]);
+            }
+            EXPECT_NEAR(cauchy.c()[k], y, 1e-9);
+            EXPECT_NEAR(cauchy.c()[pairs.col + k], s, 1e-9);
+        }
+        longest = std::max(longest, cauchy.nint);
+    }
+    EXPECT_GE(longest, 5);  // the walk over many break points was taken
+}
+
+TEST(Cauchy, StatesByHand) {
+    PairStore none(6, 2, 1);
+    Cauchy cauchy(6, 2);
+    //             free  at lower,  at lower,  at upper  fixed  no slope
+    //                   held       released   held
+    cauchy.nbd = {0, 1, 2, 3, 2, 2};
+    cauchy.l = {0, 1, 1, 0, 7, 0};
+    cauchy.u = {0, 0, 5, 2, 7, 9};
+    cauchy.x = {3, 1, 1, 2, 7, 4};
+    cauchy.g = {2, 1, -1, -3, 5, 0};
+    ASSERT_EQ(cauchy.find(none.pairs), 0);
+    EXPECT_EQ(cauchy.iwhere, (std::vector<int>{Where::unbounded, Where::at_lower, Where::between, Where::at_upper,
+                                               Where::fixed, Where::unmoved}));
+    EXPECT_EQ(cauchy.xcp, (Vector{1, 1, 2, 2, 7, 4}));  // B = I: the whole of -g
+    EXPECT_EQ(cauchy.nint, 1);
+    // All at bounds in the next one, passed one after the other; the free one has no slope now.
+    cauchy.g = {0, 9, -8, 9, 0, -20};
+    cauchy.x = {3, 2, 1, 2, 7, 4};
+    cauchy.nbd[3] = 2;
+    ASSERT_EQ(cauchy.again(none.pairs), 0);
+    EXPECT_EQ(cauchy.iwhere, (std::vector<int>{Where::unbounded, Where::at_lower, Where::at_upper, Where::at_lower,
+                                               Where::fixed, Where::at_upper}));
+    EXPECT_EQ(cauchy.xcp, (Vector{3, 1, 5, 0, 7, 9}));
+}
+
+TEST(Cauchy, EveryVariableMeetsItsBound) {
+    PairStore none(2, 1, 1);
+    Cauchy cauchy(2, 1);
+    cauchy.nbd = {1, 3};
+    cauchy.l = {0, 0}, cauchy.u = {0, 1};
+    cauchy.x = {1, 0}, cauchy.g = {4, -10};
+    ASSERT_EQ(cauchy.find(none.pairs), 0);
+    EXPECT_EQ(cauchy.xcp, (Vector{0, 1}));
+    EXPECT_EQ(cauchy.iwhere, (std::vector<int>{Where::at_lower, Where::at_upper}));
+    EXPECT_EQ(cauchy.d, (Vector{0, 0}));
+    EXPECT_EQ(cauchy.nint, 2);
+}
+
+TEST(Cauchy, WithoutAWayToMoveThePointIsX) {
+    PairStore store(2, 2, 5);
+    store.add(2);
+    {
+        SCOPED_TRACE("zero projected gradient: the states stay");
+        Cauchy cauchy(2, 2);
+        cauchy.nbd = {1, 0}, cauchy.x = {0, 5}, cauchy.g = {3, 0};
+        cauchy.iwhere = {-77, 88};
+        ASSERT_EQ(cauchy.again(store.pairs), 0);
+        EXPECT_EQ(cauchy.xcp, cauchy.x);
+        EXPECT_EQ(cauchy.iwhere, (std::vector<int>{-77, 88}));
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(cauchy.c()[k], 0);
+    }
+    {
+        SCOPED_TRACE("x beyond its bound, where a caller moved it, and held there by the gradient");
+        Cauchy cauchy(2, 2);
+        cauchy.nbd = {1, 1}, cauchy.x = {-1, 5}, cauchy.g = {3, 0};
+        ASSERT_EQ(cauchy.again(store.pairs), 0);
+        EXPECT_EQ(cauchy.xcp, cauchy.x);
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(cauchy.c()[k], 0);
+    }
+    {
+        SCOPED_TRACE("the same with a free variable without slope");
+        Cauchy cauchy(2, 2);
+        cauchy.nbd = {1, 0}, cauchy.x = {-1, 5}, cauchy.g = {3, 0};
+        cauchy.iwhere = {0, -1};
+        ASSERT_EQ(cauchy.again(PairStore(2, 2, 5).pairs), 0);
+        EXPECT_EQ(cauchy.xcp, cauchy.x);
+    }
+}
+
+TEST(Cauchy, ASingularFactorIsReported) {
+    PairStore store(3, 2, 5);
+    store.add(2);
+    store.pairs.wt(1, 1) = 0;
+    Cauchy cauchy(3, 2);
+    cauchy.g = {1, 1, 1};
+    EXPECT_EQ(cauchy.find(store.pairs), 2);
+}

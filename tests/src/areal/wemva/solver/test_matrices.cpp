@@ -1,0 +1,482 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
+#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "tests/src/areal/wemva/solver/dense_model.h"
+#include "tests/src/areal/wemva/solver/problems.h"
+
+TEST(Dense, DotProductsOfAnyLengthTouchEveryElementOnce) {
+    for (std::ptrdiff_t n = 0; n < 40; ++n) {
+        Vector x(41), y(41, 1);
+        double sum = 0;
+        for (std::size_t i = 0; i < 41; ++i) {
+            x[i] = std::ldexp(1.0, static_cast<int>(i));  // exact sums
+            if (static_cast<std::ptrdiff_t>(i) < n) sum += x[i];
+        }
+        EXPECT_EQ(solver::ddot(n, x.data(), y.data()), sum) << n;
+    }
+}
+
+TEST(Dense, CholeskyFactorAndItsFailures) {
+    // R = [2 1 3; 0 4 5; 0 0 6], column after column with a leading dimension of 4; the rest must not be touched.
+    const Vector a{4, -7, -7, -7, 2, 17, -7, -7, 6, 23, 70, -7};
+    Vector r(a);
+    EXPECT_EQ(solver::dpofa(r.data(), 4, 3), 0);
+    EXPECT_EQ(r, (Vector{2, -7, -7, -7, 1, 4, -7, -7, 3, 5, 6, -7}));
+    for (int k = 0; k < 3; ++k) {
+        r = a;
+        r[static_cast<std::size_t>(5 * k)] = k == 0 ? 0 : k == 1 ? 1 : 34;  // the last pivot exactly zero
+        EXPECT_EQ(solver::dpofa(r.data(), 4, 3), k + 1);
+    }
+    r = a;
+    r[5] = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(solver::dpofa(r.data(), 4, 3), 2);
+}
+
+TEST(Dense, TriangularSystemsOfAllFourKinds) {
+    // Both triangles of one array, upper [2 1 3; . 4 5; . . 6] and lower [2 . .; 7 4 .; 8 9 6].
+    const Vector t{2, 7, 8, -1, 1, 4, 9, -1, 3, 5, 6, -1};
+    struct Row {
+        int job;
+        Vector b;  // for x = 1 2 3
+    };
+    for (const Row& row : {Row{1, {13, 23, 18}}, Row{11, {2, 9, 31}}, Row{0, {2, 15, 44}}, Row{10, {40, 35, 18}}}) {
+        Vector b = row.b;
+        EXPECT_EQ(solver::dtrsl(t.data(), 4, 3, b.data(), row.job), 0);
+        EXPECT_EQ(b, (Vector{1, 2, 3})) << row.job;
+        Vector singular = t;
+        singular[5] = 0;
+        b = row.b;
+        EXPECT_EQ(solver::dtrsl(singular.data(), 4, 3, b.data(), row.job), 2);
+        EXPECT_EQ(b, row.b);
+    }
+}
+
+TEST(Pairs, StoreAndProductsKeepTheirAgeOrder) {
+    for (const int m : {1, 2, 4}) {
+        PairStore store(6, m, 7);
+        std::vector<std::pair<Vector, Vector>> all;
+        for (int count = 1; count <= 3 * m + 1; ++count) {
+            SCOPED_TRACE("m = " + std::to_string(m) + ", pair " + std::to_string(count));
+            store.add(1);
+            const solver::Pairs& p = store.pairs;
+            all.emplace_back(Vector(&p.ws(0, p.itail - 1), &p.ws(0, p.itail - 1) + 6),
+                             Vector(&p.wy(0, p.itail - 1), &p.wy(0, p.itail - 1) + 6));
+            ASSERT_EQ(p.col, std::min(count, m));
+            EXPECT_EQ(p.itail, (count - 1) % m + 1);
+            EXPECT_EQ(p.head, count <= m ? 1 : count % m + 1);
+            for (int i = 0; i < p.col; ++i) {
+                const auto& [si, yi] = all[all.size() - static_cast<std::size_t>(p.col - i)];
+                EXPECT_EQ(Vector(p.s(i), p.s(i) + 6), si);
+                EXPECT_EQ(Vector(p.y(i), p.y(i) + 6), yi);
+                for (int j = 0; j <= i; ++j) {
+                    EXPECT_NEAR(p.sy(i, j), solver::ddot(6, p.s(i), p.y(j)), 1e-14);
+                    EXPECT_NEAR(p.ss(j, i), solver::ddot(6, p.s(i), p.s(j)), 1e-14);
+                }
+            }
+            const double* s = p.s(p.col - 1);
+            const double* y = p.y(p.col - 1);
+            EXPECT_NEAR(p.theta, solver::ddot(6, y, y) / solver::ddot(6, s, y), 1e-12);
+        }
+    }
+}
+
+TEST(Pairs, TheSquaredStepComesFromTheUnscaledDirection) {
+    PairStore store(2, 2, 1);
+    const Vector d{1.5, 2}, y{3, 4};  // direction 3, 4 scaled by 0.5
+    store.pairs.iupdat = 1;
+    solver::matupd(store.pairs, d, y, 25, 12.5, 0.5, 25);
+    EXPECT_EQ(store.pairs.ss(0, 0), 6.25);
+    EXPECT_EQ(store.pairs.sy(0, 0), 12.5);
+    EXPECT_EQ(store.pairs.theta, 2);
+    // At the full step it is the caller's number, whatever d says.
+    solver::matupd(store.pairs, d, y, 25, 12.5, 1, 77);
+    EXPECT_EQ(store.pairs.ss(0, 0), 77);
+}
+
+TEST(Pairs, FactorAndProductAgreeWithTheDenseMatrices) {
+    for (const int m : {1, 2, 4}) {
+        PairStore store(6, m, 17);
+        for (int count = 1; count <= 2 * m + 1; ++count) {
+            store.add(1);
+            const solver::Pairs& p = store.pairs;
+            const auto col = static_cast<std::size_t>(p.col);
+            // [-D L'; L theta S'S], whose inverse is M.
+            Matrix inverse = zeros(2 * col);
+            for (int i = 0; i < p.col; ++i) {
+                const auto a = static_cast<std::size_t>(i);
+                for (int j = 0; j < p.col; ++j) {
+                    const auto b = static_cast<std::size_t>(j);
+                    const double sy = solver::ddot(6, p.s(i), p.y(j));
+                    if (i == j) inverse[a][b] = -sy;
+                    if (i > j) inverse[col + a][b] = inverse[b][col + a] = sy;
+                    inverse[col + a][col + b] = p.theta * solver::ddot(6, p.s(i), p.s(j));
+                }
+            }
+            Vector v(2 * col), got(2 * col);
+            for (double& value : v) value = store.uniform() - 0.5;
+            ASSERT_EQ(solver::bmv(p, v.data(), got.data()), 0);
+            const Vector expected = solve(inverse, v);
+            for (std::size_t i = 0; i < v.size(); ++i) EXPECT_NEAR(got[i], expected[i], 1e-9);
+        }
+    }
+}
+
+TEST(Pairs, FailuresOfTheProductAndTheFactor) {
+    PairStore none(3, 2, 1);
+    Vector p{5, 6, 7, 8};
+    const Vector v{1, 1, 1, 1};
+    EXPECT_EQ(solver::bmv(none.pairs, v.data(), p.data()), 0);
+    EXPECT_EQ(p, (Vector{5, 6, 7, 8}));
+
+    PairStore store(3, 3, 1);
+    store.add(3);
+    store.pairs.wt(1, 1) = 0;
+    Vector six(6, 1), out(6);
+    EXPECT_EQ(solver::bmv(store.pairs, six.data(), out.data()), 2);
+    store.pairs.ss(2, 2) = -1;
+    EXPECT_EQ(solver::formt(store.pairs), -3);
+
+    const std::vector<int> index{1, 2, 3};
+    const Vector x(3), z(3);
+    Vector g(3, 1), r(3), mc(6);
+    store.pairs.wt(0, 0) = 0;
+    const solver::FreeSet set{index, 3, index, 0, 4};
+    EXPECT_EQ(solver::cmprlb(store.pairs, set, x, g, z, six.data(), mc.data(), true, r), -8);
+    // Without bounds it is minus the gradient, and the factor is not looked at.
+    EXPECT_EQ(solver::cmprlb(store.pairs, set, x, g, z, six.data(), mc.data(), false, r), 0);
+    EXPECT_EQ(r, (Vector{-1, -1, -1}));
+}
+
+namespace {
+
+/// Sums over free or active variables of a'b, by the flags.
+double masked(int n, const double* a, const double* b, const std::vector<bool>& is_free, bool want_free) {
+    double sum = 0;
+    for (int i = 0; i < n; ++i) {
+        if (is_free[static_cast<std::size_t>(i)] == want_free) sum += a[i] * b[i];
+    }
+    return sum;
+}
+
+/// Compare the lower triangle of [Y'ZZ'Y, L_a'+R_z'; L_a+R_z, S'AA'S] with its definition.
+void expect_wn1(const solver::Pairs& p, const std::vector<bool>& is_free, View<const double, 2> wn1, double tolerance) {
+    const int m = p.m;
+    for (int i = 0; i < p.col; ++i) {
+        for (int j = 0; j < p.col; ++j) {
+            const double scale = std::sqrt(solver::ddot(p.n, p.s(i), p.s(i)) * solver::ddot(p.n, p.y(j), p.y(j)));
+            EXPECT_NEAR(wn1(m + i, j), masked(p.n, p.s(i), p.y(j), is_free, i <= j), tolerance * scale)
+                << "(2,1) " << i << ' ' << j;
+            if (j > i) continue;
+            const double yy = std::sqrt(solver::ddot(p.n, p.y(i), p.y(i)) * solver::ddot(p.n, p.y(j), p.y(j)));
+            const double ss = std::sqrt(solver::ddot(p.n, p.s(i), p.s(i)) * solver::ddot(p.n, p.s(j), p.s(j)));
+            EXPECT_NEAR(wn1(i, j), masked(p.n, p.y(i), p.y(j), is_free, true), tolerance * yy)
+                << "(1,1) " << i << ' ' << j;
+            EXPECT_NEAR(wn1(m + i, m + j), masked(p.n, p.s(i), p.s(j), is_free, false), tolerance * ss)
+                << "(2,2) " << i << ' ' << j;
+        }
+    }
+}
+
+/// A store of pairs with sets of free variables that change, as the main iteration drives them.
+struct Subspace {
+    PairStore store;
+    int n, m;
+    std::vector<int> index, indx2, iwhere;
+    int nfree = 0, nenter = 0, ileave = 0, iteration = 0;
+    Array<double, 2> wn, wn1;
+
+    Subspace(int n, int m, unsigned seed)
+        : store(n, m, seed),
+          n(n),
+          m(m),
+          index(static_cast<std::size_t>(n)),
+          indx2(index),
+          iwhere(index),
+          wn({2 * m, 2 * m}),
+          wn1({2 * m, 2 * m}) {
+        wn1.fill(std::numeric_limits<double>::quiet_NaN());
+    }
+    void choose(double share_free) {
+        for (int& where : iwhere) where = store.uniform() < share_free ? 0 : 1;
+    }
+    std::vector<bool> is_free() const {
+        std::vector<bool> flags;
+        for (const int where : iwhere) flags.push_back(where <= 0);
+        return flags;
+    }
+    solver::FreeSet set() const { return {index, nfree, indx2, nenter, ileave}; }
+    /// @return info of formk
+    int step(bool updatd);
+};
+
+int Subspace::step(bool updatd) {
+    if (updatd) store.add(1);
+    const auto list = [](std::vector<bool> before, std::vector<bool> after) {
+        std::vector<int> changed;
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            if (before[i] && !after[i]) changed.push_back(static_cast<int>(i) + 1);
+        }
+        return changed;
+    };
+    std::vector<bool> before(static_cast<std::size_t>(n));
+    for (int i = 0; i < nfree; ++i) before[static_cast<std::size_t>(index[static_cast<std::size_t>(i)] - 1)] = true;
+    const std::vector<bool> after = is_free();
+    const std::vector<int> left = list(before, after), entered = list(after, before);
+    nenter = iteration == 0 ? 0 : static_cast<int>(entered.size());
+    ileave = iteration == 0 ? n + 1 : n + 1 - static_cast<int>(left.size());
+    if (iteration > 0) {
+        std::copy(entered.begin(), entered.end(), indx2.begin());
+        std::copy(left.begin(), left.end(), indx2.begin() + ileave - 1);
+    }
+    ++iteration;
+    nfree = 0;
+    int back = n;
+    for (int i = 0; i < n; ++i) {
+        if (after[static_cast<std::size_t>(i)])
+            index[static_cast<std::size_t>(nfree++)] = i + 1;
+        else
+            index[static_cast<std::size_t>(--back)] = i + 1;
+    }
+    return solver::formk(store.pairs, set(), updatd, wn, wn1);
+}
+
+}  // namespace
+
+TEST(Formk, FollowsPairsAndSetsThatChange) {
+    for (const int m : {1, 3, 5}) {
+        Subspace subspace(14, m, 23);
+        for (int k = 0; k < 40; ++k) {
+            SCOPED_TRACE("m = " + std::to_string(m) + ", step " + std::to_string(k));
+            if (k % 3 != 1) subspace.choose(k % 7 == 5 ? 1.0 : 0.6);  // also unchanged sets, also all free
+            ASSERT_EQ(subspace.step(k % 4 != 3), 0);                  // also without a new pair
+            expect_wn1(subspace.store.pairs, subspace.is_free(), subspace.wn1, 1e-13);
+
+            // wn holds R with R' E R = K, E = diag(-I, I).
+            const solver::Pairs& p = subspace.store.pairs;
+            const int col = p.col;
+            const std::vector<bool> is_free = subspace.is_free();
+            for (int i = 0; i < 2 * col; ++i) {
+                for (int j = i; j < 2 * col; ++j) {
+                    double product = 0;
+                    for (int e = 0; e <= i; ++e) {
+                        product += (e < col ? -1 : 1) * subspace.wn(e, i) * subspace.wn(e, j);
+                    }
+                    const int a = i % col;
+                    const int b = j % col;
+                    double K = 0;
+                    if (j < col) {
+                        K = -masked(14, p.y(a), p.y(b), is_free, true) / p.theta -
+                            (a == b ? solver::ddot(14, p.s(a), p.y(b)) : 0);
+                    } else if (i >= col) {
+                        K = p.theta * masked(14, p.s(a), p.s(b), is_free, false);
+                    } else {  // L_a' - R_z'
+                        K = b > a ? masked(14, p.s(b), p.y(a), is_free, false)
+                                  : -masked(14, p.s(b), p.y(a), is_free, true);
+                    }
+                    EXPECT_NEAR(product, K, 1e-10) << i << ' ' << j;
+                }
+            }
+        }
+    }
+}
+
+TEST(Formk, FailuresOfBothFactorisations) {
+    for (const int expected : {-1, -2}) {
+        Subspace subspace(8, 3, 4);
+        subspace.choose(0.5);
+        ASSERT_EQ(subspace.step(true), 0);
+        ASSERT_EQ(subspace.step(true), 0);
+        if (expected == -1)
+            subspace.wn1(0, 0) = -1e6;
+        else
+            subspace.wn1(3, 3) = -1e6;
+        EXPECT_EQ(subspace.step(true), expected);
+    }
+}
+
+// The step of the subspace against -(Z'BZ)^-1 Z'(B (z - x) + g) with B from the update formula.
+TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {
+    constexpr double inf = std::numeric_limits<double>::infinity();
+    for (int trial = 0; trial < 60; ++trial) {
+        SCOPED_TRACE(trial);
+        const int n = 10;
+        const int m = 1 + trial % 4;
+        Subspace subspace(n, m, static_cast<unsigned>(trial));
+        for (int k = 0; k <= trial % 7; ++k) {
+            subspace.choose(trial % 5 == 0 ? 1.0 : 0.7);
+            subspace.iwhere[3] = 0;
+            ASSERT_EQ(subspace.step(true), 0);
+        }
+        const solver::Pairs& p = subspace.store.pairs;
+        Vector x(n), z(n), g(n), r(n);
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            x[i] = subspace.store.uniform() - 0.5;
+            z[i] = x[i] + 0.3 * (subspace.store.uniform() - 0.5);
+            g[i] = subspace.store.uniform() - 0.5;
+        }
+        const Matrix B = model_matrix(p);
+        Vector moved(n);
+        for (std::size_t i = 0; i < x.size(); ++i) moved[i] = z[i] - x[i];
+        const Vector slope = times_vector(B, moved);
+        const auto nfree = static_cast<std::size_t>(subspace.nfree);
+        Matrix reduced = zeros(nfree);
+        Vector rhs(nfree), c(static_cast<std::size_t>(2 * p.col)), mc(c);
+        for (std::size_t a = 0; a < nfree; ++a) {
+            const auto i = static_cast<std::size_t>(subspace.index[a] - 1);
+            rhs[a] = -slope[i] - g[i];
+            for (std::size_t b = 0; b < nfree; ++b) {
+                reduced[a][b] = B[i][static_cast<std::size_t>(subspace.index[b] - 1)];
+            }
+        }
+        for (int k = 0; k < p.col; ++k) {
+            c[static_cast<std::size_t>(k)] = solver::ddot(n, p.y(k), moved.data());
+            c[static_cast<std::size_t>(p.col + k)] = p.theta * solver::ddot(n, p.s(k), moved.data());
+        }
+        ASSERT_EQ(solver::cmprlb(p, subspace.set(), x, g, z, c.data(), mc.data(), true, r), 0);
+        for (std::size_t a = 0; a < nfree; ++a) EXPECT_NEAR(r[a], rhs[a], 1e-10);
+
+        const Vector step = solve(reduced, rhs);
+        for (const bool boxed : {false, true}) {
+            // A box that cuts the step of each free variable i at (i + 2) / 4 of its length, the first one the most.
+            double alpha = 1;
+            std::size_t blocking = 0;
+            Vector l(n, -inf), u(n, inf), end(z), d(r);
+            std::vector<int> nbd(n, 0);
+            for (std::size_t a = 0; a < nfree && boxed; ++a) {
+                const auto i = static_cast<std::size_t>(subspace.index[a] - 1);
+                const double share = static_cast<double>(a + 2) / 4;
+                nbd[i] = a % 2 ? 2 : step[a] < 0 ? 1 : 3;
+                (step[a] < 0 ? l : u)[i] = z[i] + share * step[a];
+                if (share < alpha) alpha = share, blocking = i;
+            }
+            int iword = -1;
+            Vector wv(c.size());
+            ASSERT_EQ(solver::subsm(p, subspace.set().free(), {l, u, nbd}, end, d, iword, wv.data(), subspace.wn, -1),
+                      0);
+            EXPECT_EQ(iword, boxed ? 1 : 0);
+            for (std::size_t i = 0; i < x.size(); ++i) {
+                const auto at = std::find(subspace.index.begin(), subspace.index.begin() + subspace.nfree, i + 1);
+                const auto a = static_cast<std::size_t>(at - subspace.index.begin());
+                EXPECT_NEAR(end[i], z[i] + (a < nfree ? alpha * step[a] : 0), 1e-9) << i;
+            }
+            if (boxed) {
+                EXPECT_TRUE(end[blocking] == l[blocking] || end[blocking] == u[blocking]);
+            }
+        }
+    }
+}
+
+namespace {
+
+/// One variable, B = 2, the gradient at the Cauchy point 6: the step is -3.
+struct OneVariable {
+    Subspace subspace{1, 1, 1};
+    Vector l{0}, u{0}, x{3}, r{-6}, wv{0, 0};
+    std::vector<int> nbd{0};
+    int iword = -7;
+
+    OneVariable() {
+        solver::Pairs& p = subspace.store.pairs;
+        p.iupdat = 1;
+        solver::matupd(p, Vector{-1}, Vector{-2}, 4, 2, 1, 1);
+        subspace.iwhere = {0};
+        subspace.iteration = 0;
+        EXPECT_EQ(solver::formt(p), 0);
+        subspace.index = {1};
+        subspace.nfree = 1;
+        subspace.ileave = 2;
+        EXPECT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+    }
+    int step() {
+        return solver::subsm(subspace.store.pairs, subspace.index, {l, u, nbd}, x, r, iword, wv.data(), subspace.wn,
+                             -1);
+    }
+};
+
+}  // namespace
+
+TEST(Subsm, LengthsOfTheStepByHand) {
+    struct Row {
+        const char* what;
+        int nbd;
+        double l, u, x;
+        int iword;
+    };
+    for (const Row& row :
+         {Row{"free", 0, 2, 2, 0, 0}, Row{"cut back", 1, 1, 0, 1, 1},
+          Row{"exactly the whole step is inside", 1, 0, 0, 0, 0}, Row{"at the bound already", 2, 3, 9, 3, 1},
+          Row{"beyond it", 1, 4, 0, 4, 1}, Row{"only an upper bound, behind", 3, 0, 3, 0, 0}}) {
+        SCOPED_TRACE(row.what);
+        OneVariable one;
+        one.nbd = {row.nbd};
+        one.l = {row.l}, one.u = {row.u};
+        ASSERT_EQ(one.step(), 0);
+        EXPECT_EQ(one.x[0], row.x);
+        EXPECT_EQ(one.iword, row.iword);
+    }
+    OneVariable still;
+    still.nbd = {1}, still.l = {1}, still.r = {0};
+    ASSERT_EQ(still.step(), 0);
+    EXPECT_EQ(still.x[0], 3);
+    OneVariable singular;
+    singular.subspace.wn(1, 1) = 0;
+    EXPECT_EQ(singular.step(), 2);
+}
+
+// In a whole run: the block in the caller's array is right whenever the solver asks for the first point of a search,
+// also after iterations in which all variables were active.
+TEST(Formk, ItsMatrixIsRightThroughoutARun) {
+    int checked = 0;
+    int none_free = 0;
+    const auto check = [&](Caller& caller) {
+        const int n = caller.n;
+        const int m = caller.m;
+        solver::Pairs p;
+        p.n = n, p.m = m;
+        p.ws = {caller.block(4), {n, m}}, p.wy = {caller.block(5), {n, m}};
+        p.head = caller.saved_int(27), p.col = caller.saved_int(28);
+        std::vector<bool> is_free;
+        for (int i = 0; i < n; ++i) is_free.push_back(caller.iwa[static_cast<std::size_t>(n + i)] <= 0);
+        none_free += std::none_of(is_free.begin(), is_free.end(), [](bool free) { return free; });
+        checked += p.col > 0;
+        expect_wn1(p, is_free, {caller.block(11), {2 * m, 2 * m}}, 1e-9);
+    };
+    const auto follow = [&](Caller caller, const Objective& objective) {
+        caller.factr = 1e7;
+        do {
+            if (caller.task.starts_with("FG")) caller.f = objective(caller.x, caller.g), ++caller.evaluations;
+            const bool searching = caller.task.starts_with("FG_LN");
+            caller.call();
+            if (!searching && caller.task.starts_with("FG_LN") && caller.saved_int(28) > 0) check(caller);
+        } while ((caller.task.starts_with("FG") || caller.task.starts_with("NEW_X")) && caller.evaluations < 500);
+    };
+    for (const Problem& problem : all_problems()) {
+        const bool bounded = std::any_of(problem.nbd.begin(), problem.nbd.end(), [](int nbd) { return nbd != 0; });
+        if (!bounded || problem.x0.size() > 300) continue;
+        for (const int m : {1, 4}) {
+            SCOPED_TRACE(problem.name);
+            follow(problem.caller(m), problem.objective);
+        }
+    }
+    // Two variables in a box that is moved against the gradient and back: all active, then free again.
+    int evaluation = 0;
+    const Objective turning = [&](std::span<const double> x, std::span<double> g) {
+        ++evaluation;
+        const double a = evaluation < 7 ? 40 : 0.3;
+        double f = evaluation < 7 ? 1000 : 0;
+        for (std::size_t i = 0; i < x.size(); ++i) {
+            const double w = 1 + static_cast<double>(i);
+            f += w * (0.5 * x[i] * x[i] - a * x[i]);
+            g[i] = w * (x[i] - a);
+        }
+        return f;
+    };
+    Caller caller(4, {-9, 3, 5}, {-10, -10, -10}, {10, 12, 14}, {2, 2, 2});
+    follow(caller, turning);
+    EXPECT_GT(checked, 100);
+    EXPECT_GT(none_free, 0);
+}
