@@ -225,8 +225,7 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays) {
     owdso(par, adjoint, arrays.b_image, run.pick1);
 }
 
-double objective(const Parms& par, const EvaluationArrays& arrays) {
-    const View<const float, 3> b_image = arrays.b_image;
+double objective(const Parms& par, View<const float, 3> b_image) {
     const std::ptrdiff_t second = par.exact() ? b_image.n[1] : par.img.sh.n;
     double fun = 0.0;
     for (std::ptrdiff_t iz = 0; iz < b_image.n[2]; ++iz) {
@@ -234,7 +233,7 @@ double objective(const Parms& par, const EvaluationArrays& arrays) {
             for (const float r : b_image.slice(iz).slice(ish).flat()) fun += par.l1norm ? std::abs(r) : r * r;
         }
     }
-    return par.normalise ? fun / energy(arrays.image.flat()) : fun;
+    return fun;
 }
 
 void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun) {
@@ -315,7 +314,8 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     write_panel(run, "Dimage", titer, arrays.b_image.flat());
     check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
 
-    const double fun = objective(par, arrays);
+    double fun = objective(par, arrays.b_image);
+    if (par.normalise) fun /= energy(arrays.image.flat());
     if (par.exact()) differentiate_objective(run, arrays, fun);
     const float start1 = owexec_time();
     back_project(run, arrays);

@@ -52,12 +52,12 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays);
 
 /// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. In the
 /// described mode the second axis is img.sh also with time shifts, where it is empty; in the exact mode it is the one
-/// that is there, and with `normalise` the sum is divided by the energy of the image.
-double objective(const Parms& par, const EvaluationArrays& arrays);
+/// that is there.
+double objective(const Parms& par, View<const float, 3> b_image);
 
 /// Turns the residual into the derivative of `fun` with respect to the image: 2 W^2 r; with l1norm 2 W^2 y / e^e, y the
 /// once-weighted image, the envelope e held fixed; with normalise the derivative of the quotient.
-/// @param fun as objective() gave it
+/// @param fun the value of the evaluation (with normalise: objective() over the energy of the image)
 void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun);
 
 /// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`. Reads "rec" and "sou" again.

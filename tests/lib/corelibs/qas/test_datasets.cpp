@@ -241,8 +241,7 @@ TEST_F(Datasets, AHintWhenAnInputKeepsSilent) {
 }
 
 TEST_F(Datasets, FormatsOfInputs) {
-    const std::string bytes = "\x3f\x80\x00\x00\x00\x00\x00\x02\xff";
-    const std::string data(bytes.data(), 4);
+    const std::string data("\x3f\x80\x00\x00", 4);
     struct {
         const char *format, *expected;
     } const rows[] = {
