@@ -56,6 +56,9 @@ struct TinySurvey {
                      {"padtraces", "0"},
                      {"node", "1"},
                      {"niter", "1"},
+                     {"bounds", "y"},  // unbounded, the second trial leaves the range of physical models
+                     {"p_up", "20"},
+                     {"p_lo", "20"},
                      {"fftplan", "estimate"},
                      {"vel", dir / "vel.H"},
                      {"rec", dir / "rec.H"},

@@ -434,7 +434,7 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
                       s.arguments["vmin"] = "0", s.arguments["vmax"] = "5000";
                   }},
              Case{"missing parameter value: p_lo\n",
-                  [](TinySurvey& s) { s.arguments["bounds"] = "y", s.arguments["p_up"] = "10"; }},
+                  [](TinySurvey& s) { s.arguments.erase("p_lo"); }},
              Case{"mmax=100000000: 1e+08 correction pairs of 128 variables are more than the solver can number; fewer "
                   "are "
                   "needed\n",
