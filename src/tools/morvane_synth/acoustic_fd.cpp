@@ -47,21 +47,23 @@ double fd_stable_dt(double dx, double dz, double vmax) {
     return 2.0 / (vmax * std::sqrt(sum * (1.0 / (dx * dx) + 1.0 / (dz * dz))));
 }
 
-double fd_largest_step(double vmin, double fmax) { return vmin / (fmax * samples_per_wavelength); }
+double fd_largest_step(double vmin, double fmax) {
+    return vmin / (fmax * samples_per_wavelength);
+}
 
 void fd_check(const FdGrid& grid, double vmin, double vmax, double fmax) {
     const double step = fd_largest_step(vmin, fmax);
     if (std::max(grid.dx, grid.dz) > step * (1 + 1e-6))
         qas::qaserr(
             "the grid is too coarse: at %g Hz and the smallest velocity %g the steps dx=%g, dz=%g would disperse the "
-            "waves; permitted are steps up to %.6g, or frequencies up to %.6g Hz",
+            "waves; permitted are steps up to %.6g, or frequencies up to %.6g Hz\n",
             fmax, vmin, static_cast<double>(grid.dx), static_cast<double>(grid.dz), step,
             fmax * step / std::max(grid.dx, grid.dz));
     const double stable = fd_stable_dt(grid.dx, grid.dz, vmax);
     if (!(grid.dt > 0) || grid.dt > stable)
         qas::qaserr(
             "the time step dt=%g is not stable: with the largest velocity %g and the steps dx=%g, dz=%g permitted is "
-            "0 < dt <= %.6g s",
+            "0 < dt <= %.6g s\n",
             static_cast<double>(grid.dt), vmax, static_cast<double>(grid.dx), static_cast<double>(grid.dz), stable);
 }
 
@@ -83,8 +85,7 @@ AcousticFd::AcousticFd(const FdGrid& grid, View<const float, 2> velocity)
       gz_(scaled(first_derivative, 1.0 / grid.dz)) {
     for (int iz = 0; iz < mz_; ++iz)
         for (int ix = 0; ix < mx_; ++ix) {
-            const float vdt =
-                grid.dt * velocity(std::clamp(ix - left_, 0, nx_ - 1), std::clamp(iz - top_, 0, nz_ - 1));
+            const float vdt = grid.dt * velocity(std::clamp(ix - left_, 0, nx_ - 1), std::clamp(iz - top_, 0, nz_ - 1));
             v2_[static_cast<std::size_t>(iz) * mx_ + ix] = vdt * vdt;
         }
     // Damping grows with the square of the depth into the layer so that 1e-5 of a wave at normal incidence returns; the
@@ -121,7 +122,7 @@ void AcousticFd::absorb_sides() {
     for (int side = 0; side < 2; ++side) {
         Layer& layer = sides_[side];
         const int n = layer.n, first = side == 0 ? 0 : mx_ - n;
-        const float *__restrict a = layer.a.data(), *__restrict b = layer.b.data();
+        const float* __restrict a = layer.a.data(), * __restrict b = layer.b.data();
         for (int iz = 0; iz < mz_; ++iz) {
             const float* __restrict now = now_.data() + at(first, iz);
             float* __restrict next = before_.data() + at(first, iz);

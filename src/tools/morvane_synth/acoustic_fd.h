@@ -28,8 +28,8 @@ double fd_largest_step(double vmin, double fmax);
 void fd_check(const FdGrid& grid, double vmin, double vmax, double fmax);
 
 /// The pressure field of one shot. It solves p_tt / v^2 = p_xx + p_zz + s(t) delta(x - xs) delta(z), second order in
-/// time and eighth in space, inside convolutional perfectly matched layers on all four sides into which the edge values of
-/// the model are continued. Row 0 of the model is the surface, which reflects nothing.
+/// time and eighth in space, inside convolutional perfectly matched layers on all four sides into which the edge values
+/// of the model are continued. Row 0 of the model is the surface, which reflects nothing.
 class AcousticFd {
 public:
     /// @param velocity (nx, nz), each > 0 and <= grid.vmax, not checked; copied
@@ -50,7 +50,7 @@ private:
     int left_, top_;                ///< where the model starts in them
     std::ptrdiff_t ld_;             ///< row length in memory, with halo
     float source_factor_;
-    std::vector<float> v2_;         ///< (v dt)^2, without halo, row length mx_
+    std::vector<float> v2_;  ///< (v dt)^2, without halo, row length mx_
     std::vector<float> now_, before_;
     std::array<float, 5> cx_, cz_;  ///< second derivative
     std::array<float, 5> gx_, gz_;  ///< first derivative

@@ -7,10 +7,13 @@
 
 namespace {
 
-double slope(float degrees) { return std::tan(degrees * std::numbers::pi / 180.0); }
+double slope(float degrees) {
+    return std::tan(degrees * std::numbers::pi / 180.0);
+}
 
 /// One direction of the Gaussian: out(i) = sum_j g(j - i) in(j) along the axis of `n` samples with stride `stride`.
-void smooth_line(const float* in, float* out, std::ptrdiff_t n, std::ptrdiff_t stride, const std::vector<double>& half) {
+void smooth_line(const float* in, float* out, std::ptrdiff_t n, std::ptrdiff_t stride,
+                 const std::vector<double>& half) {
     const auto reach = static_cast<std::ptrdiff_t>(half.size()) - 1;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         double sum = 0.0, weight = 0.0;
@@ -48,7 +51,8 @@ EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
             const double start = background * spec.start_scale;
             for (double v : {with_body, with_layers, start})
                 if (!(v > 0) || !std::isfinite(v))
-                    qas::qaserr("the model has the velocity %g at x=%g, z=%g; it must be positive everywhere", v, px, pz);
+                    qas::qaserr("the model has the velocity %g at x=%g, z=%g; it must be positive everywhere\n", v, px,
+                                pz);
             model.full(ix, iz) = static_cast<float>(1.0 / with_layers);
             model.smooth(ix, iz) = static_cast<float>(1.0 / with_body);
             model.start(ix, iz) = static_cast<float>(1.0 / start);
@@ -62,8 +66,7 @@ Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, floa
     if (length <= 0) return both;
     const auto [nx, nz] = slowness.n;
     const std::vector<double> gx = half_gaussian(dx, length), gz = half_gaussian(dz, length);
-    for (std::ptrdiff_t iz = 0; iz < nz; ++iz)
-        smooth_line(slowness.slice(iz).p, across.view().slice(iz).p, nx, 1, gx);
+    for (std::ptrdiff_t iz = 0; iz < nz; ++iz) smooth_line(slowness.slice(iz).p, across.view().slice(iz).p, nx, 1, gx);
     for (std::ptrdiff_t ix = 0; ix < nx; ++ix) smooth_line(across.view().p + ix, both.view().p + ix, nz, nx, gz);
     return both;
 }

@@ -11,7 +11,8 @@ struct Reflector {
     float dip = 0.0f;  ///< degrees, positive if it deepens with x
 };
 
-/// Background v0 + gradient * depth, tilted; a Gaussian body dv exp(-((x - xc) / wx)^2 - ((z - zc) / wz)^2); thin layers.
+/// Background v0 + gradient * depth, tilted; a Gaussian body dv exp(-((x - xc) / wx)^2 - ((z - zc) / wz)^2); thin
+/// layers.
 struct ModelSpec {
     float v0 = 1800.0f;
     float gradient = 0.5f;  ///< velocity by depth
@@ -36,8 +37,8 @@ struct EarthModel {
 /// Evaluates the formulas above. Refuses (qas::Fatal) a velocity that is not positive, with its place.
 EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z);
 
-/// Gaussian average exp(-(r / length)^2 / 2) of slowness, cut at three lengths, with the edge values continued outwards;
-/// length 0 copies. Keeps the vertical travel time through a layer thicker than the filter.
+/// Gaussian average exp(-(r / length)^2 / 2) of slowness, cut at three lengths, with the edge values continued
+/// outwards; length 0 copies. Keeps the vertical travel time through a layer thicker than the filter.
 Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, float length);
 
 /// Largest and smallest value.

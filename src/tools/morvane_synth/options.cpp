@@ -45,16 +45,19 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.list("zref", w.depths, "m", "thin reflectors: depths in the middle of the shots (up to 100)");
     v.list("dip", w.dips, "degrees", "thin reflectors: dips, positive down with x; missing ones as the last given");
     v.real("strength", o.spec.strength, -0.5, 0.5, "", "thin reflectors: relative velocity change");
-    v.real("startscale", o.spec.start_scale, 0.1, 10, "", "start model: factor on the velocity; it has no Gaussian body");
+    v.real("startscale", o.spec.start_scale, 0.1, 10, "",
+           "start model: factor on the velocity; it has no Gaussian body");
     v.real("smooth", o.smooth, 0, huge, "m", "model=FILE: length of the Gaussian average for the start model");
     v.name("start", "model=FILE: start model (slowness) on the same grid, instead of the average");
     v.group("Survey");
-    v.logical("areal", g.areal, "n: traces move with the shot, one source function; y: whole-line fields for every shot");
+    v.logical("areal", g.areal,
+              "n: traces move with the shot, one source function; y: whole-line fields for every shot");
     v.whole("nshot", g.shot.n, 1, 100000, "", "shots");
     v.real("oshot", g.shot.o, -huge, huge, "m", "position of the first shot");
     v.real("dshot", g.shot.d, tiny, huge, "m", "distance of shots, a multiple of dx");
     v.whole("nrec", g.trace.n, 1, 1000000, "", "traces of a shot, dx apart");
-    v.real("orec", g.trace.o, -huge, huge, "m", "first trace relative to the shot; default: -(nrec/2) dx", &w.spread_given);
+    v.real("orec", g.trace.o, -huge, huge, "m", "first trace relative to the shot; default: -(nrec/2) dx",
+           &w.spread_given);
     v.whole("taper", g.taper, 0, 100000, "traces", "morvane's traces_in_taper");
     v.whole("padtraces", g.pad, 0, 100000, "traces", "morvane's padtraces; default: at least 10, for a fast transform",
             &w.padding_given);
@@ -68,13 +71,14 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.real("whiten", a.whiten, 0, 1, "", "flatten the spectrum with this water level (part of the peak); 0: leave it");
     v.real("bandtaper", a.band_taper, 0, huge, "Hz", "width of the tapered band ends");
     v.real("rotate", a.rotate, -360, 360, "degrees",
-           "added to the phase of the source; default: -90 for own models, whose thin fast layers then image as\n"
-           "peaks; 0 for model=FILE, where an interface to higher velocity does", &w.rotation_given);
+           "added to the phase of the source; default: -90 for own models, whose thin fast layers then image as "
+           "peaks; 0 for model=FILE, where an interface to higher velocity does",
+           &w.rotation_given);
     v.real("amp", a.amplitude, tiny, huge, "", "largest amplitude of the wavelet's spectrum in the band");
     v.group("What is taken out of the traces");
     v.text("direct", w.direct,
-           "the direct wave: smooth | start | constant: subtract the waves of the model without reflectors (of\n"
-           "the average for model=FILE), of the start model, of the velocity at the surface in the middle of the\n"
+           "the direct wave: smooth | start | constant: subtract the waves of the model without reflectors (of "
+           "the average for model=FILE), of the start model, of the velocity at the surface in the middle of the "
            "shots; mute: zero what comes before it has passed; none");
     v.real("mute", a.angle, 0, 89, "degrees", "mute reflections wider than this from the vertical; 0: none");
     v.real("mutetaper", a.angle_taper, 0, huge, "m", "offset over which that mute sets in");
@@ -101,15 +105,17 @@ class Help {
     std::string text_;
 
     void line(const char* key, const std::string& value, const char* unit, std::string_view what) {
+        constexpr std::size_t indent = 26, width = 110;
         std::string head = std::string("  ") + key + "=" + value;
         if (*unit) head += std::string(" ") + unit;
-        head.resize(std::max<std::size_t>(head.size() + 2, 30), ' ');
-        text_ += head;
-        for (char c : what) {
-            text_ += c;
-            if (c == '\n') text_ += std::string(30, ' ');
+        head.resize(std::max(head.size() + 2, indent), ' ');
+        for (std::size_t start = 0; start < what.size();) {
+            std::size_t n = what.size() - start;
+            if (n > width - indent) n = what.rfind(' ', start + width - indent) - start;
+            text_ += head + std::string(what.substr(start, n)) + "\n";
+            head.assign(indent, ' ');
+            start += n + 1;
         }
-        text_ += '\n';
     }
 
 public:
@@ -118,7 +124,8 @@ public:
     void real(const char* key, float value, double, double, const char* unit, const char* what,
               const bool* given = nullptr) {
         const bool computed = given || std::string_view(key) == "xc";
-        line(key, computed && std::string_view(key) != "zmax" ? "" : number_text(static_cast<double>(value)), unit, what);
+        line(key, computed && std::string_view(key) != "zmax" ? "" : number_text(static_cast<double>(value)), unit,
+             what);
     }
     void whole(const char* key, int value, int, int, const char* unit, const char* what, const bool* given = nullptr) {
         line(key, given ? "" : std::to_string(value), unit, what);
@@ -136,13 +143,33 @@ public:
     std::set<std::string, std::less<>> all{"par", "datapath", "in", "out"};
     void group(const char*) {}
     template <class... Rest>
-    void add(const char* key, Rest&&...) { all.insert(key); }
-    template <class... R> void text(R&&... r) { add(r...); }
-    template <class... R> void real(R&&... r) { add(r...); }
-    template <class... R> void whole(R&&... r) { add(r...); }
-    template <class... R> void logical(R&&... r) { add(r...); }
-    template <class... R> void list(R&&... r) { add(r...); }
-    template <class... R> void name(R&&... r) { add(r...); }
+    void add(const char* key, Rest&&...) {
+        all.insert(key);
+    }
+    template <class... R>
+    void text(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void real(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void whole(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void logical(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void list(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void name(R&&... r) {
+        add(r...);
+    }
 };
 
 class Reader {
@@ -151,8 +178,7 @@ class Reader {
     double number(const char* key, const std::string& text) {
         char* end = nullptr;
         const double value = std::strtod(text.c_str(), &end);
-        if (text.empty() || *end != '\0' || !std::isfinite(value))
-            qaserr("%s=%s is not a number", key, text.c_str());
+        if (text.empty() || *end != '\0' || !std::isfinite(value)) qaserr("%s=%s is not a number\n", key, text.c_str());
         return value;
     }
 
@@ -162,7 +188,7 @@ class Reader {
         if (!text) return {};
         const double value = number(key, *text);
         if (value < low || value > high)
-            qaserr("%s=%s is outside the permitted range %g to %g", key, text->c_str(), low, high);
+            qaserr("%s=%s is outside the permitted range %g to %g\n", key, text->c_str(), low, high);
         return value;
     }
 
@@ -171,7 +197,7 @@ public:
     void group(const char*) {}
     void text(const char* key, std::string& value, const char*) {
         value = session_.getch<std::string>(key).value_or(value);
-        if (value.empty()) qaserr("%s= needs a value", key);
+        if (value.empty()) qaserr("%s= needs a value\n", key);
     }
     void real(const char* key, float& value, double low, double high, const char*, const char*, bool* given = nullptr) {
         if (const auto found = within(key, low, high, given)) value = static_cast<float>(*found);
@@ -179,14 +205,14 @@ public:
     void whole(const char* key, int& value, int low, int high, const char*, const char*, bool* given = nullptr) {
         const auto found = within(key, low, high, given);
         if (!found) return;
-        if (*found != std::floor(*found)) qaserr("%s=%g is not a whole number", key, *found);
+        if (*found != std::floor(*found)) qaserr("%s=%g is not a whole number\n", key, *found);
         value = static_cast<int>(*found);
     }
     void logical(const char* key, bool& value, const char*) {
         const std::optional<std::string> text = session_.getch<std::string>(key);
         if (!text) return;
         if (text->empty() || std::string("yY1nN0").find((*text)[0]) == std::string::npos)
-            qaserr("%s=%s is neither y nor n", key, text->c_str());
+            qaserr("%s=%s is neither y nor n\n", key, text->c_str());
         value = std::string("yY1").find((*text)[0]) != std::string::npos;
     }
     void list(const char* key, std::vector<float>& values, const char*, const char*) {
@@ -198,7 +224,7 @@ public:
             values.push_back(static_cast<float>(number(key, text->substr(start, end - start))));
             start = end + 1;
         }
-        if (values.size() > 100) qaserr("%s= has %zu values; permitted are 100", key, values.size());
+        if (values.size() > 100) qaserr("%s= has %zu values; permitted are 100\n", key, values.size());
     }
     void name(const char*, const char*) {}
 };
@@ -244,7 +270,7 @@ Direct direct_of(const std::string& word) {
                                                     {"none", Direct::none}};
     for (const auto& [text, value] : known)
         if (word == text) return value;
-    qaserr("direct=%s is unknown; permitted are smooth, start, constant, mute and none", word.c_str());
+    qaserr("direct=%s is unknown; permitted are smooth, start, constant, mute and none\n", word.c_str());
 }
 
 /// The steps of a model from a dataset, which win over dx and dz and may not contradict them.
@@ -253,13 +279,30 @@ void take_steps_of_file(qas::Session& session, SynthOptions& o, bool zmax_given)
     const std::pair<const char*, std::pair<float, float*>> steps[] = {{"dx", {dx, &o.dx}}, {"dz", {dz, &o.dz}}};
     for (const auto& [key, step] : steps) {
         if (!(step.first > 0) || !std::isfinite(step.first))
-            qaserr("model=%s has the step %g, which must be positive", o.model.c_str(), static_cast<double>(step.first));
+            qaserr("model=%s has the step %g, which must be positive\n", o.model.c_str(),
+                   static_cast<double>(step.first));
         if (session.getch<std::string>(key) && *step.second != step.first)
-            qaserr("%s=%g contradicts the step %g of model=%s", key, static_cast<double>(*step.second),
+            qaserr("%s=%g contradicts the step %g of model=%s\n", key, static_cast<double>(*step.second),
                    static_cast<double>(step.first), o.model.c_str());
         *step.second = step.first;
     }
     if (!zmax_given) o.zmax = static_cast<float>(session.from_aux<int>("model", "n3") - 1) * dz;
+}
+
+/// Refuses what no memory would hold, or no integer count.
+void check_size(const SynthOptions& o) {
+    const Geometry& g = o.geometry;
+    const double rows = o.zmax / static_cast<double>(o.dz) + 1, line = (g.shot.n - 1.0) * g.shot.d / o.dx;
+    const double columns = g.trace.n + line + 2.0 * (g.taper + g.pad + o.margin / static_cast<double>(o.dx));
+    if (rows < 2 || rows * columns > 2e8)
+        qaserr(
+            "a model of %g columns and %g rows is not permitted (2 rows to 2e8 samples); check dx, dz, zmax, margin, "
+            "nshot, dshot and nrec\n",
+            columns, rows);
+    const double panel = (g.areal ? g.trace.n + line : g.trace.n) * o.acquisition.freq.n;
+    if (panel > 2.6e8 || panel * g.shot.n > 4e9)
+        qaserr("%g samples a shot and %d shots are too many; permitted are 2.6e8 a shot, 4e9 in all\n", panel,
+               g.shot.n);
 }
 
 }  // namespace
@@ -270,11 +313,13 @@ std::string synth_help() {
     preset(o, w);
     Help help;
     visit(help, o, w);
-    return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane reads:\n"
+    return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane "
+           "reads:\n"
            "start model, wavefields by frequency, and a parameter file. Parameters are name=value words, or par=FILE\n"
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
            help.result() +
-           "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no body\n"
+           "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
+           "body\n"
            "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
@@ -287,10 +332,10 @@ void check_command_line(const std::vector<std::string>& words) {
     for (std::size_t i = 1; i < words.size(); ++i) {
         const std::size_t equals = words[i].find('=');
         if (equals == std::string::npos || equals == 0)
-            qaserr("\"%s\" is not a name=value parameter; --help lists them", words[i].c_str());
+            qaserr("\"%s\" is not a name=value parameter; --help lists them\n", words[i].c_str());
         const std::string key = words[i].substr(0, equals);
         if (key.find('.') == std::string::npos && !names.all.contains(key))
-            qaserr("unknown parameter %s=; --help lists the known ones", key.c_str());
+            qaserr("unknown parameter %s=; --help lists the known ones\n", key.c_str());
     }
 }
 
@@ -305,6 +350,7 @@ SynthOptions read_options(qas::Session& session) {
 
     Geometry& g = o.geometry;
     Acquisition& a = o.acquisition;
+    check_size(o);
     g.trace.d = o.dx;
     if (!w.spread_given) g.trace.o = -static_cast<float>(g.trace.n / 2) * o.dx;
     if (g.areal) {  // the traces that any of the shots has, at rest
@@ -318,25 +364,25 @@ SynthOptions read_options(qas::Session& session) {
     if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
     if (w.dips.empty()) w.dips = {0};
     if (w.dips.size() > w.depths.size())
-        qaserr("dip= has %zu values for %zu reflectors", w.dips.size(), w.depths.size());
+        qaserr("dip= has %zu values for %zu reflectors\n", w.dips.size(), w.depths.size());
     for (std::size_t i = 0; i < w.depths.size(); ++i) {
         const float dip = w.dips[std::min(i, w.dips.size() - 1)];
-        if (std::abs(dip) > 60) qaserr("dip=%g is outside the permitted range -60 to 60", static_cast<double>(dip));
+        if (std::abs(dip) > 60) qaserr("dip=%g is outside the permitted range -60 to 60\n", static_cast<double>(dip));
         o.spec.reflectors.push_back({w.depths[i], dip});
     }
 
     a.direct = direct_of(w.direct);
     if (!w.delay_given) a.delay = 1.5f / a.fpeak;
     if (a.delay * a.fpeak < 1)
-        qaserr("delay=%g cuts the wavelet off; permitted is 1/fpeak=%g or more", static_cast<double>(a.delay),
+        qaserr("delay=%g cuts the wavelet off; permitted is 1/fpeak=%g or more\n", static_cast<double>(a.delay),
                1.0 / a.fpeak);
     if (a.tmax <= a.delay)
-        qaserr("tmax=%g ends before the wavelet's centre at delay=%g", static_cast<double>(a.tmax),
+        qaserr("tmax=%g ends before the wavelet's centre at delay=%g\n", static_cast<double>(a.tmax),
                static_cast<double>(a.delay));
     const double band = (a.freq.n - 1) * static_cast<double>(a.freq.d);
     if (2 * a.band_taper > band)
-        qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g", static_cast<double>(a.band_taper),
-               0.5 * band);
+        qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g\n",
+               static_cast<double>(a.band_taper), 0.5 * band);
     if (!w.rotation_given) a.rotate = o.from_file ? 0.0f : -90.0f;
     return o;
 }

@@ -33,7 +33,7 @@ std::string synth_help();
 /// over in silence. Parameter files may hold the settings of other programs too and are not searched.
 void check_command_line(const std::vector<std::string>& words);
 
-/// Values from the session. Refuses (qas::Fatal) what is not a number where one is needed, and values outside their range,
-/// with the key, the value and what is permitted. A model from a dataset brings its own dx, dz and, unless given, zmax.
-/// The padding of the geometry is set here; whether the geometry fits is for check_geometry to say.
+/// Values from the session. Refuses (qas::Fatal) what is not a number where one is needed, and values outside their
+/// range, with the key, the value and what is permitted. A model from a dataset brings its own dx, dz and, unless
+/// given, zmax. The padding of the geometry is set here; whether the geometry fits is for check_geometry to say.
 SynthOptions read_options(qas::Session& session);

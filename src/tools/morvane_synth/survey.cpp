@@ -57,8 +57,7 @@ public:
 Array<float, 2> window(View<const float, 2> model, int first, int n) {
     Array<float, 2> cut({n, model.n[1]});
     for (std::ptrdiff_t iz = 0; iz < model.n[1]; ++iz)
-        for (int i = 0; i < n; ++i)
-            cut(i, iz) = model(std::clamp<std::ptrdiff_t>(first + i, 0, model.n[0] - 1), iz);
+        for (int i = 0; i < n; ++i) cut(i, iz) = model(std::clamp<std::ptrdiff_t>(first + i, 0, model.n[0] - 1), iz);
     return cut;
 }
 
@@ -106,25 +105,28 @@ void check_geometry(const Geometry& g) {
     const float dx = g.trace.d;
     for (float value : {g.shot.o, g.shot.d, g.trace.o, dx, g.image().o})
         if (printed(value) != value)
-            qas::qaserr("the position or step %.9g does not survive the six digits of a header; choose a rounder value",
-                        static_cast<double>(value));
+            qas::qaserr(
+                "the position or step %.9g does not survive the six digits of a header; choose a rounder value\n",
+                static_cast<double>(value));
     if (!on_grid(g.shot.d, dx) || (g.areal && !on_grid(g.shot.o - g.trace.o, dx)))
-        qas::qaserr("the shots (oshot=%g, dshot=%g) do not fall on columns of the model; permitted are multiples of dx=%g",
-                    static_cast<double>(g.shot.o), static_cast<double>(g.shot.d), static_cast<double>(dx));
+        qas::qaserr(
+            "the shots (oshot=%g, dshot=%g) do not fall on columns of the model; permitted are multiples of dx=%g\n",
+            static_cast<double>(g.shot.o), static_cast<double>(g.shot.d), static_cast<double>(dx));
     if (!g.areal) {
         // morvane puts the source on the trace number |floor(o / d)| + 1
         const double place = g.trace.o + std::abs(std::floor(g.trace.o / dx)) * static_cast<double>(dx);
         if (!on_grid(g.trace.o, dx) || std::abs(place) > 1e-3 * dx || g.trace.o + (g.trace.n - 1) * dx < 0)
             qas::qaserr(
                 "the spread from %g to %g has no trace at the shot; orec must be a multiple of dx=%g, not above 0, and "
-                "nrec large enough to reach 0",
+                "nrec large enough to reach 0\n",
                 static_cast<double>(g.trace.o), static_cast<double>(g.trace.o + (g.trace.n - 1) * dx),
                 static_cast<double>(dx));
         const int counted = static_cast<int>((g.trace.n + 2 * g.margin()) + (g.shot.n - 1) * g.shot.d / dx);
         if (counted != g.image().n)
-            qas::qaserr("morvane would count %d image columns where the survey has %d: (nshot-1)*dshot/dx is not a whole "
-                        "number in single precision; choose rounder steps",
-                        counted, g.image().n);
+            qas::qaserr(
+                "morvane would count %d image columns where the survey has %d: (nshot-1)*dshot/dx is not a whole "
+                "number in single precision; choose rounder steps\n",
+                counted, g.image().n);
     }
 }
 
@@ -146,7 +148,8 @@ std::vector<double> band_factor(const Acquisition& acquisition, const std::vecto
     for (int k = 0; k < n; ++k) {
         double f = acquisition.amplitude / peak;
         if (acquisition.whiten > 0)
-            f = acquisition.amplitude / std::max(std::abs(spectrum[static_cast<std::size_t>(k)]), acquisition.whiten * peak);
+            f = acquisition.amplitude /
+                std::max(std::abs(spectrum[static_cast<std::size_t>(k)]), acquisition.whiten * peak);
         // the sample next to an end is the first inside the taper: no frequency of the band is lost
         const double from_end = (std::min(k, n - 1 - k) + 1) * static_cast<double>(acquisition.freq.d);
         if (from_end < width) f *= std::sin(0.5 * pi * from_end / width);
@@ -199,8 +202,9 @@ Array<cf, 2> source_field(const Acquisition& acquisition, const std::vector<std:
                                            rotation(acquisition) / (period * static_cast<double>(dx));
         std::vector<double> sum(static_cast<std::size_t>(n));
         for (int m = 0; m < period / 2 && m * dk < k; ++m) {
-            const double sine = m * dk / k, angle = std::asin(sine) * 180.0 / pi;
-            const double weight = (m == 0 ? 1.0 : 2.0) * fade((angle - 70.0) / 20.0) / (2.0 * k * std::sqrt(1.0 - sine * sine));
+            const double sine = m * dk / k;
+            const double weight =
+                (m == 0 ? 1.0 : 2.0) * fade((sine - 0.75) / 0.25) / (2.0 * k * std::sqrt(1.0 - sine * sine));
             for (int i = 0; i < n; ++i) sum[static_cast<std::size_t>(i)] += weight * std::cos(m * dk * i * dx);
         }
         for (int i = 0; i < n; ++i)

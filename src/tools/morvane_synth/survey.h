@@ -27,24 +27,24 @@ struct Geometry {
 /// above 7, for which the lateral transforms are fast.
 int good_padding(int traces, int taper, int least);
 
-/// Refuses (qas::Fatal) positions that do not fall on the columns of the model, a spread without the shot, and axes that
-/// morvane, which works on them in single precision after six printed digits, would place elsewhere.
+/// Refuses (qas::Fatal) positions that do not fall on the columns of the model, a spread without the shot, and axes
+/// that morvane, which works on them in single precision after six printed digits, would place elsewhere.
 void check_geometry(const Geometry& geometry);
 
 enum class Direct { smooth, start, constant, mute, none };  ///< how the direct wave is removed
 
 /// What is recorded and what is done to it.
 struct Acquisition {
-    Axis freq;              ///< cycles/time, o > 0
-    float fpeak = 17.0f;    ///< peak frequency of the Ricker wavelet
-    float delay = 0.0f;     ///< time of the wavelet's centre
-    float tmax = 1.6f;      ///< length of the record
+    Axis freq;            ///< cycles/time, o > 0
+    float fpeak = 17.0f;  ///< peak frequency of the Ricker wavelet
+    float delay = 0.0f;   ///< time of the wavelet's centre
+    float tmax = 1.6f;    ///< length of the record
     Direct direct = Direct::smooth;
-    float angle = 0.0f;     ///< reflections wider than this (degrees from the vertical) are muted; 0: none
+    float angle = 0.0f;          ///< reflections wider than this (degrees from the vertical) are muted; 0: none
     float angle_taper = 100.0f;  ///< offset over which that mute sets in
-    float whiten = 0.0f;    ///< water level of the spectral flattening, part of the peak; 0: none
+    float whiten = 0.0f;         ///< water level of the spectral flattening, part of the peak; 0: none
     float band_taper = 0.0f;     ///< width of the tapered band ends, cycles/time
-    float rotate = 0.0f;    ///< degrees added to the phase of the source function
+    float rotate = 0.0f;         ///< degrees added to the phase of the source function
     float amplitude = 1.0f;      ///< largest spectral amplitude of the wavelet in the band, before flattening
 };
 
@@ -56,10 +56,10 @@ std::vector<float> ricker(float fpeak, float delay, float dt, int nt);
 /// @param spectrum of the wavelet
 std::vector<double> band_factor(const Acquisition& acquisition, const std::vector<std::complex<double>>& spectrum);
 
-/// Weights of the samples of traces, (traces, nt): the end of the record runs out over two periods; with Direct::mute all
-/// before the direct wave has passed is zero; with an angle, what lies beyond the offset x at which a flat reflector
-/// is seen under that angle at time t is zero: x = 2 z tan(angle), t = delay + 2 z / (cos(angle) v(z)), straight rays
-/// with the average velocity v(z) down to depth z.
+/// Weights of the samples of traces, (traces, nt): the end of the record runs out over two periods; with Direct::mute
+/// all before the direct wave has passed is zero; with an angle, what lies beyond the offset x at which a flat
+/// reflector is seen under that angle at time t is zero: x = 2 z tan(angle), t = delay + 2 z / (cos(angle) v(z)),
+/// straight rays with the average velocity v(z) down to depth z.
 /// @param offsets of the traces from the shot
 /// @param column  slowness by depth under the shot, from the surface, step dz
 Array<float, 2> trace_gate(const Acquisition& acquisition, const std::vector<float>& offsets,
@@ -72,7 +72,8 @@ std::vector<cf> source_function(const Acquisition& acquisition, const std::vecto
                                 const std::vector<double>& factor, float v, float dx);
 
 /// The downgoing field of a line source along the surface, by distance in traces from the source (n, nf): the spectrum
-/// i / (2 kz) of all waves up to 70 degrees from the vertical, tapered to nothing at 90.
+/// i / (2 kz) of all waves up to 49 degrees from the vertical (sine 0.75), tapered to nothing at 90. A steeper taper would
+/// draw the field out along the surface.
 Array<cf, 2> source_field(const Acquisition& acquisition, const std::vector<std::complex<double>>& spectrum,
                           const std::vector<double>& factor, float v, float dx, int n);
 

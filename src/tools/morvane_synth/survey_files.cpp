@@ -26,41 +26,42 @@ Array<float, 2> read_model(qas::Session& session, const std::string& tag, const 
     const std::string file = named(session, tag);
     const auto axis = [&](int k) {
         const std::string number = std::to_string(k);
-        return Axis{session.from_aux<int>(tag, "n" + number), session.from_aux<float>(tag, "d" + number),
-                    session.from_aux<float>(tag, "o" + number, 0.0f), {}};
+        return Axis{session.from_aux<int>(tag, "n" + number),
+                    session.from_aux<float>(tag, "d" + number),
+                    session.from_aux<float>(tag, "o" + number, 0.0f),
+                    {}};
     };
     const Axis fx = axis(1), fz = axis(3);
     if (fx.n < 1 || fz.n < 1 || static_cast<double>(fx.n) * fz.n > 1e9)
-        qaserr("%s=%s: n1=%d and n3=%d are no size of a model", tag.c_str(), file.c_str(), fx.n, fz.n);
+        qaserr("%s=%s: n1=%d and n3=%d are no size of a model\n", tag.c_str(), file.c_str(), fx.n, fz.n);
     if (fx.d != options.dx || fz.d != options.dz)
-        qaserr("%s=%s has the steps d1=%g, d3=%g; the survey's are dx=%g, dz=%g", tag.c_str(), file.c_str(),
+        qaserr("%s=%s has the steps d1=%g, d3=%g; the survey's are dx=%g, dz=%g\n", tag.c_str(), file.c_str(),
                static_cast<double>(fx.d), static_cast<double>(fz.d), static_cast<double>(options.dx),
                static_cast<double>(options.dz));
     if (fz.o != 0.0f)
-        qaserr("%s=%s starts at the depth o3=%g; it must start at the surface, 0", tag.c_str(), file.c_str(),
+        qaserr("%s=%s starts at the depth o3=%g; it must start at the surface, 0\n", tag.c_str(), file.c_str(),
                static_cast<double>(fz.o));
     const double shift = (x.o - static_cast<double>(fx.o)) / x.d;
     if (std::abs(shift - std::round(shift)) > 1e-3)
-        qaserr("%s=%s: its columns (o1=%g) lie between the traces, which start at %g; shift oshot or orec", tag.c_str(),
-               file.c_str(), static_cast<double>(fx.o), static_cast<double>(x.o));
+        qaserr("%s=%s: its columns (o1=%g) lie between the traces, which start at %g; shift oshot or orec\n",
+               tag.c_str(), file.c_str(), static_cast<double>(fx.o), static_cast<double>(x.o));
     if (z.n > fz.n)
-        qaserr("zmax=%g is deeper than %s=%s, which ends at %g", static_cast<double>(options.zmax), tag.c_str(),
+        qaserr("zmax=%g is deeper than %s=%s, which ends at %g\n", static_cast<double>(options.zmax), tag.c_str(),
                file.c_str(), (fz.n - 1) * static_cast<double>(fz.d));
 
     Array<float, 2> all({fx.n, fz.n}), cut({x.n, z.n});
     const std::int64_t bytes = static_cast<std::int64_t>(all.flat().size_bytes());
     if (session.sreed(tag, all.flat().data(), bytes) != bytes)
-        qaserr("%s=%s holds fewer than n1*n3 = %lld samples", tag.c_str(), file.c_str(),
+        qaserr("%s=%s holds fewer than n1*n3 = %lld samples\n", tag.c_str(), file.c_str(),
                static_cast<long long>(all.flat().size()));
     for (std::ptrdiff_t i = 0; i < std::ssize(all.flat()); ++i)
         if (const float s = all.flat()[static_cast<std::size_t>(i)]; !(s > 0) || !std::isfinite(s))
-            qaserr("%s=%s: the sample in column %lld, row %lld is %g; slowness must be positive", tag.c_str(),
+            qaserr("%s=%s: the sample in column %lld, row %lld is %g; slowness must be positive\n", tag.c_str(),
                    file.c_str(), static_cast<long long>(i % fx.n + 1), static_cast<long long>(i / fx.n + 1),
                    static_cast<double>(s));
     const std::ptrdiff_t first = std::lround(shift);
     for (int iz = 0; iz < z.n; ++iz)
-        for (int ix = 0; ix < x.n; ++ix)
-            cut(ix, iz) = all(std::clamp<std::ptrdiff_t>(first + ix, 0, fx.n - 1), iz);
+        for (int ix = 0; ix < x.n; ++ix) cut(ix, iz) = all(std::clamp<std::ptrdiff_t>(first + ix, 0, fx.n - 1), iz);
     const std::ptrdiff_t left = std::max<std::ptrdiff_t>(0, -first);
     const std::ptrdiff_t right = std::max<std::ptrdiff_t>(0, first + x.n - fx.n);
     if (left + right > 0)
@@ -88,12 +89,13 @@ template <class T>
 void write_samples(qas::Session& session, const std::string& tag, std::span<const T> samples) {
     const auto bytes = static_cast<std::int64_t>(samples.size_bytes());
     if (session.srite(tag, samples.data(), bytes) != bytes)
-        qaserr("%s=%s could not be written: %s", tag.c_str(), named(session, tag).c_str(), std::strerror(errno));
+        qaserr("%s=%s could not be written: %s\n", tag.c_str(), named(session, tag).c_str(), std::strerror(errno));
 }
 
-void write_model(qas::Session& session, const std::string& tag, const EarthModel& model, const Array<float, 2>& slowness) {
-    write_header(session, tag, {{{model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {model.z.n, model.z.d, model.z.o}, {1, 1, 0}}},
-                 4);
+void write_model(qas::Session& session, const std::string& tag, const EarthModel& model,
+                 const Array<float, 2>& slowness) {
+    write_header(session, tag,
+                 {{{model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {model.z.n, model.z.d, model.z.o}, {1, 1, 0}}}, 4);
     write_samples<float>(session, tag, slowness.flat());
 }
 
@@ -101,7 +103,8 @@ void write_model(qas::Session& session, const std::string& tag, const EarthModel
 
 EarthModel survey_model(qas::Session& session, const SynthOptions& options) {
     const Axis x = options.geometry.image();
-    const Axis z{static_cast<int>(std::lround(options.zmax / static_cast<double>(options.dz))) + 1, options.dz, 0.0f, {}};
+    const Axis z{
+        static_cast<int>(std::lround(options.zmax / static_cast<double>(options.dz))) + 1, options.dz, 0.0f, {}};
     if (!options.from_file) return build_model(options.spec, x, z);
     EarthModel model{x, z, read_model(session, "model", options, x, z), Array<float, 2>(), Array<float, 2>()};
     model.smooth = model.full;
@@ -117,13 +120,15 @@ EarthModel survey_model(qas::Session& session, const SynthOptions& options) {
 std::string parameter_file(qas::Session& session, const SynthOptions& options, const EarthModel& model) {
     const Geometry& g = options.geometry;
     const float fastest = 1.0f / value_range(model.start.view()).first;
-    std::string text = "# A survey of morvane_synth, model=" + options.model + ". Run: morvane par=" + options.parfile + "\n";
+    std::string text =
+        "# A survey of morvane_synth, model=" + options.model + ". Run: morvane par=" + options.parfile + "\n";
     const auto line = [&](const std::string& words) { text += words + "\n"; };
     line("vel=" + named(session, "vel") + " rec=" + named(session, "rec") + " sou=" + named(session, "sou"));
     line("Velout=Velout.H bkgimg=bkgimg.H Dimage=Dimage.H grad=grad.H");
     line(std::string("areal=") + (g.areal ? "y" : "n") + " traces_in_taper=" + std::to_string(g.taper) +
          " padtraces=" + std::to_string(g.pad));
-    line("zmin=0 zmax=" + text_of((model.z.n - 1) * static_cast<double>(model.z.d)) + " nh=" + std::to_string(options.nh));
+    line("zmin=0 zmax=" + text_of((model.z.n - 1) * static_cast<double>(model.z.d)) +
+         " nh=" + std::to_string(options.nh));
     line("# no sample may reach vsal, from which on a body counts as fast");
     line("extrapolator=pspi nrefvel=1 vsal=" + text_of(std::ceil(10.0 * fastest)));
     line("inversion=y dso=y expdso=1 niter=" + std::to_string(options.niter) + " mmax=5");
@@ -133,7 +138,9 @@ std::string parameter_file(qas::Session& session, const SynthOptions& options, c
         // one knot beyond each end: the splines then add up to one everywhere
         const double width = (model.x.n - 1) * static_cast<double>(model.x.d);
         const double depth = (model.z.n - 1) * static_cast<double>(model.z.d);
-        const auto knots = [](double length, float step) { return std::to_string(static_cast<int>(std::ceil(length / step)) + 3); };
+        const auto knots = [](double length, float step) {
+            return std::to_string(static_cast<int>(std::ceil(length / step)) + 3);
+        };
         line("dxk=" + text_of(options.dxk) + " oxk=" + text_of(model.x.o - static_cast<double>(options.dxk)) +
              " nxk=" + knots(width, options.dxk));
         line("dzk=" + text_of(options.dzk) + " ozk=" + text_of(-static_cast<double>(options.dzk)) +
@@ -171,5 +178,5 @@ void write_survey(qas::Session& session, const SynthOptions& options, const Eart
 
     std::ofstream file(options.parfile);
     file << parameter_file(session, options, model);
-    if (!file.flush()) qaserr("parfile=%s could not be written: %s", options.parfile.c_str(), std::strerror(errno));
+    if (!file.flush()) qaserr("parfile=%s could not be written: %s\n", options.parfile.c_str(), std::strerror(errno));
 }
