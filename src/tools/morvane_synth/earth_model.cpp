@@ -1,0 +1,77 @@
+#include "src/tools/morvane_synth/earth_model.h"
+
+#include <cmath>
+#include <numbers>
+
+#include "lib/corelibs/qas/qaserr.h"
+
+namespace {
+
+double slope(float degrees) {
+    return std::tan(degrees * std::numbers::pi / 180.0);
+}
+
+/// One direction of the Gaussian: out(i) = sum_j g(j - i) in(j) along the axis of `n` samples with stride `stride`.
+void smooth_line(const float* in, float* out, std::ptrdiff_t n, std::ptrdiff_t stride,
+                 const std::vector<double>& half) {
+    const auto reach = static_cast<std::ptrdiff_t>(half.size()) - 1;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        double sum = 0.0, weight = 0.0;
+        for (std::ptrdiff_t k = -reach; k <= reach; ++k) {
+            const double g = half[static_cast<std::size_t>(std::abs(k))];
+            sum += g * in[std::clamp<std::ptrdiff_t>(i + k, 0, n - 1) * stride];
+            weight += g;
+        }
+        out[i * stride] = static_cast<float>(sum / weight);
+    }
+}
+
+std::vector<double> half_gaussian(float step, float length) {
+    std::vector<double> half;
+    for (int k = 0; k * step <= 3.0f * length; ++k) half.push_back(std::exp(-0.5 * std::pow(k * step / length, 2)));
+    return half;
+}
+
+}  // namespace
+
+EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
+    const Extents<2> shape{x.n, z.n};
+    EarthModel model{x, z, Array<float, 2>(shape), Array<float, 2>(shape), Array<float, 2>(shape)};
+    for (int iz = 0; iz < z.n; ++iz)
+        for (int ix = 0; ix < x.n; ++ix) {
+            const double px = x.o + ix * static_cast<double>(x.d), pz = z.o + iz * static_cast<double>(z.d);
+            const double rx = px - spec.middle;
+            const double background = spec.v0 + spec.gradient * (pz - rx * slope(spec.tilt));
+            const double ux = (px - spec.xc) / spec.wx, uz = (pz - spec.zc) / spec.wz;
+            const double with_body = background + spec.dv * std::exp(-ux * ux - uz * uz);
+            double layers = 0.0;
+            for (const Reflector& r : spec.reflectors)
+                layers += std::max(0.0, 1.0 - std::abs(pz - r.z - rx * slope(r.dip)) / z.d);
+            const double with_layers = with_body * (1.0 + spec.strength * layers);
+            const double start = background * spec.start_scale;
+            for (double v : {with_body, with_layers, start})
+                if (!(v > 0) || !std::isfinite(v))
+                    qas::qaserr("the model has the velocity %g at x=%g, z=%g; it must be positive everywhere\n", v, px,
+                                pz);
+            model.full(ix, iz) = static_cast<float>(1.0 / with_layers);
+            model.smooth(ix, iz) = static_cast<float>(1.0 / with_body);
+            model.start(ix, iz) = static_cast<float>(1.0 / start);
+        }
+    return model;
+}
+
+Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, float length) {
+    Array<float, 2> across(slowness.n), both(slowness.n);
+    std::ranges::copy(slowness.flat(), both.flat().begin());
+    if (length <= 0) return both;
+    const auto [nx, nz] = slowness.n;
+    const std::vector<double> gx = half_gaussian(dx, length), gz = half_gaussian(dz, length);
+    for (std::ptrdiff_t iz = 0; iz < nz; ++iz) smooth_line(slowness.slice(iz).p, across.view().slice(iz).p, nx, 1, gx);
+    for (std::ptrdiff_t ix = 0; ix < nx; ++ix) smooth_line(across.view().p + ix, both.view().p + ix, nz, nx, gz);
+    return both;
+}
+
+std::pair<float, float> value_range(View<const float, 2> values) {
+    const auto [low, high] = std::ranges::minmax(values.flat());
+    return {low, high};
+}

@@ -1,0 +1,45 @@
+#pragma once
+/// Velocity models of a survey: what is modelled, what an inversion should find, and what it starts from.
+#include <vector>
+
+#include "lib/base/array.h"
+#include "lib/base/axis.h"
+
+/// A thin layer: half the strength one depth step away from its centre line, all of it on the line.
+struct Reflector {
+    float z = 0.0f;    ///< depth below the middle of the line
+    float dip = 0.0f;  ///< degrees, positive if it deepens with x
+};
+
+/// Background v0 + gradient * depth, tilted; a Gaussian body dv exp(-((x - xc) / wx)^2 - ((z - zc) / wz)^2); thin
+/// layers.
+struct ModelSpec {
+    float v0 = 1800.0f;
+    float gradient = 0.5f;  ///< velocity by depth
+    float tilt = 0.0f;      ///< degrees; depth in the background is measured from a plane of this dip
+    float dv = 0.0f;
+    float xc = 0.0f, zc = 480.0f;
+    float wx = 220.0f, wz = 110.0f;
+    std::vector<Reflector> reflectors;
+    float strength = 0.1f;     ///< relative velocity change on a reflector's line
+    float start_scale = 1.0f;  ///< factor on the velocity of the start model
+    float middle = 0.0f;       ///< x from which tilt and dips turn
+};
+
+/// Slowness on one grid, (x.n, z.n) each.
+struct EarthModel {
+    Axis x, z;
+    Array<float, 2> full;    ///< what the waves see
+    Array<float, 2> smooth;  ///< without the reflectors: the model that an inversion should find
+    Array<float, 2> start;   ///< without the body, velocities scaled by start_scale
+};
+
+/// Evaluates the formulas above. Refuses (qas::Fatal) a velocity that is not positive, with its place.
+EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z);
+
+/// Gaussian average exp(-(r / length)^2 / 2) of slowness, cut at three lengths, with the edge values continued
+/// outwards; length 0 copies. Keeps the vertical travel time through a layer thicker than the filter.
+Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, float length);
+
+/// Largest and smallest value.
+std::pair<float, float> value_range(View<const float, 2> values);

@@ -1,0 +1,388 @@
+#include "src/tools/morvane_synth/options.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+
+namespace {
+
+using qas::qaserr;
+
+constexpr double tiny = 1e-6, huge = 1e9;
+
+std::string number_text(double value) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
+/// Switches of the survey that are not numbers, as they are typed.
+struct Words {
+    std::string direct = "smooth";
+    bool padding_given = false, spread_given = false, delay_given = false, rotation_given = false, zmax_given = false;
+    std::vector<float> depths, dips;
+};
+
+/// Every parameter once, in the order of the help. `v` reads or prints; a value that it changes is already checked.
+template <class Visitor>
+void visit(Visitor& v, SynthOptions& o, Words& w) {
+    Geometry& g = o.geometry;
+    Acquisition& a = o.acquisition;
+    v.group("Model");
+    v.text("model", o.model, "lens | layers | fast: models of its own; anything else: header of a dataset of slowness");
+    v.real("dx", o.dx, tiny, huge, "m", "lateral step of model, traces and image");
+    v.real("dz", o.dz, tiny, huge, "m", "depth step");
+    v.real("zmax", o.zmax, tiny, huge, "m", "depth of the model", &w.zmax_given);
+    v.real("v0", o.spec.v0, tiny, huge, "m/s", "background: velocity at the surface");
+    v.real("gradient", o.spec.gradient, -huge, huge, "1/s", "background: increase of velocity with depth");
+    v.real("tilt", o.spec.tilt, -60, 60, "degrees", "background: dip of the surfaces of equal velocity");
+    v.real("dv", o.spec.dv, -huge, huge, "m/s", "Gaussian body exp(-(x/wx)^2-(z/wz)^2): velocity added in its centre");
+    v.real("xc", o.spec.xc, -huge, huge, "m", "Gaussian body: position; default: middle of the shots");
+    v.real("zc", o.spec.zc, -huge, huge, "m", "Gaussian body: depth");
+    v.real("wx", o.spec.wx, tiny, huge, "m", "Gaussian body: half-width where it has fallen to 1/e");
+    v.real("wz", o.spec.wz, tiny, huge, "m", "Gaussian body: half-height");
+    v.list("zref", w.depths, "m", "thin reflectors: depths in the middle of the shots (up to 100)");
+    v.list("dip", w.dips, "degrees", "thin reflectors: dips, positive down with x; missing ones as the last given");
+    v.real("strength", o.spec.strength, -0.5, 0.5, "", "thin reflectors: relative velocity change");
+    v.real("startscale", o.spec.start_scale, 0.1, 10, "",
+           "start model: factor on the velocity; it has no Gaussian body");
+    v.real("smooth", o.smooth, 0, huge, "m", "model=FILE: length of the Gaussian average for the start model");
+    v.name("start", "model=FILE: start model (slowness) on the same grid, instead of the average");
+    v.group("Survey");
+    v.logical("areal", g.areal,
+              "n: traces move with the shot, one source function; y: whole-line fields for every shot");
+    v.whole("nshot", g.shot.n, 1, 100000, "", "shots");
+    v.real("oshot", g.shot.o, -huge, huge, "m", "position of the first shot");
+    v.real("dshot", g.shot.d, tiny, huge, "m", "distance of shots, a multiple of dx");
+    v.whole("nrec", g.trace.n, 1, 1000000, "", "traces of a shot, dx apart");
+    v.real("orec", g.trace.o, -huge, huge, "m", "first trace relative to the shot; default: -(nrec/2) dx",
+           &w.spread_given);
+    v.whole("taper", g.taper, 0, 100000, "traces", "morvane's traces_in_taper");
+    v.whole("padtraces", g.pad, 0, 100000, "traces", "morvane's padtraces; default: at least 10, for a fast transform",
+            &w.padding_given);
+    v.group("Wavelet and frequencies");
+    v.real("fpeak", a.fpeak, tiny, huge, "Hz", "peak frequency of the Ricker wavelet");
+    v.real("delay", a.delay, 0, huge, "s", "time of its centre; default: 1.5/fpeak", &w.delay_given);
+    v.real("of", a.freq.o, tiny, huge, "Hz", "first frequency");
+    v.real("df", a.freq.d, tiny, huge, "Hz", "frequency step; times beyond 1/df fold back");
+    v.whole("nf", a.freq.n, 1, 100000, "", "frequencies");
+    v.real("tmax", a.tmax, tiny, huge, "s", "length of the record");
+    v.real("whiten", a.whiten, 0, 1, "", "flatten the spectrum with this water level (part of the peak); 0: leave it");
+    v.real("bandtaper", a.band_taper, 0, huge, "Hz", "width of the tapered band ends");
+    v.real("rotate", a.rotate, -360, 360, "degrees",
+           "added to the phase of the source; default: -90 for own models, whose thin fast layers then image as "
+           "peaks; 0 for model=FILE, where an interface to higher velocity does",
+           &w.rotation_given);
+    v.real("amp", a.amplitude, tiny, huge, "", "largest amplitude of the wavelet's spectrum in the band");
+    v.group("What is taken out of the traces");
+    v.text("direct", w.direct,
+           "the direct wave: smooth | start | constant: subtract the waves of the model without reflectors (of "
+           "the average for model=FILE), of the start model, of the velocity at the surface in the middle of the "
+           "shots; mute: zero what comes before it has passed; none");
+    v.real("mute", a.angle, 0, 89, "degrees", "mute reflections wider than this from the vertical; 0: none");
+    v.real("mutetaper", a.angle_taper, 0, huge, "m", "offset over which that mute sets in");
+    v.group("Finite differences");
+    v.real("dt", o.grid.dt, 0, huge, "s", "time step; 0: nine tenths of the largest stable one");
+    v.whole("absorb", o.grid.absorb, 5, 1000, "samples", "absorbing layer on each side");
+    v.real("margin", o.margin, 0, huge, "m", "model on both sides of the traces that the waves see");
+    v.group("Output");
+    v.name("vel", "start model, slowness");
+    v.name("true", "true model, slowness, without the thin reflectors");
+    v.name("full", "model that the waves saw, slowness; written only if named");
+    v.name("rec", "receiver wavefields");
+    v.name("sou", "source function, or source wavefields with areal=y");
+    v.text("parfile", o.parfile, "parameter file for morvane");
+    v.group("What goes into the parameter file");
+    v.whole("nh", o.nh, 1, 100000, "", "subsurface offsets, dx apart");
+    v.real("dxk", o.dxk, 0, huge, "m", "lateral step of the spline knots; 0: no splines");
+    v.real("dzk", o.dzk, 0, huge, "m", "depth step of the spline knots; 0: no splines");
+    v.real("bound", o.bound, 0, 99, "percent", "bounds around the start model; 0: none");
+    v.whole("niter", o.niter, 0, 100000, "", "iterations");
+}
+
+class Help {
+    std::string text_;
+
+    void line(const char* key, const std::string& value, const char* unit, std::string_view what) {
+        constexpr std::size_t indent = 26, width = 110;
+        std::string head = std::string("  ") + key + "=" + value;
+        if (*unit) head += std::string(" ") + unit;
+        head.resize(std::max(head.size() + 2, indent), ' ');
+        for (std::size_t start = 0; start < what.size();) {
+            std::size_t n = what.size() - start;
+            if (n > width - indent) n = what.rfind(' ', start + width - indent) - start;
+            text_ += head + std::string(what.substr(start, n)) + "\n";
+            head.assign(indent, ' ');
+            start += n + 1;
+        }
+    }
+
+public:
+    void group(const char* title) { text_ += std::string("\n") + title + "\n"; }
+    void text(const char* key, const std::string& value, const char* what) { line(key, value, "", what); }
+    void real(const char* key, float value, double, double, const char* unit, const char* what,
+              const bool* given = nullptr) {
+        const bool computed = given || std::string_view(key) == "xc";
+        line(key, computed && std::string_view(key) != "zmax" ? "" : number_text(static_cast<double>(value)), unit,
+             what);
+    }
+    void whole(const char* key, int value, int, int, const char* unit, const char* what, const bool* given = nullptr) {
+        line(key, given ? "" : std::to_string(value), unit, what);
+    }
+    void logical(const char* key, bool value, const char* what) { line(key, value ? "y" : "n", "", what); }
+    void list(const char* key, const std::vector<float>&, const char* unit, const char* what) {
+        line(key, "a,b,...", unit, what);
+    }
+    void name(const char* key, const char* what) { line(key, "FILE", "", what); }
+    const std::string& result() const { return text_; }
+};
+
+class Names {
+public:
+    std::set<std::string, std::less<>> all{"par", "datapath", "in", "out"};
+    void group(const char*) {}
+    template <class... Rest>
+    void add(const char* key, Rest&&...) {
+        all.insert(key);
+    }
+    template <class... R>
+    void text(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void real(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void whole(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void logical(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void list(R&&... r) {
+        add(r...);
+    }
+    template <class... R>
+    void name(R&&... r) {
+        add(r...);
+    }
+};
+
+class Reader {
+    qas::Session& session_;
+
+    double number(const char* key, const std::string& text) {
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0' || !std::isfinite(value)) qaserr("%s=%s is not a number\n", key, text.c_str());
+        return value;
+    }
+
+    std::optional<double> within(const char* key, double low, double high, bool* given) {
+        const std::optional<std::string> text = session_.getch<std::string>(key);
+        if (given) *given = text.has_value();
+        if (!text) return {};
+        const double value = number(key, *text);
+        if (value < low || value > high)
+            qaserr("%s=%s is outside the permitted range %g to %g\n", key, text->c_str(), low, high);
+        return value;
+    }
+
+public:
+    explicit Reader(qas::Session& session) : session_(session) {}
+    void group(const char*) {}
+    void text(const char* key, std::string& value, const char*) {
+        value = session_.getch<std::string>(key).value_or(value);
+        if (value.empty()) qaserr("%s= needs a value\n", key);
+    }
+    void real(const char* key, float& value, double low, double high, const char*, const char*, bool* given = nullptr) {
+        if (const auto found = within(key, low, high, given)) value = static_cast<float>(*found);
+    }
+    void whole(const char* key, int& value, int low, int high, const char*, const char*, bool* given = nullptr) {
+        const auto found = within(key, low, high, given);
+        if (!found) return;
+        if (*found != std::floor(*found)) qaserr("%s=%g is not a whole number\n", key, *found);
+        value = static_cast<int>(*found);
+    }
+    void logical(const char* key, bool& value, const char*) {
+        const std::optional<std::string> text = session_.getch<std::string>(key);
+        if (!text) return;
+        if (text->empty() || std::string("yY1nN0").find((*text)[0]) == std::string::npos)
+            qaserr("%s=%s is neither y nor n\n", key, text->c_str());
+        value = std::string("yY1").find((*text)[0]) != std::string::npos;
+    }
+    void list(const char* key, std::vector<float>& values, const char*, const char*) {
+        const std::optional<std::string> text = session_.getch<std::string>(key);
+        if (!text) return;
+        values.clear();
+        for (std::size_t start = 0; start <= text->size();) {
+            const std::size_t end = std::min(text->find(',', start), text->size());
+            values.push_back(static_cast<float>(number(key, text->substr(start, end - start))));
+            start = end + 1;
+        }
+        if (values.size() > 100) qaserr("%s= has %zu values; permitted are 100\n", key, values.size());
+    }
+    void name(const char*, const char*) {}
+};
+
+/// What the built-in models differ in.
+void preset(SynthOptions& o, Words& w) {
+    w.depths = {230, 720, 860, 1000, 1140, 1280};
+    w.dips = {0};
+    if (o.model == "lens") {
+        o.spec.dv = -600;
+    } else if (o.model == "layers") {
+        w.depths = {250, 400, 550, 700, 850, 1000, 1150};
+        w.dips = {3, 4, 5, 5, 6, 6, 7};
+        o.spec.tilt = 4;
+        o.spec.start_scale = 0.92f;
+        o.acquisition.angle = 50;
+    } else if (o.model == "fast") {
+        o.spec.dv = 500;
+        o.spec.zc = 550;
+        o.spec.wx = 300;
+        o.spec.wz = 120;
+        w.depths = {230, 800, 950, 1100, 1250};
+    } else {
+        o.from_file = true;
+    }
+}
+
+SynthOptions defaults() {
+    SynthOptions o;
+    o.spec.strength = 0.05f;
+    o.geometry.shot = {36, 60.0f, 0.0f, {}};
+    o.geometry.trace = {300, 10.0f, -1500.0f, {}};
+    o.acquisition.freq = {51, 0.6f, 4.0f, {}};
+    o.grid.dt = 0.0f;
+    return o;
+}
+
+Direct direct_of(const std::string& word) {
+    const std::pair<const char*, Direct> known[] = {{"smooth", Direct::smooth},
+                                                    {"start", Direct::start},
+                                                    {"constant", Direct::constant},
+                                                    {"mute", Direct::mute},
+                                                    {"none", Direct::none}};
+    for (const auto& [text, value] : known)
+        if (word == text) return value;
+    qaserr("direct=%s is unknown; permitted are smooth, start, constant, mute and none\n", word.c_str());
+}
+
+/// The steps of a model from a dataset, which win over dx and dz and may not contradict them.
+void take_steps_of_file(qas::Session& session, SynthOptions& o, bool zmax_given) {
+    const float dx = session.from_aux<float>("model", "d1"), dz = session.from_aux<float>("model", "d3");
+    const std::pair<const char*, std::pair<float, float*>> steps[] = {{"dx", {dx, &o.dx}}, {"dz", {dz, &o.dz}}};
+    for (const auto& [key, step] : steps) {
+        if (!(step.first > 0) || !std::isfinite(step.first))
+            qaserr("model=%s has the step %g, which must be positive\n", o.model.c_str(),
+                   static_cast<double>(step.first));
+        if (session.getch<std::string>(key) && *step.second != step.first)
+            qaserr("%s=%g contradicts the step %g of model=%s\n", key, static_cast<double>(*step.second),
+                   static_cast<double>(step.first), o.model.c_str());
+        *step.second = step.first;
+    }
+    if (!zmax_given) o.zmax = static_cast<float>(session.from_aux<int>("model", "n3") - 1) * dz;
+}
+
+/// Refuses what no memory would hold, or no integer count.
+void check_size(const SynthOptions& o) {
+    const Geometry& g = o.geometry;
+    const double rows = o.zmax / static_cast<double>(o.dz) + 1, line = (g.shot.n - 1.0) * g.shot.d / o.dx;
+    const double columns = g.trace.n + line + 2.0 * (g.taper + g.pad + o.margin / static_cast<double>(o.dx));
+    if (rows < 2 || rows * columns > 2e8)
+        qaserr(
+            "a model of %g columns and %g rows is not permitted (2 rows to 2e8 samples); check dx, dz, zmax, margin, "
+            "nshot, dshot and nrec\n",
+            columns, rows);
+    const double panel = (g.areal ? g.trace.n + line : g.trace.n) * o.acquisition.freq.n;
+    if (panel > 2.6e8 || panel * g.shot.n > 4e9)
+        qaserr("%g samples a shot and %d shots are too many; permitted are 2.6e8 a shot, 4e9 in all\n", panel,
+               g.shot.n);
+}
+
+}  // namespace
+
+std::string synth_help() {
+    SynthOptions o = defaults();
+    Words w;
+    preset(o, w);
+    Help help;
+    visit(help, o, w);
+    return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane "
+           "reads:\n"
+           "start model, wavefields by frequency, and a parameter file. Parameters are name=value words, or par=FILE\n"
+           "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
+           help.result() +
+           "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
+           "body\n"
+           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250\n"
+           "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
+}
+
+void check_command_line(const std::vector<std::string>& words) {
+    SynthOptions o = defaults();
+    Words w;
+    Names names;
+    visit(names, o, w);
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        const std::size_t equals = words[i].find('=');
+        if (equals == std::string::npos || equals == 0)
+            qaserr("\"%s\" is not a name=value parameter; --help lists them\n", words[i].c_str());
+        const std::string key = words[i].substr(0, equals);
+        if (key.find('.') == std::string::npos && !names.all.contains(key))
+            qaserr("unknown parameter %s=; --help lists the known ones\n", key.c_str());
+    }
+}
+
+SynthOptions read_options(qas::Session& session) {
+    SynthOptions o = defaults();
+    Words w;
+    o.model = session.getch<std::string>("model").value_or(o.model);
+    preset(o, w);
+    Reader reader(session);
+    visit(reader, o, w);
+    if (o.from_file) take_steps_of_file(session, o, w.zmax_given);
+
+    Geometry& g = o.geometry;
+    Acquisition& a = o.acquisition;
+    check_size(o);
+    g.trace.d = o.dx;
+    if (!w.spread_given) g.trace.o = -static_cast<float>(g.trace.n / 2) * o.dx;
+    if (g.areal) {  // the traces that any of the shots has, at rest
+        g.trace.n += static_cast<int>(std::lround((g.shot.n - 1) * static_cast<double>(g.shot.d) / o.dx));
+        g.trace.o += g.shot.o;
+    }
+    if (!w.padding_given) g.pad = good_padding(g.trace.n, g.taper, 10);
+
+    const double middle = g.shot.o + 0.5 * (g.shot.n - 1) * static_cast<double>(g.shot.d);
+    o.spec.middle = static_cast<float>(middle);
+    if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
+    if (w.dips.empty()) w.dips = {0};
+    if (w.dips.size() > w.depths.size())
+        qaserr("dip= has %zu values for %zu reflectors\n", w.dips.size(), w.depths.size());
+    for (std::size_t i = 0; i < w.depths.size(); ++i) {
+        const float dip = w.dips[std::min(i, w.dips.size() - 1)];
+        if (std::abs(dip) > 60) qaserr("dip=%g is outside the permitted range -60 to 60\n", static_cast<double>(dip));
+        o.spec.reflectors.push_back({w.depths[i], dip});
+    }
+
+    a.direct = direct_of(w.direct);
+    if (!w.delay_given) a.delay = 1.5f / a.fpeak;
+    if (a.delay * a.fpeak < 1)
+        qaserr("delay=%g cuts the wavelet off; permitted is 1/fpeak=%g or more\n", static_cast<double>(a.delay),
+               1.0 / a.fpeak);
+    if (a.tmax <= a.delay)
+        qaserr("tmax=%g ends before the wavelet's centre at delay=%g\n", static_cast<double>(a.tmax),
+               static_cast<double>(a.delay));
+    const double band = (a.freq.n - 1) * static_cast<double>(a.freq.d);
+    if (2 * a.band_taper > band)
+        qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g\n",
+               static_cast<double>(a.band_taper), 0.5 * band);
+    if (!w.rotation_given) a.rotate = o.from_file ? 0.0f : -90.0f;
+    return o;
+}

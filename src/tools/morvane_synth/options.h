@@ -1,0 +1,39 @@
+#pragma once
+/// The parameters of morvane_synth: one list from which the values are read and the help is printed.
+#include <string>
+#include <vector>
+
+#include "lib/corelibs/qas/session.h"
+#include "src/tools/morvane_synth/earth_model.h"
+#include "src/tools/morvane_synth/survey.h"
+
+struct SynthOptions {
+    std::string model = "lens";  ///< lens, layers, fast, or the header of a dataset of slowness
+    ModelSpec spec;
+    bool from_file = false;
+    float dx = 10.0f, dz = 10.0f, zmax = 1400.0f;
+    float smooth = 100.0f;
+
+    Geometry geometry;
+    Acquisition acquisition;
+    FdGrid grid;  ///< dt = 0: the largest stable step is taken
+    float margin = 200.0f;
+
+    std::string parfile = "morvane.par";
+    int nh = 33;
+    float dxk = 200.0f, dzk = 100.0f;
+    float bound = 25.0f;
+    int niter = 12;
+};
+
+/// The list of all parameters with units, defaults and meanings.
+std::string synth_help();
+
+/// Refuses (qas::Fatal) words of a command line that morvane_synth does not know, so that a misspelt name is not passed
+/// over in silence. Parameter files may hold the settings of other programs too and are not searched.
+void check_command_line(const std::vector<std::string>& words);
+
+/// Values from the session. Refuses (qas::Fatal) what is not a number where one is needed, and values outside their
+/// range, with the key, the value and what is permitted. A model from a dataset brings its own dx, dz and, unless
+/// given, zmax. The padding of the geometry is set here; whether the geometry fits is for check_geometry to say.
+SynthOptions read_options(qas::Session& session);

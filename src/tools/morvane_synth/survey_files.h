@@ -1,0 +1,18 @@
+#pragma once
+/// Models from datasets, and the files that a survey consists of.
+#include "lib/corelibs/qas/session.h"
+#include "src/tools/morvane_synth/options.h"
+
+/// The model of `options` over the image axis of its survey: built, or read from the dataset with tag "model" (and
+/// "start") with its edge columns continued where the survey reaches beyond it, which is said on standard error.
+/// Refuses (qas::Fatal) datasets off the grid of the survey, short ones, and slowness that is not positive and finite.
+EarthModel survey_model(qas::Session& session, const SynthOptions& options);
+
+/// Write "vel", "true", "rec", "sou", "full" if it was named, and the parameter file.
+/// vel, true, full: n1 lateral, n3 depth, slowness. rec: n1 traces, n3 frequencies in cycles, n4 shots, complex. sou:
+/// as rec, or one trace and one shot. The header of "true" also says where the model is illuminated: xmin, xmax (first
+/// and last shot), zmin, zmax (shallowest and deepest reflector).
+void write_survey(qas::Session& session, const SynthOptions& options, const EarthModel& model, const SurveyData& data);
+
+/// The parameter file, with the names under which the datasets were written.
+std::string parameter_file(qas::Session& session, const SynthOptions& options, const EarthModel& model);

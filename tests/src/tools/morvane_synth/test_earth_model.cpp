@@ -1,0 +1,94 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "lib/corelibs/qas/qaserr.h"
+#include "src/tools/morvane_synth/earth_model.h"
+
+namespace {
+
+const Axis x{201, 10.0f, -1000.0f, {}}, z{101, 10.0f, 0.0f, {}};
+
+ModelSpec plain() {
+    ModelSpec spec;
+    spec.dv = 0.0f;
+    return spec;
+}
+
+double velocity(const Array<float, 2>& slowness, double px, double pz) {
+    return 1.0 / slowness(std::lround((px - x.o) / x.d), std::lround((pz - z.o) / z.d));
+}
+
+}  // namespace
+
+TEST(EarthModel, BackgroundAndBodyByHand) {
+    ModelSpec spec = plain();
+    spec.dv = -600;
+    spec.start_scale = 0.92f;
+    const EarthModel model = build_model(spec, x, z);
+    EXPECT_NEAR(velocity(model.smooth, -1000, 0), 1800, 1e-2);
+    EXPECT_NEAR(velocity(model.smooth, 0, 480), 1800 + 240 - 600, 1e-2);
+    EXPECT_NEAR(velocity(model.smooth, 220, 480), 1800 + 240 - 600 * std::exp(-1.0), 1e-2);
+    EXPECT_NEAR(velocity(model.smooth, 0, 590), 1800 + 295 - 600 * std::exp(-1.0), 1e-2);
+    EXPECT_NEAR(velocity(model.start, 0, 480), 0.92 * (1800 + 240), 1e-2);
+    EXPECT_TRUE(std::ranges::equal(model.full.flat(), model.smooth.flat()));
+}
+
+// Positive dip deepens with x; the line is centred between two rows where it passes there; only `full` has it.
+TEST(EarthModel, ReflectorsFollowTheirDip) {
+    ModelSpec spec = plain();
+    spec.gradient = 0.0f;
+    spec.strength = 0.1f;
+    spec.middle = 100.0f;
+    const float dip = static_cast<float>(std::atan(0.1) * 180 / M_PI);
+    spec.reflectors = {{300, dip}, {600, 0}};
+    const EarthModel model = build_model(spec, x, z);
+    struct Row {
+        double px, pz, change;
+    };
+    for (const Row& r :
+         {Row{100, 300, 0.1}, Row{100, 290, 0}, Row{100, 310, 0}, Row{300, 320, 0.1}, Row{-100, 280, 0.1},
+          Row{150, 300, 0.05}, Row{150, 310, 0.05}, Row{-500, 600, 0.1}, Row{500, 600, 0.1}}) {
+        SCOPED_TRACE(testing::Message() << r.px << ' ' << r.pz);
+        EXPECT_NEAR(velocity(model.full, r.px, r.pz), 1800 * (1 + r.change), 0.1);
+        EXPECT_NEAR(velocity(model.smooth, r.px, r.pz), 1800, 1e-2);
+    }
+}
+
+TEST(EarthModel, TiltMovesTheBackgroundDownTheDip) {
+    ModelSpec spec = plain();
+    spec.tilt = static_cast<float>(std::atan(0.2) * 180 / M_PI);
+    spec.middle = 200.0f;
+    const EarthModel model = build_model(spec, x, z);
+    EXPECT_NEAR(velocity(model.smooth, 200, 400), 1800 + 0.5 * 400, 0.05);
+    EXPECT_NEAR(velocity(model.smooth, 700, 400), 1800 + 0.5 * (400 - 100), 0.05);  // shallower below the plane
+}
+
+TEST(EarthModel, RefusesAVelocityThatIsNotPositive) {
+    ModelSpec spec = plain();
+    spec.dv = -3000;
+    try {
+        build_model(spec, x, z);
+        FAIL();
+    } catch (const qas::Fatal& error) {
+        EXPECT_THAT(error.what(), testing::HasSubstr("must be positive"));
+    }
+}
+
+TEST(EarthModel, SmoothingKeepsConstantsAndTheSum) {
+    Array<float, 2> model({41, 31});
+    model.fill(2.0f);
+    const Array<float, 2> flat = smoothed(model.view(), 10, 5, 30);
+    for (float s : flat.flat()) EXPECT_NEAR(s, 2.0f, 1e-6);
+    model.fill(0.0f);
+    model(20, 15) = 1.0f;
+    const Array<float, 2> spike = smoothed(model.view(), 10, 5, 20);
+    double sum = 0;
+    for (float s : spike.flat()) sum += s;
+    EXPECT_NEAR(sum, 1.0, 1e-5);
+    EXPECT_NEAR(spike(22, 15) / spike(20, 15), std::exp(-0.5), 1e-4);  // one length away along x: two columns
+    EXPECT_NEAR(spike(20, 19) / spike(20, 15), std::exp(-0.5), 1e-4);  // along z: four rows
+    const Array<float, 2> copy = smoothed(model.view(), 10, 5, 0);
+    EXPECT_TRUE(std::ranges::equal(copy.flat(), model.flat()));
+}
