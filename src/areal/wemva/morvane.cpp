@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "lib/corelibs/qas/qaserr.h"
