@@ -6,21 +6,10 @@
 
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/ow_wei_areal.h"
+#include "tests/quiet.h"
 #include "tests/tiny_survey.h"
 
 namespace {
-
-/// The program's own lines on standard output and standard error, kept out of the test's.
-struct Quiet {
-    Quiet() {
-        testing::internal::CaptureStderr();
-        testing::internal::CaptureStdout();
-    }
-    ~Quiet() {
-        testing::internal::GetCapturedStderr();
-        testing::internal::GetCapturedStdout();
-    }
-};
 
 Array<float, 3> gathers(std::initializer_list<float> samples, Extents<3> n) {
     Array<float, 3> image(n);

@@ -1,0 +1,222 @@
+// The exact mode: the gradient against the central difference of the reported value, the variables and their bounds.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "src/areal/wemva/evaluation.h"
+#include "src/areal/wemva/ow_taper_areal.h"
+#include "src/areal/wemva/variables.h"
+#include "tests/dot_test.h"
+#include "tests/quiet.h"
+#include "tests/tiny_survey.h"
+
+namespace {
+
+/// An inversion of a tiny survey, evaluated wherever a test likes.
+struct TinyRun {
+    const Quiet quiet;
+    qas::Session session;
+    Parms par;
+    LateralFft fft;
+    TextLog listing;
+    Array<float, 1> taper;
+    Array<float, 2> vel0;
+    std::vector<float> pick1;
+    EvaluationArrays arrays;
+    std::vector<double> start;
+    int titer = 0;
+
+    explicit TinyRun(const files::TinySurvey& survey)
+        : session(survey.command()),
+          par(owparam(session)),
+          fft(par.kxm.n, FFTW_ESTIMATE),
+          listing("list", survey.dir / "listagem"),
+          taper({par.kxm.n}),
+          vel0({par.img.xm.n, par.img.z.n}),
+          arrays(par) {
+        owtaper(par.tapertr, taper.flat());
+        const int shift = static_cast<int>(std::lround((par.img.xm.o - par.v.xm.o) / par.v.xm.d));
+        for (int iz = 0; iz < par.img.z.n; ++iz)
+            for (int ix = 0; ix < par.img.xm.n; ++ix)
+                vel0(ix, iz) = survey.vel.samples[static_cast<std::size_t>(iz * par.v.xm.n + ix + shift)];
+        start.assign(vel0.flat().begin(), vel0.flat().end());
+    }
+    double fun(std::vector<double> x, std::vector<double>& g) {
+        ++titer;
+        g.resize(x.size());
+        return evaluate({par, session, listing, fft, taper, vel0, {}, pick1, {}}, arrays, x, g, 1, titer);
+    }
+};
+
+struct Case {
+    const char* name;
+    bool areal;
+    std::map<std::string, std::string> arguments;
+    bool horizon = false;
+};
+
+std::vector<double> smooth_direction(const Parms& par, bool with_mean, unsigned seed) {
+    const std::vector<double> r = random_vector<double>(16, seed);
+    std::vector<double> d;
+    for (int iz = 0; iz < par.img.z.n; ++iz) {
+        for (int ix = 0; ix < par.img.xm.n; ++ix) {
+            double sum = with_mean ? r[0] : 0.0;
+            for (std::size_t k = 1; k <= 3; ++k) {
+                const double phase = 2.0 * M_PI * static_cast<double>(k) * ix / par.img.xm.n;
+                sum += r[3 * k] * std::sin(phase + r[3 * k + 1] * iz) + r[3 * k + 2] * std::cos(phase);
+            }
+            d.push_back(sum);
+        }
+    }
+    return d;
+}
+
+}  // namespace
+
+TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
+    const Case cases[] = {
+        {"areal, defaults", true, {}},
+        {"per shot", false, {}},
+        {"phase shift", false, {{"extrapolator", "pspi"}, {"vsal", "9000"}}},
+        {"phase shift, areal, wide offsets", true, {{"extrapolator", "pspi"}, {"vsal", "9000"}, {"nh", "7"}}},
+        {"dip limit 65, squared weight", false, {{"dipop", "65"}, {"expdso", "2"}}},
+        {"dip limit 80", true, {{"dipop", "80"}, {"nh", "5"}}},
+        {"padding", false, {{"padtraces", "3"}, {"nh", "5"}}},
+        {"normalised", false, {{"normalise", "y"}}},
+        {"columns that count", false, {{"fun_xmin", "120"}, {"fun_xmax", "230"}}},
+        {"both", true, {{"normalise", "y"}, {"fun_xmax", "180"}}},
+        {"time shifts", true, {{"timeshift", "y"}, {"nth", "5"}, {"oth", "-0.02"}, {"dth", "0.01"}}},
+        {"rotated image", true, {{"migration", "y"}}},
+        {"horizon", false, {}, true},
+    };
+    for (const Case& c : cases) {
+        for (const bool with_mean : {false, true}) {
+            SCOPED_TRACE(testing::Message() << c.name << (with_mean ? ", lateral mean" : ""));
+            files::TinySurvey survey(c.areal);
+            survey.arguments["gradient"] = "exact";
+            survey.arguments["stdout"] = survey.dir / "stdout";
+            for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
+            TinyRun run(survey);
+            if (c.horizon) run.pick1.assign(static_cast<std::size_t>(run.par.img.xm.n), 25.0f);
+            const std::vector<double> d = smooth_direction(run.par, with_mean, 5);
+            std::vector<double> g, unused;
+            ASSERT_GT(run.fun(run.start, g), 0.0);
+            double slope = 0.0;
+            for (std::size_t i = 0; i < d.size(); ++i) slope += g[i] * d[i];
+            const double h = 1e-3 * 5e-4;
+            std::vector<double> up = run.start, down = run.start;
+            for (std::size_t i = 0; i < d.size(); ++i) {
+                up[i] += h * d[i];
+                down[i] -= h * d[i];
+            }
+            const double difference = (run.fun(up, unused) - run.fun(down, unused)) / (2.0 * h);
+            EXPECT_NEAR(slope, difference, 0.01 * std::abs(difference));
+            for (int ix = 0; c.horizon && ix < run.par.img.xm.n; ++ix) EXPECT_EQ(g[static_cast<std::size_t>(ix)], 0.0);
+        }
+    }
+}
+
+// With l1norm the reweighting envelope is held fixed: the derivative of sum |W y|y| / e| in the image, y = W I.
+TEST(ExactEvaluation, ReweightedObjectiveIsDifferentiatedAtAFixedEnvelope) {
+    files::TinySurvey survey(true);
+    survey.arguments["gradient"] = "exact";
+    survey.arguments["l1norm"] = "y";
+    survey.arguments["nh"] = "5";
+    for (const char* key : {"windx", "windz", "windh"}) survey.arguments[key] = "2";
+    survey.arguments["stdout"] = survey.dir / "stdout";
+    TinyRun run(survey);
+    const std::vector<float> image = random_vector<float>(run.arrays.b_image.flat().size(), 4);
+    std::ranges::copy(image, run.arrays.b_image.flat().begin());
+    const Inversion inversion{run.par, run.session, run.listing, run.fft, run.taper, run.vel0, {}, {}, {}};
+    form_residual(inversion, run.arrays);
+    const double fun = objective(run.par, run.arrays.b_image);
+    const Array<float, 3> envelope = run.arrays.r_image;
+    const auto value = [&](std::span<const float> samples) {
+        const std::ptrdiff_t nx = run.par.img.xm.n;
+        double sum = 0.0;
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            const auto ih = (static_cast<std::ptrdiff_t>(i) / nx) % 5;
+            const double w = std::abs(static_cast<double>(ih) - 2) / 2, y = w * samples[i];
+            const double e = envelope.flat()[i];
+            sum += w * y * y / std::pow(e, e);
+        }
+        return sum;
+    };
+    EXPECT_NEAR(fun, value(image), 1e-5 * fun);
+    differentiate_objective(inversion, run.arrays, fun);
+    const std::vector<float> d = random_vector<float>(image.size(), 6);
+    std::vector<float> up = image, down = image;
+    double slope = 0.0;
+    for (std::size_t i = 0; i < d.size(); ++i) {
+        up[i] += 0.01f * d[i];
+        down[i] -= 0.01f * d[i];
+        slope += static_cast<double>(run.arrays.b_image.flat()[i]) * d[i];
+    }
+    EXPECT_NEAR(slope, (value(up) - value(down)) / 0.02, 1e-3 * std::abs(slope));
+}
+
+TEST(Variables, KnotCoefficientsMoveTheModelAndCarryItsGradient) {
+    const Axis x{23, 10.0f, 100.0f, {}}, z{17, 8.0f, 0.0f, {}};
+    const std::vector<double> start = random_vector<double>(23 * 17, 1);
+    const Variables knots(start, base_spln2d_init(x, z, {5, 60.0f, 90.0f, {}}, {4, 50.0f, -20.0f, {}}, 1));
+    const Variables samples(start, std::nullopt);
+    ASSERT_EQ(knots.count(), 20u);
+    ASSERT_EQ(samples.count(), start.size());
+    for (const Variables* variables : {&knots, &samples}) {
+        std::vector<double> v = variables->first(), at_first(start.size()), moved(start.size());
+        variables->model(v, at_first);
+        EXPECT_EQ(at_first, start);
+        const std::vector<double> d = random_vector<double>(v.size(), 2);
+        std::vector<double> g = random_vector<double>(start.size(), 3), gv(v.size());
+        for (std::size_t i = 0; i < v.size(); ++i) v[i] += d[i];
+        variables->model(v, moved);
+        variables->gradient(g, gv);
+        double by_model = 0.0;  // <g, x(v + d) - x(v)> = <gv, d>: the map is linear
+        for (std::size_t i = 0; i < start.size(); ++i) by_model += g[i] * (moved[i] - start[i]);
+        EXPECT_NEAR(by_model, inner<double>(gv, d), 1e-9);
+    }
+}
+
+TEST(Variables, BoundsOfTheCoefficientsKeepEverySampleWithinItsOwn) {
+    const Axis x{30, 10.0f, 0.0f, {}}, z{20, 10.0f, 0.0f, {}};
+    const std::vector<double> start(600, 1.0);
+    const Variables knots(start, base_spln2d_init(x, z, {7, 50.0f, 0.0f, {}}, {6, 40.0f, -500.0f, {}}, 1));
+    Bounds samples(600);
+    for (std::size_t i = 0; i < 600; ++i) {
+        samples.l[i] = 0.7 + 0.01 * static_cast<double>(i % 13);
+        samples.u[i] = 1.1 + 0.02 * static_cast<double>(i % 7);
+        samples.nbd[i] = 2;
+    }
+    const Bounds bounds = knots.bounds(samples);
+    ASSERT_EQ(bounds.nbd, std::vector<int>(42, 2));
+    EXPECT_EQ(bounds.l[0], 0.0) << "the first rows of knots lie above the model and reach no sample";
+    EXPECT_EQ(bounds.u[0], 0.0);
+    const Variables inside(start, base_spln2d_init(x, z, {7, 50.0f, 0.0f, {}}, {6, 40.0f, 0.0f, {}}, 1));
+    const Bounds room = inside.bounds(samples);
+    for (const auto& corner : {room.l, room.u}) {
+        std::vector<double> v = corner, model(600);
+        inside.model(v, model);
+        double moved = 0.0;
+        for (std::size_t i = 0; i < 600; ++i) {
+            EXPECT_GE(model[i], samples.l[i] - 1e-7);
+            EXPECT_LE(model[i], samples.u[i] + 1e-7);
+            moved = std::max(moved, std::abs(model[i] - 1.0));
+        }
+        EXPECT_GT(moved, 0.05);
+    }
+}
+
+TEST(Variables, LargestChangeBoundsTheFirstTrial) {
+    const Axis x{30, 10.0f, 0.0f, {}}, z{20, 10.0f, 0.0f, {}};
+    const std::vector<double> start(600, 2.0);
+    const Variables knots(start, base_spln2d_init(x, z, {7, 50.0f, 0.0f, {}}, {6, 40.0f, 0.0f, {}}, 1));
+    const std::vector<double> gv = random_vector<double>(42, 8);
+    const double most = knots.largest_change(gv, start);
+    std::vector<double> v = gv, model(600);
+    knots.model(v, model);
+    double change = 0.0;
+    for (const double s : model) change = std::max(change, std::abs(s - 2.0) / 2.0);
+    EXPECT_LE(change, most);
+    EXPECT_GT(change, 0.2 * most);
+    EXPECT_EQ(Variables(start, std::nullopt).largest_change(std::vector<double>(600, -3.0), start), 1.5);
+}
