@@ -58,7 +58,7 @@ struct CacheLineAllocator {
     template <class U>
     CacheLineAllocator(const CacheLineAllocator<U>&) {}
     T* allocate(std::size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), line)); }
-    void deallocate(T* p, std::size_t n) { ::operator delete(p, n * sizeof(T), line); }
+    void deallocate(T* p, std::size_t) { ::operator delete(p, line); }
     bool operator==(const CacheLineAllocator&) const { return true; }
 };
 

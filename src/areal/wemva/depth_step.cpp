@@ -14,7 +14,8 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-// A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its factors.
+// A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its
+// factors.
 typedef float Both __attribute__((vector_size(16)));
 
 Both signs(int sign) {
@@ -272,8 +273,8 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
                 g.p[4 * t + 3] = r < nx ? pivot.p[nx + r][lane] : 0.0f;
             }
             step.nstage = nstage_;
-            step.stage[at(istage)] = {q, g, cf(pivot.p[half][lane], pivot.p[nx + half][lane]),
-                                      alph_[at(istage)] / w, beta_[at(istage)] / w / w};
+            step.stage[at(istage)] = {q, g, cf(pivot.p[half][lane], pivot.p[nx + half][lane]), alph_[at(istage)] / w,
+                                      beta_[at(istage)] / w / w};
         }
     }
 }

@@ -114,8 +114,8 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
                     image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
 }
 
-/// The context of shot ishot; in the exact mode with the reference velocities of its window of the start model, which is
-/// the model of the first evaluation.
+/// The context of shot ishot; in the exact mode with the reference velocities of its window of the start model, which
+/// is the model of the first evaluation.
 WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot) {
     WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
     if (run.par.exact()) {
@@ -152,6 +152,7 @@ void list_shot(const Inversion& run, int ishot, float start) {
 // --- outputs ---------------------------------------------------------------------------------------------------------
 
 void write_panel(const Inversion& run, const char* tag, int titer, std::span<const float> samples) {
+    if (!run.panels) return;
     run.session.to_history<int>("n4", titer, tag);
     run.session.srite(tag, samples.data(), bytes(samples));
 }
@@ -159,6 +160,20 @@ void write_panel(const Inversion& run, const char* tag, int titer, std::span<con
 void print_extremes(std::span<const double> g) {
     const auto [least, most] = std::ranges::minmax(g);
     list_write({"main => ", most, least});
+}
+
+/// The trial model in single precision, after the horizon edit: the solver takes the edited point as the one it
+/// proposed.
+void set_model(const Inversion& run, EvaluationArrays& arrays, std::span<double> x) {
+    if (!run.pick1.empty()) oweditvel(run.par, run.pick1, {x.data(), arrays.model.n()}, run.vel0);
+    std::ranges::transform(x, arrays.model.flat().begin(),
+                           [](double slowness) { return static_cast<float>(slowness); });
+}
+
+/// fun of the residual at hand.
+double value(const Parms& par, const EvaluationArrays& arrays) {
+    const double fun = objective(par, arrays.b_image);
+    return par.normalise ? fun / energy(arrays.image.flat()) : fun;
 }
 
 }  // namespace
@@ -252,8 +267,7 @@ void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, dou
     if (par.normalise) {
         const auto image = arrays.image.flat();
         const double all = energy(image);
-        for (std::size_t i = 0; i < out.size(); ++i)
-            out[i] = static_cast<float>((out[i] - 2.0 * fun * image[i]) / all);
+        for (std::size_t i = 0; i < out.size(); ++i) out[i] = static_cast<float>((out[i] - 2.0 * fun * image[i]) / all);
     }
     keep_columns(par, arrays.b_image);
 }
@@ -297,12 +311,10 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
                 int titer) {
     const Parms& par = run.par;
     const auto samples = arrays.model.flat();
-    // The solver takes the edited point as the one it proposed.
-    if (!run.pick1.empty()) oweditvel(par, run.pick1, {x.data(), arrays.model.n()}, run.vel0);
+    set_model(run, arrays, x);
     std::vector<float> panel(samples.size());
     std::ranges::transform(x, panel.begin(), [](double slowness) { return static_cast<float>(1.0 / slowness); });
     write_panel(run, "Velout", titer, panel);
-    std::ranges::transform(x, samples.begin(), [](double slowness) { return static_cast<float>(slowness); });
 
     form_image(run, arrays, iter);
     write_panel(run, "bkgimg", titer, arrays.b_image.flat());
@@ -314,8 +326,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     write_panel(run, "Dimage", titer, arrays.b_image.flat());
     check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
 
-    double fun = objective(par, arrays.b_image);
-    if (par.normalise) fun /= energy(arrays.image.flat());
+    const double fun = value(par, arrays);
     if (par.exact()) differentiate_objective(run, arrays, fun);
     const float start1 = owexec_time();
     back_project(run, arrays);
@@ -333,4 +344,11 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     write_panel(run, "grad", titer, panel);
     check_result(par, arrays, "gradient", titer, panel);
     return fun;
+}
+
+double evaluate_fun(const Inversion& run, EvaluationArrays& arrays, std::span<double> x) {
+    set_model(run, arrays, x);
+    form_image(run, arrays, 1);
+    form_residual(run, arrays);
+    return value(run.par, arrays);
 }

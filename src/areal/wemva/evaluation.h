@@ -23,6 +23,7 @@ struct Inversion {
     View<const float, 3> vref;          ///< (nref, 2, img.z.n) region table, or empty
     std::span<const float> pick1;       ///< (img.xm.n) horizon depths, or empty: no horizon
     std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
+    bool panels = true;                 ///< whether evaluations append to the outputs
 };
 
 /// The arrays an evaluation works in, allocated once for a run.
@@ -38,7 +39,7 @@ struct EvaluationArrays {
     Array<float, 3> image;                ///< exact: the stacked image (normalise), or the once-weighted one (l1norm)
     Array<float, 3> weighted;             ///< exact: the once-weighted image, with both
     std::vector<ReferenceTable> references;  ///< exact: of each shot's window of the start model (areal: of the model)
-    std::vector<double> gspl;             ///< spline coefficients of the gradient; only with knots
+    std::vector<double> gspl;                ///< spline coefficients of the gradient; only with knots
     explicit EvaluationArrays(const Parms& par);
 };
 
@@ -60,7 +61,8 @@ double objective(const Parms& par, View<const float, 3> b_image);
 /// @param fun the value of the evaluation (with normalise: objective() over the energy of the image)
 void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun);
 
-/// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`. Reads "rec" and "sou" again.
+/// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`. Reads
+/// "rec" and "sou" again.
 void back_project(const Inversion& run, EvaluationArrays& arrays);
 
 /// Projects the gradient on the spline knots, if there are any: g = B B' g. Not in the exact mode, where the knot
@@ -70,7 +72,8 @@ void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::spa
 
 /// Objective and gradient at x, in the described order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
 /// @param x     (img.xm.n img.z.n) slowness; samples above a horizon go back to the start model, also for the caller
-/// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned; in the exact mode the derivative
+/// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned; in the exact mode the
+/// derivative
 ///              of fun with respect to x
 /// @param titer number of the evaluation, also the panel count of the outputs
 /// @return fun; the caller checks that it is finite
@@ -78,3 +81,6 @@ void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::spa
 /// and the likely cause; the panel concerned has been written by then.
 double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, std::span<double> g, int iter,
                 int titer);
+
+/// As evaluate, the value alone: one pass over the data, no panels, no residual carried back.
+double evaluate_fun(const Inversion& run, EvaluationArrays& arrays, std::span<double> x);

@@ -1,7 +1,4 @@
 /// morvane: two-dimensional wave-equation migration velocity analysis.
-#include <pmmintrin.h>
-#include <xmmintrin.h>
-
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -10,6 +7,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/denormals.h"
 #include "src/areal/wemva/driver.h"
 
 namespace {
@@ -50,10 +48,7 @@ int report(const char* text, qas::Session& session) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Before the first parallel region, so that its threads inherit it.
-    _MM_SET_FLUSH_ZERO_MODE(_MM_FLUSH_ZERO_ON);
-    _MM_SET_DENORMALS_ZERO_MODE(_MM_DENORMALS_ZERO_ON);
-
+    flush_denormals();
     if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
         std::fputs(usage, stdout);
         return 0;

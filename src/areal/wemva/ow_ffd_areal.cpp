@@ -125,7 +125,7 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
         er = re * inv;
         ei = -im * inv;
     };
-    Lanes lr{}, li{}, rr{}, ri{};  // the last pivots from the left and from the right
+    Lanes lr{}, li{}, rr{}, ri{};                                   // the last pivots from the left and from the right
     for (std::ptrdiff_t l = 0, r = nx - 1; l < middle; ++l, --r) {  // two recursions that do not wait for each other
         invert(diagonal(l), lr, li);
         pivot(l, 0) = lr;
@@ -143,10 +143,10 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
     pivot(middle, 1) = li;
 }
 
-// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of both
-// fields are four independent chains, one SIMD register. With an even nx the right half is one shorter; its chain starts
-// with an empty step in the column beyond the line. Two steps at a time, so that only every other value waits for the one
-// before: y_2 = (g_2 r_2 - g_2 g_1 r_1) + g_2 g_1 y_0.
+// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
+// both fields are four independent chains, one SIMD register. With an even nx the right half is one shorter; its chain
+// starts with an empty step in the column beyond the line. Two steps at a time, so that only every other value waits
+// for the one before: y_2 = (g_2 r_2 - g_2 g_1 r_1) + g_2 g_1 y_0.
 void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain) {
     const std::ptrdiff_t nx = rhs.n[1] - 1;
     const std::ptrdiff_t half = nx / 2;

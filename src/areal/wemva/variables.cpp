@@ -68,7 +68,8 @@ Bounds Variables::bounds(const Bounds& samples) const {
             double down = std::numeric_limits<double>::infinity(), up = down;
             for (int iz = top; iz <= bottom; ++iz) {
                 for (int ix = left; ix <= right; ++ix) {
-                    const auto i = static_cast<std::size_t>(iz) * static_cast<std::size_t>(nx) + static_cast<std::size_t>(ix);
+                    const auto i =
+                        static_cast<std::size_t>(iz) * static_cast<std::size_t>(nx) + static_cast<std::size_t>(ix);
                     down = std::min(down, start_[i] - samples.l[i]);
                     up = std::min(up, samples.u[i] - start_[i]);
                 }

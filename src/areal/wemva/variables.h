@@ -13,8 +13,8 @@ struct Bounds {
     explicit Bounds(std::size_t n) : l(n), u(n), nbd(n) {}
 };
 
-/// The map from the solver's variables v to slowness x: x = v, or x = start + B v with B >= 0 and rows that sum to one at
-/// most.
+/// The map from the solver's variables v to slowness x: x = v, or x = start + B v with B >= 0 and rows that sum to one
+/// at most.
 class Variables {
 public:
     /// @param start (nmax) the start model
@@ -29,8 +29,9 @@ public:
     void take_back(std::span<const double> x, std::span<double> v) const;
     /// Derivative with respect to v of a function with derivative g with respect to x: g, or B' g.
     void gradient(std::span<double> g, std::span<double> gv) const;
-    /// Bounds of v that keep x within `samples` (bounds of x, all of one type): with knots each coefficient gets the least
-    /// room of the samples it reaches, which is enough since the rows of B are not negative and sum to one at most.
+    /// Bounds of v that keep x within `samples` (bounds of x, all of one type): with knots each coefficient gets the
+    /// least room of the samples it reaches, which is enough since the rows of B are not negative and sum to one at
+    /// most.
     Bounds bounds(const Bounds& samples) const;
     /// The largest relative change of a sample when every v moves by -gv: max (B |gv|) / x.
     double largest_change(std::span<const double> gv, std::span<const double> x) const;

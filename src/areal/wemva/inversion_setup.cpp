@@ -1,0 +1,156 @@
+#include "src/areal/wemva/inversion_setup.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "src/areal/wemva/horizon_file.h"
+#include "src/areal/wemva/lloyd_vel.h"
+#include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/ow_grabvel_areal.h"
+#include "src/areal/wemva/ow_parms_areal/checks.h"
+#include "src/areal/wemva/ow_taper_areal.h"
+
+namespace {
+
+Parms read_parms(qas::Session& session) {
+    Parms par = owparam(session);
+    if (par.vspl)
+        refuse(
+            "vspl: the spline-only path reads the axes of vel and the knots, and then there is nothing to invert; "
+            "leave "
+            "vspl out");
+    return par;
+}
+
+int read_pairs(qas::Session& session, const Parms& par) {
+    const int mmax = session.from_param<int>("mmax", 10);
+    const double variables = static_cast<double>(par.img.z.n) * par.img.xm.n;
+    const double work = (2.0 * mmax + 4.0) * variables + 12.0 * mmax * mmax + 12.0 * mmax;
+    if (work > std::numeric_limits<int>::max())
+        refuse("mmax=%d: %.4g correction pairs of %.4g variables are more than the solver can number; fewer are needed",
+               mmax, static_cast<double>(mmax), variables);
+    return mmax;
+}
+
+Array<float, 2> read_start_model(qas::Session& session, const Parms& par) {
+    Array<float, 2> velint({par.v.xm.n, par.v.z.n});
+    session.sreed("vel", velint.view().p, static_cast<std::int64_t>(velint.flat().size_bytes()));
+    Array<float, 2> vel0({par.img.xm.n, par.img.z.n});
+    owgrab_vel(par, session, velint, vel0, true, 0);
+    check_model(par, vel0);
+    return vel0;
+}
+
+std::optional<base_spln2d> make_spline(const Parms& par) {
+    if (!par.spline_grad()) return std::nullopt;
+    return base_spln2d_init(par.img.xm, par.img.z, par.axk, par.azk, par.node);
+}
+
+TextLog open_listing(qas::Session& session) {
+    const std::string name = session.from_param<std::string>("list", "listagem");
+    if (name == session.getch<std::string>("log").value_or("log"))
+        refuse("list=%s: the progress listing cannot share the file of log", name.c_str());
+    return TextLog("list", name);
+}
+
+Array<float, 1> make_taper(const Parms& par) {
+    Array<float, 1> taper({par.kxm.n});
+    owtaper(par.tapertr, taper.flat());
+    return taper;
+}
+
+Array<float, 3> cluster(const Parms& par, const Array<float, 2>& vel0) {
+    if (!par.pspi() || !par.lloyd) return Array<float, 3>();
+    Array<float, 3> vref({par.nref, 2, par.img.z.n});
+    lloyd_vel1(par, vel0, vref);
+    return vref;
+}
+
+float required_real(qas::Session& session, const char* key) {
+    const auto value = session.from_param<float>(key);
+    if (!std::isfinite(value)) refuse("%s=%g: a finite number is needed", key, value);
+    return value;
+}
+
+void set_constant_bounds(qas::Session& session, Bounds& bounds) {
+    const float vmin = required_real(session, "vmin");
+    const float vmax = required_real(session, "vmax");
+    if (!(vmin > 0.0f)) refuse("vmin=%g: a velocity greater than 0 is needed", vmin);
+    if (!(vmax > 0.0f)) refuse("vmax=%g: a velocity greater than 0 is needed", vmax);
+    if (vmin > vmax) warn("vmin=%g is greater than vmax=%g: no model lies within the bounds", vmin, vmax);
+    std::ranges::fill(bounds.l, 1.0f / vmax);
+    std::ranges::fill(bounds.u, 1.0f / vmin);
+}
+
+/// Bounds as factors of the start model; a value of 1 or more is a percentage.
+void set_relative_bounds(qas::Session& session, std::span<const double> start, Bounds& bounds) {
+    const float given_up = required_real(session, "p_up");
+    const float given_lo = required_real(session, "p_lo");
+    const float p_up = given_up >= 1.0f ? 1.0f + given_up / 100.0f : given_up;
+    const float p_lo = given_lo >= 1.0f ? 1.0f - given_lo / 100.0f : given_lo;
+    if (p_up < 1.0f)
+        warn("p_up=%g is below 1 and so a factor, not a percentage: the upper bound lies below the start model",
+             given_up);
+    if (p_lo <= 0.0f) warn("p_lo=%g: the lower bound of slowness is not positive", given_lo);
+    if (p_lo > p_up) warn("p_lo=%g is a greater factor than p_up=%g: no model lies within the bounds", p_lo, p_up);
+    std::ranges::transform(start, bounds.l.begin(), [&](double x) { return static_cast<double>(p_lo) * x; });
+    std::ranges::transform(start, bounds.u.begin(), [&](double x) { return static_cast<double>(p_up) * x; });
+}
+
+/// Bounds of slowness: those asked for; or, where the first step is to be scaled or the gradient is exact, a tenth to
+/// ten times the start model, which the solver needs to take a first step of the gradient's size and to stay with
+/// physical models; or none.
+Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
+    constexpr int both = 2;
+    Bounds bounds(start.size());
+    if (session.from_param<bool>("bounds", false)) {
+        if (session.from_param<bool>("cbounds", false))
+            set_constant_bounds(session, bounds);
+        else
+            set_relative_bounds(session, start, bounds);
+    } else if (par.exact() || par.firststep > 0.0f) {
+        std::ranges::transform(start, bounds.l.begin(), [](double x) { return 0.1 * x; });
+        std::ranges::transform(start, bounds.u.begin(), [](double x) { return 10.0 * x; });
+    } else {
+        return bounds;
+    }
+    std::ranges::fill(bounds.nbd, both);
+    return bounds;
+}
+
+std::vector<float> read_picks(qas::Session& session, const Parms& par) {
+    if (!session.exist_file("horv0")) return {};
+    return read_horizon(session.from_param<std::string>("horv0"), par.img.xm.n);
+}
+
+}  // namespace
+
+InversionSetup::InversionSetup(qas::Session& s)
+    : session(s),
+      par(read_parms(session)),
+      mmax(read_pairs(session, par)),
+      spline(make_spline(par)),
+      log("log", session.from_param<std::string>("log", "log")),
+      listing(open_listing(session)),
+      taper(make_taper(par)),
+      vel0(read_start_model(session, par)),
+      vref(cluster(par, vel0)),
+      start(vel0.flat().begin(), vel0.flat().end()),
+      variables(start, par.exact() ? spline : std::nullopt),
+      bounds(variables.bounds(sample_bounds(session, par, start))),
+      pick1(read_picks(session, par)) {}
+
+unsigned InversionSetup::planner_flags() const {
+    if (par.fftplan == "patient") return FFTW_PATIENT;
+    if (par.fftplan == "estimate") return FFTW_ESTIMATE;
+    return plan_flags(par.node == node_default ? omp_get_max_threads() : par.node);
+}
+
+Inversion InversionSetup::inversion(const LateralFft& fft) {
+    return {par, session, listing, fft, taper, vel0, vref, pick1, spline};
+}

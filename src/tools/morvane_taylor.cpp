@@ -1,0 +1,174 @@
+// morvane_taylor: test on the user's own data whether the gradients predict how the objective changes.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "src/areal/wemva/denormals.h"
+#include "src/areal/wemva/inversion_setup.h"
+#include "src/areal/wemva/messages.h"
+#include "src/tools/morvane_taylor/taylor.h"
+
+namespace {
+
+constexpr const char* usage =
+    "morvane_taylor: does the gradient predict how fun changes? Takes the parameters of morvane (name=value, "
+    "par=FILE)\n"
+    "and prints, for random smooth directions d and both gradient modes, fun(x+hd) at h = 1, 1/2, 1/4, ..., the\n"
+    "first-order remainder |fun(x+hd) - fun(x)|, the second-order remainder |fun(x+hd) - fun(x) - h<g,d>|, their "
+    "rates\n"
+    "(1 and 2 for a right gradient, until the noise of single precision is reached), and <g,d> against the central\n"
+    "difference at a step chosen from that noise. The outputs that the parameters name are not touched.\n"
+    "  ndir=2         directions; every other one without a lateral mean\n"
+    "  nstep=6        steps\n"
+    "  reach=0.02     largest relative change of slowness at h = 1\n"
+    "  seed=1         of the directions\n"
+    "Ends with status 0 if <g,d> of the exact gradient is within 1 % of the central difference in every direction (or\n"
+    "within its noise), with 1 if not.\n";
+
+constexpr double limit = 0.01;
+
+/// A folder of its own for the headers and panels that the set-up opens; gone with the run.
+struct Scratch {
+    std::filesystem::path path;
+    Scratch() {
+        std::string name = (std::filesystem::temp_directory_path() / "morvane_taylor_XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) refuse("%s: no folder can be made there", name.c_str());
+        path = name;
+    }
+    ~Scratch() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+};
+
+struct Plan {
+    int ndir, nstep, seed;
+    double reach;
+};
+
+Plan read_plan(qas::Session& session) {
+    const Plan plan{session.getch<int>("ndir").value_or(2), session.getch<int>("nstep").value_or(6),
+                    session.getch<int>("seed").value_or(1),
+                    static_cast<double>(session.getch<float>("reach").value_or(0.02f))};
+    if (plan.ndir < 1 || plan.ndir > 100) refuse("ndir=%d: permitted are 1 to 100 directions", plan.ndir);
+    if (plan.nstep < 3 || plan.nstep > 20) refuse("nstep=%d: permitted are 3 to 20 steps", plan.nstep);
+    if (!(plan.reach > 0.0 && plan.reach < 0.5))
+        refuse("reach=%g: permitted is more than 0, less than 0.5", plan.reach);
+    return plan;
+}
+
+/// The user's words with every output sent to the scratch folder and the mode set. The last word for a name wins.
+std::vector<std::string> arguments_of(int argc, char** argv, const Scratch& scratch, const char* mode) {
+    std::vector<std::string> words(argv, argv + argc);
+    for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage", "illum", "log", "list"})
+        words.push_back(std::string(tag) + "=" + (scratch.path / tag).string());
+    for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz", "maskout"})
+        words.push_back(std::string(tag) + "=");  // a bare name hides an earlier value
+    words.push_back("datapath=" + scratch.path.string() + "/");
+    words.push_back("stdout=" + (scratch.path / "history").string());
+    words.push_back(std::string("gradient=") + mode);
+    if (std::string_view(mode) == "described")
+        for (const char* key : {"normalise", "fun_xmin", "fun_xmax"}) words.push_back(std::string(key) + "=");
+    return words;
+}
+
+/// Standard output while the wavefield routines report their progress there.
+class Muted {
+    int kept_;
+
+public:
+    Muted() : kept_(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        if (std::freopen("/dev/null", "w", stdout) == nullptr) kept_ = -1;
+    }
+    ~Muted() {
+        std::fflush(stdout);
+        dup2(kept_, STDOUT_FILENO);
+        close(kept_);
+    }
+    Muted(const Muted&) = delete;
+    Muted& operator=(const Muted&) = delete;
+};
+
+void print_line(const char* mode, int direction, bool with_mean, const TaylorLine& line) {
+    std::printf("\ngradient=%s, direction %d%s\n", mode, direction, with_mean ? "" : ", no lateral mean");
+    std::printf("  fun(x) = %.9E, noise of fun %.1E\n", line.fun0, line.noise);
+    std::printf("  %10s  %16s  %12s %6s  %12s %6s\n", "h", "fun(x+hd)", "first", "rate", "second", "rate");
+    for (const TaylorRow& row : taylor_rows(line)) {
+        std::printf("  %10.3E  %16.9E  %12.4E %6.2f  %12.4E %6.2f%s\n", row.h, row.fun, row.first, row.first_rate,
+                    row.second, row.second_rate, row.second < 3.0 * line.noise ? "  (noise)" : "");
+    }
+    std::printf("  <g,d> = %.6E, central difference %.6E at h = %.3E", line.slope, line.central, line.central_h);
+    std::printf(" (chosen from the noise)\n");
+}
+
+/// Tests one mode; returns the largest error of a slope.
+double test_mode(int argc, char** argv, const char* mode, const Plan& plan) {
+    const Scratch scratch;
+    qas::Session session(arguments_of(argc, argv, scratch, mode));
+    double worst = 0.0;
+    std::vector<TaylorLine> lines;
+    std::vector<char> means;
+    {
+        const Muted muted;
+        InversionSetup setup(session);
+        const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
+        EvaluationArrays arrays(setup.par);
+        Inversion run = setup.inversion(fft);
+        run.panels = false;
+        std::vector<double> x = setup.start, g(x.size());
+        const double fun0 = evaluate(run, arrays, x, g, 1, 1);
+        const Value value = [&](std::span<const double> at) {
+            std::vector<double> point(at.begin(), at.end());
+            return evaluate_fun(run, arrays, point);
+        };
+        for (int i = 0; i < plan.ndir; ++i) {
+            const bool with_mean = i % 2 == 0;
+            const std::vector<double> d = smooth_direction(setup.par.img.xm.n, setup.par.img.z.n, x, with_mean,
+                                                           plan.reach, static_cast<unsigned>(plan.seed + i));
+            lines.push_back(taylor_line(value, x, d, g, fun0, plan.nstep));
+            means.push_back(with_mean);
+        }
+    }
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        print_line(mode, static_cast<int>(i) + 1, means[i], lines[i]);
+        const double error = slope_error(lines[i]);
+        std::printf("  <g,d> is off by %.3g %%\n", 100.0 * error);
+        worst = std::max(worst, error);
+    }
+    std::fflush(stdout);
+    return worst;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
+        std::fputs(usage, stdout);
+        return 0;
+    }
+    flush_denormals();
+    qas::Session session(argc, argv);
+    try {
+        const Plan plan = read_plan(session);
+        test_mode(argc, argv, "described", plan);
+        const double error = test_mode(argc, argv, "exact", plan);
+        const bool right = error < limit;
+        std::printf(
+            "\nverdict: the exact gradient %s: <g,d> within %.3g %% of the central difference, %g %% is allowed\n",
+            right ? "is right" : "FAILS", 100.0 * error, 100.0 * limit);
+        return right ? 0 : 1;
+    } catch (const qas::Fatal& error) {
+        return qas::report_fatal(error, session);
+    } catch (const std::exception& error) {
+        return qas::report_fatal(qas::Fatal(std::string(error.what()) + "\n"), session);
+    }
+}

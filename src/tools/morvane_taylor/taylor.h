@@ -1,0 +1,48 @@
+#pragma once
+/// Taylor test: does the gradient predict how the objective changes?
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+/// Values of fun along one direction d, x + h d.
+struct TaylorLine {
+    double fun0 = 0.0;           ///< at x
+    double slope = 0.0;          ///< <g, d>
+    double noise = 0.0;          ///< of fun, from values a few rounding errors apart
+    std::vector<double> h, fun;  ///< steps, falling by halves, and values there
+    double central_h = 0.0;      ///< step of the central difference
+    double central = 0.0;        ///< (fun(x + h d) - fun(x - h d)) / 2h
+};
+
+/// Remainders and their rates of decay between a step and the one before: 1 and 2 for a right gradient, until the
+/// noise.
+struct TaylorRow {
+    double h, fun, first, second, first_rate, second_rate;
+};
+std::vector<TaylorRow> taylor_rows(const TaylorLine& line);
+
+/// |<g,d> / central - 1|; infinite where the difference drowns in the noise and the slope does not vanish with it.
+double slope_error(const TaylorLine& line);
+
+/// The largest step whose third-order error is small and the smallest that noise leaves: h of the central difference,
+/// from the noise and the curvature of the values at hand, within the steps given.
+double choose_central_step(const TaylorLine& line);
+
+/// Standard deviation of the noise of equally spaced values of a smooth function, from their third differences.
+double noise_of(std::span<const double> values);
+
+/// Value of the objective at x.
+using Value = std::function<double(std::span<const double> x)>;
+
+/// Evaluates fun along d. The step h = 1 changes no sample by more than `reach` of its value.
+/// @param x, d (n) point and direction
+/// @param g    (n) gradient at x
+/// @param fun0 value at x
+TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<const double> d,
+                       std::span<const double> g, double fun0, int steps);
+
+/// A smooth random direction on a grid of nx by nz samples: a few waves of random phase across and down, with or
+/// without a lateral mean, scaled so that max |d| / x = reach.
+std::vector<double> smooth_direction(int nx, int nz, std::span<const double> x, bool with_mean, double reach,
+                                     unsigned seed);

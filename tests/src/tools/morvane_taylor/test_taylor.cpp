@@ -1,0 +1,81 @@
+#include "src/tools/morvane_taylor/taylor.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+namespace {
+
+/// A cubic along d, with rounding noise of the given size.
+double cubic(double h, double noise) {
+    static std::mt19937 engine(3);
+    std::normal_distribution<double> normal;
+    return 5.0 + 2.0 * h + 3.0 * h * h - h * h * h + noise * normal(engine);
+}
+
+TaylorLine line_of(double slope, double noise) {
+    const std::vector<double> x{1.0}, d{1.0}, g{slope};
+    return taylor_line([&](std::span<const double> at) { return cubic(at[0] - 1.0, noise); }, x, d, g, 5.0, 8);
+}
+
+}  // namespace
+
+TEST(Taylor, RatesAreOneAndTwoForARightSlopeAndOneForAWrongOne) {
+    const auto right = taylor_rows(line_of(2.0, 0.0)), wrong = taylor_rows(line_of(2.5, 0.0));
+    EXPECT_TRUE(std::isnan(right[0].first_rate));
+    EXPECT_NEAR(right.back().first_rate, 1.0, 0.05);
+    EXPECT_NEAR(right.back().second_rate, 2.0, 0.02);
+    EXPECT_NEAR(wrong.back().second_rate, 1.0, 0.15);
+}
+
+TEST(Taylor, SlopeErrorIsRelativeToTheCentralDifference) {
+    EXPECT_LT(slope_error(line_of(2.0, 1e-9)), 1e-3);
+    EXPECT_NEAR(slope_error(line_of(2.1, 1e-9)), 0.05, 1e-3);
+    EXPECT_NEAR(slope_error(line_of(-2.0, 1e-9)), 2.0, 1e-2) << "the sign counts";
+    TaylorLine flat;  // a slope within the noise of the difference is no error, a large one is
+    flat.noise = 1e-3;
+    flat.central_h = 0.1;
+    flat.central = 1e-3;
+    flat.slope = 2e-2;
+    EXPECT_EQ(slope_error(flat), 0.0);
+    flat.slope = 1.0;
+    EXPECT_TRUE(std::isinf(slope_error(flat)));
+}
+
+TEST(Taylor, StepGrowsWithTheNoise) {
+    const TaylorLine fine = line_of(2.0, 1e-12), coarse = line_of(2.0, 1e-2);
+    EXPECT_LT(fine.central_h, coarse.central_h);
+    EXPECT_NEAR(coarse.central, 2.0, 0.3);
+}
+
+TEST(Taylor, NoiseIsMeasuredBesideASmoothTrend) {
+    std::vector<double> smooth, noisy;
+    std::mt19937 engine(1);
+    std::normal_distribution<double> normal;
+    for (int i = 0; i < 400; ++i) {
+        smooth.push_back(3.0 + 1e-4 * i + 1e-7 * i * i);
+        noisy.push_back(smooth.back() + 1e-3 * normal(engine));
+    }
+    EXPECT_LT(noise_of(smooth), 1e-12);
+    EXPECT_NEAR(noise_of(noisy), 1e-3, 1e-4);
+    EXPECT_EQ(noise_of(std::vector<double>{1, 2}), 0.0);
+}
+
+TEST(Taylor, DirectionsAreScaledAndKnowTheirMean) {
+    std::vector<double> x(600, 5e-4);
+    x[17] = 1e-4;
+    for (const bool with_mean : {false, true}) {
+        const std::vector<double> d = smooth_direction(30, 20, x, with_mean, 0.02, 4);
+        double largest = 0.0;
+        for (std::size_t i = 0; i < d.size(); ++i) largest = std::max(largest, std::abs(d[i]) / x[i]);
+        EXPECT_NEAR(largest, 0.02, 1e-12);
+        double row = 0.0;
+        for (std::size_t ix = 0; ix < 30; ++ix) row += d[5 * 30 + ix] / 30;
+        if (with_mean)
+            EXPECT_GT(std::abs(row), 1e-8);
+        else
+            EXPECT_LT(std::abs(row), 1e-12);
+    }
+    EXPECT_NE(smooth_direction(30, 20, x, true, 0.02, 4), smooth_direction(30, 20, x, true, 0.02, 5));
+}

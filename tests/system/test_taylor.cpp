@@ -1,0 +1,34 @@
+// morvane_taylor as a black box.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/tiny_survey.h"
+
+using testing::HasSubstr;
+
+TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
+    files::TinySurvey survey(false);
+    survey.arguments["extrapolator"] = "pspi";
+    survey.arguments["vsal"] = "9000";
+    for (const char* name : {"velout.H", "log"}) files::write_text(survey.dir / name, "kept\n");
+    std::vector<std::string> words = survey.command();
+    words.erase(words.begin());
+    words.push_back("ndir=2");
+    words.push_back("nstep=4");
+    const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_THAT(run.out, HasSubstr("gradient=described, direction 1"));
+    EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2, no lateral mean"));
+    EXPECT_THAT(run.out, HasSubstr("verdict: the exact gradient is right"));
+    for (const char* name : {"velout.H", "log"}) EXPECT_EQ(files::read_text(survey.dir / name), "kept\n");
+}
+
+TEST(TaylorProgram, RefusesWhatItCannotTest) {
+    files::TinySurvey survey(false);
+    std::vector<std::string> words = survey.command();
+    words.erase(words.begin());
+    words.push_back("reach=0.7");
+    const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
+    EXPECT_EQ(run.status, 23);
+    EXPECT_THAT(run.err, HasSubstr("reach=0.7: permitted is more than 0, less than 0.5"));
+}
