@@ -6,6 +6,7 @@
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
+#include "tests/src/areal/wemva/solver/printed.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 
 TEST(Dense, DotProductsOfAnyLengthTouchEveryElementOnce) {
@@ -391,9 +392,9 @@ struct OneVariable {
         subspace.ileave = 2;
         EXPECT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
     }
-    int step() {
+    int step(int iprint = -1) {
         return solver::subsm(subspace.store.pairs, subspace.index, {l, u, nbd}, x, r, iword, wv.data(), subspace.wn,
-                             -1);
+                             iprint);
     }
 };
 
@@ -425,6 +426,21 @@ TEST(Subsm, LengthsOfTheStepByHand) {
     OneVariable singular;
     singular.subspace.wn(1, 1) = 0;
     EXPECT_EQ(singular.step(), 2);
+}
+
+TEST(Subsm, ReportOfAStepThatIsCutBack) {
+    const std::string entered = "\n----------------SUBSM entered-----------------\n\n";
+    const std::string cut = "ALPHA = 0.66667 backtrack to the BOX\n";
+    const std::string point = "Subspace solution X =  \n      1.0000D+00\n";
+    const std::string left = "\n----------------exit SUBSM --------------------\n\n";
+    for (const auto& [iprint, text] : {std::pair{98, std::string()},
+                                       {99, entered + cut + left},
+                                       {100, entered + cut + left},
+                                       {101, entered + cut + point + left}}) {
+        OneVariable one;
+        one.nbd = {1}, one.l = {1};
+        EXPECT_EQ(printed([&, level = iprint] { one.step(level); }), text) << iprint;
+    }
 }
 
 // In a whole run: the block in the caller's array is right whenever the solver asks for the first point of a search,

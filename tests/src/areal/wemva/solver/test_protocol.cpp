@@ -4,6 +4,7 @@
 #include <memory>
 #include <regex>
 
+#include "tests/src/areal/wemva/solver/printed.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 #include "tests/src/areal/wemva/solver/temporary_folder.h"
 
@@ -30,15 +31,6 @@ Objective bowl(Vector w, Vector c) {
         }
         return f;
     };
-}
-
-/// What the caller prints while `action` runs.
-template <class Action>
-std::string printed(Action action) {
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 class Protocol : public TemporaryFolder {};
