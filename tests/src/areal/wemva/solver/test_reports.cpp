@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <map>
 
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/reports.h"
@@ -12,10 +12,12 @@ namespace {
 
 class Reports : public TemporaryFolder {};
 
-/// The times differ from run to run; their fields are ten columns wide.
-std::string without_times(const std::string& text) {
-    return std::regex_replace(text, std::regex("time [0-9]\\.[0-9]{3}E[-+][0-9]{2} seconds"),
-                              "time TTTTTTTTTT seconds");
+/// The times differ from run to run; their fields are a blank and nine columns.
+std::string without_times(std::string text) {
+    for (std::size_t at = text.find(" seconds."); at != std::string::npos; at = text.find(" seconds.", at + 1)) {
+        if (text.substr(at - 4, 2) == "E+" || text.substr(at - 4, 2) == "E-") text.replace(at - 9, 9, "TTTTTTTTT");
+    }
+    return text;
 }
 
 /// (x1^2 + x2^2) / 2 from (4, 4) with -1 <= x1 and 2 <= x2: the Cauchy search passes the breakpoint of x2 at t = 1/2,
@@ -77,13 +79,13 @@ const std::string gradient_converged =
 
 const std::string three_times =
     "\n"
-    " Cauchy                time TTTTTTTTTT seconds.\n"
-    " Subspace minimization time TTTTTTTTTT seconds.\n"
-    " Line search           time TTTTTTTTTT seconds.\n";
+    " Cauchy                time TTTTTTTTT seconds.\n"
+    " Subspace minimization time TTTTTTTTT seconds.\n"
+    " Line search           time TTTTTTTTT seconds.\n";
 
 const std::string total_time =
     "\n"
-    " Total User time TTTTTTTTTT seconds.\n"
+    " Total User time TTTTTTTTT seconds.\n"
     "\n";
 
 const std::string file_head =
