@@ -428,6 +428,41 @@ TEST(Subsm, LengthsOfTheStepByHand) {
     EXPECT_EQ(singular.step(), 2);
 }
 
+// Variables that tie with the one that blocks land on their bounds too, not one bit beyond.
+TEST(Subsm, AStepThatIsCutBackIsWithinTheBoxToTheLastBit) {
+    int reached = 0;
+    for (int k = 1; k < 500; ++k) {
+        Subspace subspace(3, 1, 1);
+        solver::Pairs& p = subspace.store.pairs;
+        p.iupdat = 1;
+        solver::matupd(p, Vector(3, -1), Vector(3, -2), 12, 6, 1, 3);
+        ASSERT_EQ(solver::formt(p), 0);
+        subspace.index = {1, 2, 3};
+        subspace.nfree = 3, subspace.ileave = 4;
+        ASSERT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+        const Vector l(3, 0.001 * k), u(3, -0.001 * k);
+        Vector x(3, 0.003 * k + 0.1), r(3, -0.02 * k - 1), wv(2);
+        const bool lower = k % 2 == 0;
+        if (!lower) {
+            for (double& value : x) value = -value;
+            for (double& value : r) value = -value;
+        }
+        int iword = -1;
+        ASSERT_EQ(solver::subsm(p, subspace.index, {l, u, std::vector<int>(3, lower ? 1 : 3)}, x, r, iword, wv.data(),
+                                subspace.wn, -1),
+                  0);
+        reached += iword;
+        for (const double value : x) {
+            if (lower) {
+                EXPECT_GE(value, l[0]);
+            } else {
+                EXPECT_LE(value, u[0]);
+            }
+        }
+    }
+    EXPECT_GT(reached, 100);
+}
+
 TEST(Subsm, ReportOfAStepThatIsCutBack) {
     const std::string entered = "\n----------------SUBSM entered-----------------\n\n";
     const std::string cut = "ALPHA = 0.66667 backtrack to the BOX\n";
