@@ -428,6 +428,27 @@ TEST(Subsm, LengthsOfTheStepByHand) {
     EXPECT_EQ(singular.step(), 2);
 }
 
+TEST(Subsm, AVariableBeyondItsBoundHoldsTheOthersToo) {
+    for (const int sign : {-1, 1}) {
+        Subspace subspace(2, 1, 1);
+        solver::Pairs& p = subspace.store.pairs;
+        p.iupdat = 1;
+        solver::matupd(p, Vector{-1, 0}, Vector{-2, 0}, 4, 2, 1, 1);
+        ASSERT_EQ(solver::formt(p), 0);
+        subspace.index = {1, 2};
+        subspace.nfree = 2, subspace.ileave = 3;
+        ASSERT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+        Vector x{7, 5}, r{6.0 * sign, 6.0 * sign}, wv(2);
+        const Vector l{8, 0}, u{6, 9};  // the one that the step runs away from
+        int iword = -1;
+        ASSERT_EQ(solver::subsm(p, subspace.index, {l, u, std::vector<int>{sign < 0 ? 1 : 3, 0}}, x, r, iword,
+                                wv.data(), subspace.wn, -1),
+                  0);
+        EXPECT_EQ(x, (Vector{sign < 0 ? 8.0 : 6.0, 5}));
+        EXPECT_EQ(iword, 1);
+    }
+}
+
 // Variables that tie with the one that blocks land on their bounds too, not one bit beyond.
 TEST(Subsm, AStepThatIsCutBackIsWithinTheBoxToTheLastBit) {
     int reached = 0;

@@ -399,6 +399,23 @@ TEST_F(Reports, WordsOfTheSubspaceStep) {
     }
 }
 
+TEST_F(Reports, SearchThatPassesAllBreakpointsEndsWhereNothingMoves) {
+    // The free variable has no slope: nothing is left to search once the other one is held.
+    Caller caller(2, {0, 4}, {0, 1}, {0, 9}, {0, 1});
+    caller.iprint = 99;
+    const std::string out = printed([&] {
+        caller.call();
+        caller.f = 1;
+        caller.g = {0, 8};
+        caller.call();
+    });
+    EXPECT_NE(out.find(" GCP found in this segment\n"
+                       "Piece      2 --f1, f2 at start point   0.0000D+00  0.0000D+00\n"
+                       "Distance to the stationary point =   0.0000D+00\n"),
+              std::string::npos)
+        << out;
+}
+
 TEST_F(Reports, VariablesThatEnterAndLeave) {
     std::vector<int> index{1, 2, 4, 3}, indx2(4);
     const std::vector<int> iwhere{1, 0, 0, 2};
