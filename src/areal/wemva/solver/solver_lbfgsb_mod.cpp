@@ -383,8 +383,8 @@ void setulb(int n, int m, std::span<double> x, std::span<const double> l, std::s
             std::array<int, 44>& isave, std::array<double, 29>& dsave) {
     const auto size = static_cast<std::size_t>(std::max(n, 0));
     assert(x.size() >= size && l.size() >= size && u.size() >= size && nbd.size() >= size && g.size() >= size);
-    assert(n <= 0 || m <= 0 ||
-           (wa.size() >= wa_size(size, static_cast<std::size_t>(m)) && iwa.size() >= iwa_size(size)));
+    assert(!usable(n, m) || wa.size() >= wa_size(size, static_cast<std::size_t>(m)));
+    assert(iwa.size() >= iwa_size(size));
     if (task == "START" && usable(n, m)) partition(n, m, isave);
     Run run{.n = n,
             .m = m,

@@ -166,7 +166,7 @@ int cauchy(const Pairs& pairs, const Bounds& bounds, std::span<const double> x, 
         // Slope and curvature of the next segment.
         ++nint;
         const double dibp2 = dibp * dibp;
-        f1 += dt * f2 + dibp2 - theta * dibp * zibp;
+        f1 = f1 + dt * f2 + dibp2 - theta * dibp * zibp;
         f2 -= theta * dibp2;
         if (col > 0) {
             daxpy(col2, dt, p, c);
@@ -180,7 +180,7 @@ int cauchy(const Pairs& pairs, const Bounds& bounds, std::span<const double> x, 
             const double wmw = ddot(col2, wbp, v);
             daxpy(col2, -dibp, wbp, p);
             f1 += dibp * wmc;
-            f2 += 2 * dibp * wmp - dibp2 * wmw;
+            f2 = f2 + 2 * dibp * wmp - dibp2 * wmw;
         }
         f2 = std::max(epsmch * f2_org, f2);
         if (nleft > 0) {

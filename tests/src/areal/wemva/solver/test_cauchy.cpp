@@ -8,6 +8,7 @@
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
+#include "tests/src/areal/wemva/solver/printed.h"
 
 using solver::Where;
 
@@ -72,6 +73,58 @@ TEST(Freev, ListsOfVariablesThatChangedSides) {
     EXPECT_EQ(nenter, 0);
     EXPECT_EQ(nfree, 6);
     EXPECT_EQ(index, (std::vector<int>{1, 2, 3, 4, 5, 6}));
+}
+
+TEST(Bounds, StartPointIsProjectedAndCounted) {
+    struct Row {
+        const char* what;
+        Vector x;
+        std::vector<int> nbd;
+        Vector projected;
+        bool prjctd, cnstnd, boxed;
+        std::vector<int> iwhere;
+        int at_bounds;
+    };
+    for (const Row& row :
+         std::vector<Row>{{"inside", {3, 4}, {2, 2}, {3, 4}, false, true, true, {0, 0}, 0},
+                          {"exactly at bounds", {1, 9}, {2, 2}, {1, 9}, false, true, true, {0, 0}, 2},
+                          {"one below, one at its bound", {0, 9}, {2, 2}, {1, 9}, true, true, true, {0, 0}, 2},
+                          {"one above, one inside", {10, 5}, {3, 2}, {9, 5}, true, true, false, {0, 0}, 1},
+                          {"bounds that do not hold", {0, 10}, {3, 1}, {0, 10}, false, true, false, {0, 0}, 0},
+                          {"free", {0, 10}, {0, 0}, {0, 10}, false, false, false, {-1, -1}, 0}}) {
+        SCOPED_TRACE(row.what);
+        const Vector l{1, 1}, u{9, 9};
+        Vector x = row.x;
+        std::vector<int> iwhere(2, 99);
+        bool prjctd = !row.prjctd, cnstnd = !row.cnstnd, boxed = !row.boxed;
+        const std::string out = printed([&] { solver::active({l, u, row.nbd}, x, iwhere, 1, prjctd, cnstnd, boxed); });
+        EXPECT_EQ(x, row.projected);
+        EXPECT_EQ(prjctd, row.prjctd);
+        EXPECT_EQ(cnstnd, row.cnstnd);
+        EXPECT_EQ(boxed, row.boxed);
+        EXPECT_EQ(iwhere, row.iwhere);
+        EXPECT_EQ(out, std::string(prjctd ? " The initial X is infeasible.  Restart with its projection.\n" : "") +
+                           (cnstnd ? "" : " This problem is unconstrained.\n") + "\nAt X0         " +
+                           std::to_string(row.at_bounds) + " variables are exactly at the bounds\n");
+    }
+}
+
+TEST(Bounds, ProjectedGradient) {
+    const Vector l{0, 0, 0, 0}, u{1, 1, 1, 1};
+    const std::vector<int> nbd{0, 1, 2, 3};
+    const auto norm = [&](Vector x, Vector g) { return solver::projgr({l, u, nbd}, x, g); };
+    EXPECT_EQ(norm({0, 0, 0, 0}, {-7, 0, 0, 0}), 7);
+    EXPECT_EQ(norm({0, 0.5, 0, 0}, {0, 7, 0, 0}), 0.5);  // the lower bound is nearer
+    EXPECT_EQ(norm({0, 0.5, 0, 0}, {0, -7, 0, 0}), 7);   // no bound that way
+    EXPECT_EQ(norm({0, 0, 0.25, 0}, {0, 0, 7, 0}), 0.25);
+    EXPECT_EQ(norm({0, 0, 0.25, 0}, {0, 0, -7, 0}), 0.75);
+    EXPECT_EQ(norm({0, 0, 0.25, 0}, {0, 0, -0.5, 0}), 0.5);
+    EXPECT_EQ(norm({0, 0, 0, 0.25}, {0, 0, 0, 7}), 7);
+    EXPECT_EQ(norm({0, 0, 0, 0.25}, {0, 0, 0, -7}), 0.75);
+    EXPECT_EQ(norm({9, -3, 1, 2}, {0, 1, 0, -1}), 3);  // beyond its bounds, where a caller put it
+    const double not_a_number = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_TRUE(std::isnan(norm({0, 0, 0, 0}, {not_a_number, 0, 0, 0})));  // and no convergence
+    EXPECT_TRUE(std::isnan(norm({0, 0, 0, 0}, {not_a_number, -1, 0, 0})));
 }
 
 namespace {
@@ -225,6 +278,65 @@ TEST(Cauchy, StatesByHand) {
     EXPECT_EQ(cauchy.iwhere, (std::vector<int>{Where::unbounded, Where::at_lower, Where::at_upper, Where::at_lower,
                                                Where::fixed, Where::at_upper}));
     EXPECT_EQ(cauchy.xcp, (Vector{3, 1, 5, 0, 7, 9}));
+    // At a bound and without slope: held there, as with a slope outwards.
+    cauchy.nbd = {1, 3, 2, 2, 0, 0};
+    cauchy.x = {0, 0, 1, 2, 0, 0};
+    cauchy.g = {0, 0, -0.0, 0, 1, 0};
+    ASSERT_EQ(cauchy.find(none.pairs), 0);
+    EXPECT_EQ(std::vector<int>(cauchy.iwhere.begin(), cauchy.iwhere.begin() + 4),
+              (std::vector<int>{Where::at_lower, Where::at_upper, Where::at_lower, Where::at_upper}));
+}
+
+TEST(Cauchy, MinimiserExactlyAtABoundHoldsTheVariableThere) {
+    PairStore none(2, 1, 1);
+    Cauchy cauchy(2, 1);
+    cauchy.nbd = {1, 0};
+    cauchy.x = {4, 0}, cauchy.g = {4, 3};  // break point and minimiser at t = 1
+    ASSERT_EQ(cauchy.find(none.pairs), 0);
+    EXPECT_EQ(cauchy.iwhere, (std::vector<int>{Where::at_lower, Where::unbounded}));
+    EXPECT_EQ(cauchy.xcp, (Vector{0, -3}));
+    EXPECT_EQ(cauchy.nint, 2);
+}
+
+// Once the steep variable is held, slope and curvature are rounding residues of it: their quotient must not carry the
+// free one away.
+TEST(Cauchy, CurvatureLostInRoundingHasAFloor) {
+    PairStore none(2, 1, 1);
+    for (int k = 1; k < 100; ++k) {
+        Cauchy cauchy(2, 1);
+        cauchy.nbd = {1, 0};
+        cauchy.x = {0.01 * k, 0}, cauchy.g = {1, 1e-9};
+        ASSERT_EQ(cauchy.find(none.pairs), 0);
+        EXPECT_EQ(cauchy.xcp[0], 0);
+        EXPECT_LT(std::abs(cauchy.xcp[1]), 1e-8) << k;
+    }
+}
+
+TEST(Cauchy, APointShortOfABoundIsWithinItToTheLastBit) {
+    int rounded = 0;
+    for (int k = 1; k < 5000; ++k) {
+        Cauchy cauchy(2, 1);
+        const bool lower = k % 2 == 0;
+        const double sign = lower ? 1 : -1;
+        const double bound = 0.001 * k;
+        const double x = bound + 0.0137 * k;
+        const double g = 0.3 + 0.01 * k;
+        cauchy.nbd = {lower ? 1 : 3, 0};
+        cauchy.l[0] = bound, cauchy.u[0] = -bound;
+        cauchy.x[0] = sign * x;
+        cauchy.g[0] = sign * g;
+        // B = theta I, from a pair along the other variable; the minimiser, at t = 1 / theta, is just inside.
+        const double theta = std::nextafter(1 / ((x - bound) / g), 1e9);
+        PairStore store(2, 1, 1);
+        store.pairs.iupdat = 1;
+        solver::matupd(store.pairs, Vector{0, 1}, Vector{0, theta}, theta * theta, theta, 1, 1);
+        ASSERT_EQ(solver::formt(store.pairs), 0);
+        ASSERT_EQ(cauchy.find(store.pairs), 0);
+        EXPECT_GE(sign * cauchy.xcp[0], bound);
+        const double slope = -g * g;
+        rounded += cauchy.iwhere[0] == Where::between && x - -slope / (-store.pairs.theta * slope) * g < bound;
+    }
+    EXPECT_GT(rounded, 0);  // the case occurs
 }
 
 TEST(Cauchy, EveryVariableMeetsItsBound) {
@@ -250,6 +362,7 @@ TEST(Cauchy, WithoutAWayToMoveThePointIsX) {
         cauchy.iwhere = {-77, 88};
         ASSERT_EQ(cauchy.again(store.pairs), 0);
         EXPECT_EQ(cauchy.xcp, cauchy.x);
+        EXPECT_EQ(cauchy.nint, 0);
         EXPECT_EQ(cauchy.iwhere, (std::vector<int>{-77, 88}));
         for (int k = 0; k < 4; ++k) EXPECT_EQ(cauchy.c()[k], 0);
     }

@@ -189,6 +189,14 @@ TEST(Dcsrch, TextsThatEndASearch) {
         EXPECT_EQ(s.text(), "WARNING: STP = STPMIN");
     }
     {
+        SCOPED_TRACE("as flat as the sufficient decrease at the shortest step");
+        Search1d s = search(0.5, 0.5, 4);
+        s.gtol = 0;
+        s.call(0, -1);
+        s.call(-1, -1e-3);
+        EXPECT_EQ(s.text(), "WARNING: STP = STPMIN");
+    }
+    {
         SCOPED_TRACE("higher wherever it is evaluated: down to a step of zero");
         Search1d s = search(1, 0, 10);
         s.call(0, -1);
@@ -223,6 +231,7 @@ TEST(Dcsrch, WithoutABracketTheStepGrowsWithinItsLimits) {
     s.call(0, -1);
     s.call(-1, -1);  // no curvature: the limit of 1 + 4
     EXPECT_EQ(s.stp, 5);
+    EXPECT_EQ(s.isave[1], 1);            // still the first stage: it falls
     EXPECT_EQ(s.dsave[7], 1);            // stx
     EXPECT_EQ(s.dsave[9], 5 + 1.1 * 4);  // stmin
     EXPECT_EQ(s.dsave[10], 5 + 4 * 4);   // stmax
@@ -249,6 +258,18 @@ TEST(Dcsrch, AnIntervalThatShrinksTooSlowlyIsHalved) {
     EXPECT_EQ(s.stp, 1 + 0.5 * (trial - 1));
 }
 
+TEST(Dcsrch, AnIntervalThatGotNarrowLeadsBackToItsBestEnd) {
+    Search1d s = search(1.1, 0, 10);
+    s.task = "FG";
+    s.isave = {1, 2};
+    //          ginit gtest gx gy finit fx    fy    stx sty  stmin stmax width width1
+    s.dsave = {-1, -1e-3, -1, 2, 0, -0.5, -0.4, 1, 1.2, 1, 1.2, 0.2, 0.2};
+    s.call(-0.45, 1.5);  // 1 to 1.1 is left
+    EXPECT_EQ(s.text(), "FG");
+    EXPECT_EQ(s.dsave[8], 1.1);
+    EXPECT_EQ(s.stp, 1);
+}
+
 // phi falls by less than the sufficient decrease: interpolating phi itself goes on outwards without end, while
 // phi - ftol phi'(0) t has its minimum at a step that satisfies both conditions.
 TEST(Dcsrch, TheFirstStageLooksAtTheFunctionLessItsSufficientDecrease) {
@@ -267,6 +288,19 @@ TEST(Dcsrch, TheFirstStageLooksAtTheFunctionLessItsSufficientDecrease) {
     const double cubic = (gamma + 0.5 + theta) / (2 * gamma + 0.5 + 0.375);
     const double square = 0.5 / 0.75 / 2;
     EXPECT_NEAR(s.stp, cubic < square ? cubic : (cubic + square) / 2, 1e-15);
+}
+
+TEST(Dcsrch, TheBestStepKeepsItsOwnValueThroughTheFirstStage) {
+    Search1d s = search(1, 0, 1e10);
+    s.ftol = 0.5;
+    s.call(0, -1);
+    s.call(-0.6, -0.95);  // low enough, but steep: the best step
+    ASSERT_GT(s.stp, 1.3);
+    s.call(-0.61, -0.95);  // lower, but above the line now
+    EXPECT_EQ(s.isave[1], 1);
+    EXPECT_EQ(s.dsave[7], 1);
+    EXPECT_DOUBLE_EQ(s.dsave[5], -0.6);
+    EXPECT_DOUBLE_EQ(s.dsave[2], -0.95);
 }
 
 namespace {
@@ -307,6 +341,7 @@ TEST(Lnsrlb, FirstAndLongestSteps) {
         SCOPED_TRACE(row.what);
         Line line;
         line.nbd = row.nbd;
+        line.z = {100, 200};  // on purpose another point than x + d: the full step is z itself
         const bool cnstnd = row.nbd != std::vector<int>{0, 0};
         ASSERT_EQ(line.call(row.iter, 9, row.boxed, cnstnd), 0);
         EXPECT_DOUBLE_EQ(line.search.stp, row.stp);
@@ -322,8 +357,7 @@ TEST(Lnsrlb, FirstAndLongestSteps) {
         EXPECT_EQ(line.nfgv, 2);
         EXPECT_EQ(line.search.ifun, 1);
         EXPECT_EQ(line.search.iback, 0);
-        // The full step is z itself, here on purpose another point than x + d.
-        const Vector expected = row.stp == 1 ? Vector{1, 0} : Vector{4 - 0.2 * 3, 4 - 0.2 * 4};
+        const Vector expected = row.stp == 1 ? Vector{100, 200} : Vector{4 - 0.2 * 3, 4 - 0.2 * 4};
         for (std::size_t i = 0; i < 2; ++i) EXPECT_NEAR(line.x[i], expected[i], 1e-15);
     }
     Line up;
@@ -334,6 +368,13 @@ TEST(Lnsrlb, FirstAndLongestSteps) {
     against.x = {0, 4}, against.nbd = {1, 1};
     ASSERT_EQ(against.call(1, 9, false, true), 0);
     EXPECT_EQ(against.search.stpmx, 0);
+    Line beyond;
+    beyond.x = {-1, 4}, beyond.nbd = {1, 1};
+    ASSERT_EQ(beyond.call(1, 9, false, true), 0);
+    EXPECT_EQ(beyond.search.stpmx, 0);
+    beyond.x = {11, 4}, beyond.nbd = {2, 3}, beyond.d = {3, 4}, beyond.g = {-3, -4}, beyond.task = "NEW_X";
+    ASSERT_EQ(beyond.call(1, 9, false, true), 0);
+    EXPECT_EQ(beyond.search.stpmx, 0);
     EXPECT_EQ(against.csave.text(), "ERROR: STP .GT. STPMAX");
     EXPECT_EQ(against.task.text(), "FG_LNSRCH");
 }

@@ -6,6 +6,7 @@
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
 #include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
+#include "tests/src/areal/wemva/solver/printed.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 
 TEST(Dense, DotProductsOfAnyLengthTouchEveryElementOnce) {
@@ -391,9 +392,9 @@ struct OneVariable {
         subspace.ileave = 2;
         EXPECT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
     }
-    int step() {
+    int step(int iprint = -1) {
         return solver::subsm(subspace.store.pairs, subspace.index, {l, u, nbd}, x, r, iword, wv.data(), subspace.wn,
-                             -1);
+                             iprint);
     }
 };
 
@@ -425,6 +426,77 @@ TEST(Subsm, LengthsOfTheStepByHand) {
     OneVariable singular;
     singular.subspace.wn(1, 1) = 0;
     EXPECT_EQ(singular.step(), 2);
+}
+
+TEST(Subsm, AVariableBeyondItsBoundHoldsTheOthersToo) {
+    for (const int sign : {-1, 1}) {
+        Subspace subspace(2, 1, 1);
+        solver::Pairs& p = subspace.store.pairs;
+        p.iupdat = 1;
+        solver::matupd(p, Vector{-1, 0}, Vector{-2, 0}, 4, 2, 1, 1);
+        ASSERT_EQ(solver::formt(p), 0);
+        subspace.index = {1, 2};
+        subspace.nfree = 2, subspace.ileave = 3;
+        ASSERT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+        Vector x{7, 5}, r{6.0 * sign, 6.0 * sign}, wv(2);
+        const Vector l{8, 0}, u{6, 9};  // the one that the step runs away from
+        int iword = -1;
+        ASSERT_EQ(solver::subsm(p, subspace.index, {l, u, std::vector<int>{sign < 0 ? 1 : 3, 0}}, x, r, iword,
+                                wv.data(), subspace.wn, -1),
+                  0);
+        EXPECT_EQ(x, (Vector{sign < 0 ? 8.0 : 6.0, 5}));
+        EXPECT_EQ(iword, 1);
+    }
+}
+
+// Variables that tie with the one that blocks land on their bounds too, not one bit beyond.
+TEST(Subsm, AStepThatIsCutBackIsWithinTheBoxToTheLastBit) {
+    int reached = 0;
+    for (int k = 1; k < 500; ++k) {
+        Subspace subspace(3, 1, 1);
+        solver::Pairs& p = subspace.store.pairs;
+        p.iupdat = 1;
+        solver::matupd(p, Vector(3, -1), Vector(3, -2), 12, 6, 1, 3);
+        ASSERT_EQ(solver::formt(p), 0);
+        subspace.index = {1, 2, 3};
+        subspace.nfree = 3, subspace.ileave = 4;
+        ASSERT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+        const Vector l(3, 0.001 * k), u(3, -0.001 * k);
+        Vector x(3, 0.003 * k + 0.1), r(3, -0.02 * k - 1), wv(2);
+        const bool lower = k % 2 == 0;
+        if (!lower) {
+            for (double& value : x) value = -value;
+            for (double& value : r) value = -value;
+        }
+        int iword = -1;
+        ASSERT_EQ(solver::subsm(p, subspace.index, {l, u, std::vector<int>(3, lower ? 1 : 3)}, x, r, iword, wv.data(),
+                                subspace.wn, -1),
+                  0);
+        reached += iword;
+        for (const double value : x) {
+            if (lower) {
+                EXPECT_GE(value, l[0]);
+            } else {
+                EXPECT_LE(value, u[0]);
+            }
+        }
+    }
+    EXPECT_GT(reached, 100);
+}
+
+TEST(Subsm, ReportOfAStepThatIsCutBack) {
+    const std::string entered = "\n----------------SUBSM entered-----------------\n\n";
+    const std::string cut = "ALPHA = 0.66667 backtrack to the BOX\n";
+    const std::string point = "Subspace solution X =  \n      1.0000D+00\n";
+    const std::string left = "\n----------------exit SUBSM --------------------\n\n";
+    for (const auto& [iprint, text] : {std::pair{98, std::string()},
+                                       {99, entered + cut + left},
+                                       {100, entered + cut + left},
+                                       {101, entered + cut + point + left}}) {
+        OneVariable one;
+        one.nbd = {1}, one.l = {1};
+        EXPECT_EQ(printed([&, level = iprint] { one.step(level); }), text) << iprint;
+    }
 }
 
 // In a whole run: the block in the caller's array is right whenever the solver asks for the first point of a search,

@@ -2,8 +2,8 @@
 
 #include <cstring>
 #include <memory>
-#include <regex>
 
+#include "tests/src/areal/wemva/solver/printed.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 #include "tests/src/areal/wemva/solver/temporary_folder.h"
 
@@ -30,15 +30,6 @@ Objective bowl(Vector w, Vector c) {
         }
         return f;
     };
-}
-
-/// What the caller prints while `action` runs.
-template <class Action>
-std::string printed(Action action) {
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 class Protocol : public TemporaryFolder {};
@@ -80,7 +71,10 @@ TEST_F(Protocol, TextsComeInTheirOrder) {
         }
     }
     EXPECT_EQ(caller.text(), "CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL");
-    EXPECT_TRUE(std::regex_match(story, std::regex("S(L+N)+"))) << story;
+    // One start, then trial points and an iterate, again and again.
+    EXPECT_TRUE(story.starts_with("SL") && story.ends_with("LN")) << story;
+    EXPECT_EQ(story.find_first_not_of("LN", 1), std::string::npos) << story;
+    EXPECT_EQ(story.find("NN"), std::string::npos) << story;
     EXPECT_FALSE(std::filesystem::exists("iterate.dat"));
 }
 
@@ -122,10 +116,14 @@ TEST_F(Protocol, StateWithinARun) {
     EXPECT_EQ(caller.saved_int(34), 2);           // nfgv
     EXPECT_EQ(caller.saved_int(36), 1);           // ifun
     EXPECT_EQ(caller.saved_int(37), -1);          // no subspace step
+    EXPECT_EQ(caller.saved_int(40), 2);           // ileave: none
+    EXPECT_EQ(caller.saved_int(41), 0);           // nenter
     EXPECT_EQ(caller.saved_int(43), 0);           // not bracketed
     EXPECT_EQ(caller.saved_int(44), 1);           // first stage
     EXPECT_EQ(caller.saved_real(2), 16);          // fold
     EXPECT_EQ(caller.saved_real(4), 8);           // dnorm
+    EXPECT_GE(caller.saved_real(6), 0);           // cpu1
+    EXPECT_GE(caller.saved_real(10), 0);          // time1
     EXPECT_EQ(caller.saved_real(11), -64);        // gd
     EXPECT_EQ(caller.saved_real(12), 1e10);       // stpmx
     EXPECT_EQ(caller.saved_real(13), 8);          // sbgnrm
@@ -414,6 +412,18 @@ TEST_F(Protocol, ARunContinuesFromItsArraysAlone) {
     }
 }
 
+TEST_F(Protocol, SegmentsAreCountedInAll) {
+    const Problem& problem = named("every kind of bound");
+    Caller caller = problem.caller(3);
+    caller.factr = 10;
+    int segments = 0;
+    for (caller.advance(problem.objective); caller.task.starts_with("NEW_X"); caller.advance(problem.objective)) {
+        segments += caller.saved_int(33);
+    }
+    EXPECT_EQ(caller.saved_int(22), segments);
+    EXPECT_GT(segments, caller.saved_int(30));
+}
+
 TEST_F(Protocol, WithOnePairHeadAndTailStayInTheOnlyColumn) {
     const Problem& problem = named("Beale");
     Caller caller = problem.caller(1);
@@ -641,6 +651,20 @@ TEST_F(Restart, UpdateWithoutCurvatureIsSkipped) {
     caller.run(linear);
     EXPECT_TRUE(caller.task.starts_with("CONVERGENCE"));
     EXPECT_NEAR(caller.x[0], 2.5, 1e-6);
+}
+
+TEST_F(Restart, ReportOfASkippedUpdateScalesTheSlopeWithTheStep) {
+    // Linear; the second search runs 15 times its full step, to the bound of the first variable.
+    Caller caller(3, {0, 0}, {0, 0}, {16, 1e6}, {2, 2});
+    const auto linear = [](std::span<const double> x, std::span<double> g) {
+        g[0] = -1, g[1] = -1e-3;
+        return -x[0] - 1e-3 * x[1];
+    };
+    caller.advance(linear);
+    caller.advance(linear);
+    ASSERT_EQ(caller.x[0], 16);
+    caller.iprint = 1;
+    EXPECT_EQ(printed([&] { caller.call(); }), "  ys= 0.000E+00  -gs= 1.500E+01 BFGS update SKIPPED\n");
 }
 
 TEST_F(Restart, ManyTrialPointsBeforeConvergenceAreAWarning) {
