@@ -118,7 +118,6 @@ std::string makenames(Layer& layer, const std::string& prefix, const std::string
     const int nfiles = getch_integer(layer, "nfiles", 1);
     if (nfiles > max_files) qaserr("nfiles to large, max %d \n", max_files);
     if (nfiles < 1) qaserr("parameter nfiles=%d: must be 1 to %d\n", nfiles, max_files);
-    if (nfiles > 1) qaserr("parameter nfiles=%d: data in several files are not available in this version\n", nfiles);
 
     std::vector<std::string> directories;
     for (std::size_t at = 0; at <= prefix.size();) {

@@ -1,5 +1,5 @@
 #pragma once
-/// The table of datasets in use: opening headers, reading them, and their lines outside the parameters.
+/// The table of datasets in use.
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -25,20 +25,6 @@ bool noheader(Layer& layer);
 std::string get_format(Layer& layer, std::string_view tag);
 void set_format(Layer& layer, std::string_view tag, std::string_view name);
 
-/// Writes text to a record's open history behind its title, and flushes. False, with a warning, when the history is
-/// complete because its data have begun in the same stream or because it was closed.
-/// Errors: "I/O error writing output history\n"; a record that is no output.
-bool append_history(Layer& layer, streaminf& stream, std::string_view text);
-
-/// Once a record: two newlines, program, user, host, time. Waived by the parameter `<tag>.write_title`.
-void write_title(Layer& layer, streaminf& stream);
-/// Once a record: the line that names the data.
-void write_outname(Layer& layer, streaminf& stream);
-/// Once a record, at the first write or at the close: title, data name, "data_format", end mark if the data follow.
-void qasstr_ready_out(Layer& layer, streaminf& stream);
-/// Copies the text of an input history to an output that is still unused, and names its data.
-void qasstr_copyh(Layer& layer, const streaminf& from, streaminf& to);
-
 /// Ends an output header: closing lines if due, a newline, close. A second call warns and returns.
 void qasstr_hclose(Layer& layer, streaminf& stream);
 /// qasstr_hclose for "out" and for every in/out dataset; for one tag.
@@ -46,8 +32,5 @@ void hclose(Layer& layer);
 void auxhclose(Layer& layer, std::string_view tag);
 /// Ends the header, closes the data and forgets the tag.
 void auxclose(Layer& layer, std::string_view tag);
-
-/// The header and its parameter for messages: `header "name" (parameter tag)`.
-std::string header_place(const streaminf& stream);
 
 }  // namespace qas

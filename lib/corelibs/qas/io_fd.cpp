@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "lib/corelibs/qas/data_names.h"
+#include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
 #include "lib/corelibs/qas/qaserr.h"
@@ -123,7 +124,7 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
     if (given == "follow_hdr" || given == (stream.entrytype == STREAMIN ? "stdin" : "stdout"))
         qaserr("%s is invalid for file descriptor I/O for tag \"%s\"\n", given.c_str(), tag);
     name = expand_info(layer, given, stream);
-    int flags = O_RDONLY;
+    int flags = O_RDONLY;  // which is 0
     std::string text;
     switch (stream.entrytype) {
         case STREAMIN:
@@ -131,17 +132,18 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
             break;
         case STREAMINOUT:
             text = strprintf("unable to open input/output datafile %s for tag %s \n", name.c_str(), tag);
-            flags = stream.headerbuf ? O_RDWR : O_RDWR | O_CREAT | O_TRUNC;
+            flags = O_RDWR | (stream.fresh_data ? O_CREAT : 0) | (stream.headerbuf ? 0 : O_TRUNC);
             break;
         case STREAMSCR:
             text = strprintf("unable to open scratch datafile %s for tag %s \n", name.c_str(), tag);
             flags = O_RDWR | O_CREAT | O_TRUNC;
             break;
         default:
+            if (stream.unique_data) flags |= O_EXCL;
             text = strprintf(" unable to open output datafile %s for tag %s \n", name.c_str(), tag);
-            flags = O_WRONLY | O_CREAT | O_TRUNC;
+            flags |= O_WRONLY | O_CREAT | O_TRUNC;
     }
-    if (flags & O_TRUNC) check_data_is_free(layer, stream, name);
+    if (stream.entrytype != STREAMIN) check_data_is_free(layer, stream, name);
     Descriptor fd(::open(name.c_str(), flags | O_CLOEXEC, 0666));
     if (fd.get() >= 0) return fd;
     const int reason = errno;

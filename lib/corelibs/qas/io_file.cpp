@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "lib/corelibs/qas/data_names.h"
+#include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
 #include "lib/corelibs/qas/qaserr.h"

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -15,6 +16,23 @@ ParTable& command_line(Layer& layer) {
             getpar_string_store(layer.getch_queue, layer.clock, layer.argv[i]);
     }
     return layer.getch_queue;
+}
+
+std::string history_line(std::string_view name, const Value& value) {
+    return "\t\t" + std::string(name) + '=' + format_value(value) + '\n';
+}
+
+void scan_header(Layer& layer, streaminf& stream) {
+    if (stream.scanned || !stream.headerbuf) return;
+    stream.scanned = true;
+    getpar_scan(stream.hetch_queue, layer.clock, *stream.headerbuf, Origin::history);
+}
+
+/// A dataset that is read and written sees its own lines.
+void read_back(Layer& layer, streaminf& stream, const std::string& line) {
+    if (stream.entrytype != STREAMINOUT && stream.entrytype != STREAMSCR) return;
+    scan_header(layer, stream);
+    getpar_scan(stream.hetch_queue, layer.clock, line, Origin::history);
 }
 
 }  // namespace
@@ -64,10 +82,7 @@ Values qasstrpar(Layer& layer, streaminf& stream, std::string_view names, std::s
         qaserr("Attempt to get parameter %s from tag %s which is not a valid description file \n%s", key.c_str(),
                stream.tagname.c_str(), stream.trouble.c_str());
     if (layer.argv.empty()) qaserr("Must call initpar() at the start of your program\n");
-    if (!stream.scanned && stream.headerbuf) {
-        stream.scanned = true;
-        getpar_scan(stream.hetch_queue, layer.clock, *stream.headerbuf, Origin::history);
-    }
+    scan_header(layer, stream);
     const std::string where = "header \"" + stream.headername + "\" of tag \"" + stream.tagname + "\":";
     Values values = getpar_decode(stream.hetch_queue, names, type, most, where, layer.notes);
     if (!found(values) && stream.tetch_queue)
@@ -106,15 +121,15 @@ void auxputch(Layer& layer, std::string_view name, const Value& value, std::stri
 }
 
 void qasstrput(Layer& layer, streaminf& stream, std::string_view name, const Value& value) {
-    const std::string line = "\t\t" + std::string(name) + '=' + format_value(value) + '\n';
-    if (!append_history(layer, stream, line)) return;
-    if (stream.entrytype == STREAMINOUT || stream.entrytype == STREAMSCR) {
-        if (!stream.scanned && stream.headerbuf) {
-            stream.scanned = true;
-            getpar_scan(stream.hetch_queue, layer.clock, *stream.headerbuf, Origin::history);
-        }
-        getpar_scan(stream.hetch_queue, layer.clock, line, Origin::history);
-    }
+    const std::string line = history_line(name, value);
+    if (append_history(layer, stream, line)) read_back(layer, stream, line);
+}
+
+void qasstrputlast(Layer& layer, streaminf& stream, std::string_view name, const Value& value) {
+    const std::string full_name = "putlast: " + std::string(name);
+    const std::string line = history_line(full_name, value);
+    append_last(layer, stream, full_name, line);
+    read_back(layer, stream, line);
 }
 
 }  // namespace qas

@@ -45,5 +45,7 @@ std::string format_value(const Value& value);
 void putch(Layer& layer, std::string_view name, const Value& value);
 void auxputch(Layer& layer, std::string_view name, const Value& value, std::string_view tag);
 void qasstrput(Layer& layer, streaminf& stream, std::string_view name, const Value& value);
+/// Writes the line under "putlast: name"; if the history ends with a line of that name, in its place.
+void qasstrputlast(Layer& layer, streaminf& stream, std::string_view name, const Value& value);
 
 }  // namespace qas

@@ -11,6 +11,12 @@ struct Fatal : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// An end of the run with a status of its own, whose message has been printed already.
+struct Exit : Fatal {
+    int status;
+    explicit Exit(int code) : Fatal(""), status(code) {}
+};
+
 /// Throws Fatal with the formatted message; adds no newline.
 [[noreturn, gnu::format(printf, 1, 2)]] void qaserr(const char* format, ...);
 

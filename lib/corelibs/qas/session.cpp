@@ -6,10 +6,12 @@
 #include <type_traits>
 #include <utility>
 
+#include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/jobs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/streaminf.h"
+#include "lib/corelibs/qas/sync.h"
 #include "lib/corelibs/qas/transfer.h"
 
 namespace qas {
@@ -113,6 +115,21 @@ std::optional<T> Session::getch(std::string_view names) {
 }
 
 template <ParameterValue T>
+std::optional<T> Session::hetch(std::string_view names) {
+    return first_as<T>(qas::hetch(state_->layer, names, type_letter<T>(), 1));
+}
+
+template <ParameterValue T>
+std::optional<T> Session::fetch(std::string_view names) {
+    return first_as<T>(qas::fetch(state_->layer, names, type_letter<T>(), 1));
+}
+
+template <ParameterValue T>
+std::optional<T> Session::tetch(std::string_view names) {
+    return first_as<T>(qas::tetch(state_->layer, names, type_letter<T>(), 1));
+}
+
+template <ParameterValue T>
 std::vector<T> Session::getch_list(std::string_view names, std::size_t most) {
     return values_as<T>(qas::getch(state_->layer, names, type_letter<T>(), most));
 }
@@ -142,13 +159,22 @@ void Session::to_history(std::string_view name, const T& value, std::string_view
         auxputch(state_->layer, name, line_value, tag);
 }
 
-#define QAS_INSTANTIATE(T)                                                         \
-    template T Session::from_param<T>(std::string_view);                           \
-    template T Session::from_param<T>(std::string_view, const T&);                 \
-    template std::optional<T> Session::getch<T>(std::string_view);                 \
-    template std::vector<T> Session::getch_list<T>(std::string_view, std::size_t); \
-    template T Session::from_aux<T>(std::string_view, std::string_view);           \
-    template T Session::from_aux<T>(std::string_view, std::string_view, const T&); \
+template <ParameterValue T>
+void Session::put_last(std::string_view name, const T& value, std::string_view tag) {
+    qasstrputlast(state_->layer, *tag_info(state_->layer, tag, Mode::output), name, without_padding(value));
+}
+
+#define QAS_INSTANTIATE(T)                                                            \
+    template T Session::from_param<T>(std::string_view);                              \
+    template T Session::from_param<T>(std::string_view, const T&);                    \
+    template std::optional<T> Session::getch<T>(std::string_view);                    \
+    template std::optional<T> Session::hetch<T>(std::string_view);                    \
+    template std::optional<T> Session::fetch<T>(std::string_view);                    \
+    template std::optional<T> Session::tetch<T>(std::string_view);                    \
+    template void Session::put_last<T>(std::string_view, const T&, std::string_view); \
+    template std::vector<T> Session::getch_list<T>(std::string_view, std::size_t);    \
+    template T Session::from_aux<T>(std::string_view, std::string_view);              \
+    template T Session::from_aux<T>(std::string_view, std::string_view, const T&);    \
     template void Session::to_history<T>(std::string_view, const T&, std::string_view);
 QAS_INSTANTIATE(int)
 QAS_INSTANTIATE(float)
@@ -204,6 +230,55 @@ std::int64_t Session::sseek(std::string_view tag, std::int64_t offset, int whenc
     return qas::sseek(state_->layer, tag, offset, whence);
 }
 
+std::int64_t Session::sreed2(std::string_view tag, void* buffer, std::int64_t nbytes, std::string_view format) {
+    return qas::sreed2(state_->layer, tag, buffer, nbytes, format);
+}
+std::int64_t Session::srite2(std::string_view tag, const void* buffer, std::int64_t nbytes, std::string_view format) {
+    return qas::srite2(state_->layer, tag, buffer, nbytes, format);
+}
+std::int64_t Session::sreed_raw(std::string_view tag, void* buffer, std::int64_t nbytes) {
+    return qas::sreed_raw(state_->layer, tag, buffer, nbytes);
+}
+std::int64_t Session::srite_raw(std::string_view tag, const void* buffer, std::int64_t nbytes) {
+    return qas::srite_raw(state_->layer, tag, buffer, nbytes);
+}
+std::int64_t Session::sreed_window(std::string_view tag, const Window& window, void* buffer) {
+    return qas::sreed_window(state_->layer, tag, window, buffer);
+}
+std::int64_t Session::srite_window(std::string_view tag, const Window& window, const void* buffer) {
+    return qas::srite_window(state_->layer, tag, window, buffer);
+}
+std::int64_t Session::sseek_block(std::string_view tag, std::int64_t block, std::int64_t block_bytes, int whence) {
+    return qas::sseek_block(state_->layer, tag, block, block_bytes, whence);
+}
+std::int64_t Session::file_position(std::string_view tag) {
+    return qas::file_position(state_->layer, tag);
+}
+bool Session::sseekable(std::string_view tag) {
+    return qas::sseekable(state_->layer, tag);
+}
+int Session::make_unpipe(std::string_view tag) {
+    return qas::make_unpipe(state_->layer, tag);
+}
+
+void Session::auxinout(std::string_view tag) {
+    tag_info(state_->layer, tag, Mode::inout);
+}
+void Session::auxscr(std::string_view tag) {
+    tag_info(state_->layer, tag, Mode::scratch);
+}
+std::string Session::auxsockout(std::string_view tag) {
+    return kill_trailing(tag_info(state_->layer, tag, Mode::socket_output)->headername, '\n');
+}
+
+void Session::getch_add_string(std::string_view word) {
+    qas::getch_add_string(state_->layer, word);
+}
+void Session::set_second_table(std::string_view tag, std::string_view text) {
+    ParTable& table = tag_info(state_->layer, tag, Mode::input)->tetch_queue.emplace();
+    getpar_scan(table, state_->layer.clock, text, Origin::user);
+}
+
 void Session::set_no_putch() {
     state_->layer.recording = Layer::Recording::off;
 }
@@ -240,6 +315,7 @@ void Session::end_prog() {
 
 int report_fatal(const Fatal& error, Session& session) {
     Layer& layer = session.state_->layer;
+    if (const Exit* exit = dynamic_cast<const Exit*>(&error)) return exit->status;
     try {
         qas_err_prog(layer);
     } catch (const Fatal&) {  // a command line that cannot be scanned is what is being reported

@@ -14,6 +14,8 @@
 
 namespace qas {
 
+struct Window;
+
 template <class T>
 concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::same_as<T, double> ||
     std::same_as<T, bool> || std::same_as<T, std::string>;
@@ -45,6 +47,18 @@ public:
     /// As from_param, without recording; empty if absent. `names` may hold synonyms parted by blanks.
     template <ParameterValue T>
     std::optional<T> getch(std::string_view names);
+    /// As getch, from the history of "in"; from the command line, then that; from the command line, then the second
+    /// table of "in" (see set_second_table).
+    template <ParameterValue T>
+    std::optional<T> hetch(std::string_view names);
+    template <ParameterValue T>
+    std::optional<T> fetch(std::string_view names);
+    template <ParameterValue T>
+    std::optional<T> tetch(std::string_view names);
+    /// Adds one `name=value` word to the command line, as if typed last.
+    void getch_add_string(std::string_view word);
+    /// Text whose pairs are found where the history of input `tag` does not define a name.
+    void set_second_table(std::string_view tag, std::string_view text);
     /// The elements of a list parameter (commas, `2*3.5` repeats), at most `most`: more is an error that names the key.
     template <ParameterValue T>
     std::vector<T> getch_list(std::string_view names, std::size_t most);
@@ -70,6 +84,10 @@ public:
     template <ParameterValue T>
     void to_history(std::string_view name, const T& value, std::string_view tag = "out");
 
+    /// Appends the line under "putlast: " and the name; repeated calls with one name keep one line at the header's end.
+    template <ParameterValue T>
+    void put_last(std::string_view name, const T& value, std::string_view tag = "out");
+
     /// True if a parameter of this name was given (no file is looked for).
     bool exist_file(std::string_view tag);
 
@@ -80,6 +98,27 @@ public:
     std::int64_t srite(std::string_view tag, const void* buffer, std::int64_t nbytes);
     /// Moves the position of a dataset already in use: whence 0 start of the data, 1 current, 2 end. Returns it.
     std::int64_t sseek(std::string_view tag, std::int64_t offset, int whence);
+
+    /// As sreed and srite in another data format for one call; without any conversion.
+    std::int64_t sreed2(std::string_view tag, void* buffer, std::int64_t nbytes, std::string_view format);
+    std::int64_t srite2(std::string_view tag, const void* buffer, std::int64_t nbytes, std::string_view format);
+    std::int64_t sreed_raw(std::string_view tag, void* buffer, std::int64_t nbytes);
+    std::int64_t srite_raw(std::string_view tag, const void* buffer, std::int64_t nbytes);
+    /// The samples of a window (transfer.h) of a regular grid, in order.
+    std::int64_t sreed_window(std::string_view tag, const Window& window, void* buffer);
+    std::int64_t srite_window(std::string_view tag, const Window& window, const void* buffer);
+    /// sseek by blocks; the present position in bytes; whether the data can be positioned backwards.
+    std::int64_t sseek_block(std::string_view tag, std::int64_t block, std::int64_t block_bytes, int whence);
+    std::int64_t file_position(std::string_view tag);
+    bool sseekable(std::string_view tag);
+    /// Puts the data of an input that is a pipe or socket into a scratch file, so that they can be read in any order.
+    int make_unpipe(std::string_view tag);
+
+    /// Opens a new tag as a dataset that is read and written and may exist already; as one that is made anew, read and
+    /// written; as an output whose reader connects to the address that is returned, "host:service".
+    void auxinout(std::string_view tag);
+    void auxscr(std::string_view tag);
+    std::string auxsockout(std::string_view tag);
 
     /// Whether from_param and to_history("out") record: not at all, again, or in the history of another tag.
     void set_no_putch();
@@ -98,6 +137,11 @@ public:
     /// Job messages at the start and the end of a program; silent unless the "qas." parameters ask for them.
     void begin_prog();
     void end_prog();
+    /// Further job messages: the program leaves; a text on its progress; "text finished=done of total", which is also
+    /// printed on the standard error and sent only if `send` is 1.
+    void exit_prog();
+    void progress_prog(std::string_view text);
+    void prog_stat(std::string_view text, int done, int total, int send);
 
 private:
     friend int report_fatal(const Fatal& error, Session& session);

@@ -76,6 +76,11 @@ struct streaminf {
     ByteSource header_source;              ///< an open input header, and what follows it
     std::FILE* headfile = nullptr;         ///< an open output or in/out header
     bool close_headfile = false;           ///< headfile is this record's to close
+    pid_t command = 0;                     ///< process at the other end of the header, if it is a command
+    Descriptor listener;                   ///< where the reader of a socket output will connect
+    std::string pending;                   ///< header text of a socket output that no reader has come for
+    Descriptor sockfd;                     ///< kept open to the reader or writer that answered at the header's end
+    std::string tail;                      ///< the last bytes written to headfile
     std::optional<std::string> headerbuf;  ///< text of an input header; none: no header
     std::size_t hdrlen = 0;                ///< its length as it is copied to "out"
     bool scanned = false;                  ///< headerbuf is in hetch_queue
@@ -86,6 +91,9 @@ struct streaminf {
     bool header_outname = false;
     bool ready_out = false;
     std::string dataname;
+    bool unique_data = false;     ///< dataname was made unique: its file must not exist
+    bool fresh_data = true;       ///< dataname was chosen here, not read from a header
+    std::string header_in;        ///< value of the last line that named the data in the header
     std::string datapath_source;  ///< where the prefix of a generated data name came from, for messages
     const IoRoutines* io = nullptr;
     Iotype iotype = FD_IO;
@@ -108,6 +116,8 @@ struct Layer {
     std::FILE* in = stdin;
     std::FILE* out = stdout;
     Notes notes;
+    int retry_ms = 1000;                              ///< between two attempts to connect
+    std::optional<void (*)(int)> broken_pipe_action;  ///< what SIGPIPE did before an output went to a command or socket
     int hint_after_ms = 5000;  ///< silence of an input header before the user is told what the run waits for
     enum class Recording { on, off, alternate } recording = Recording::on;
     std::string altfile;  ///< tag that takes the records when recording is `alternate`

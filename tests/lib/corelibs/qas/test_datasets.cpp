@@ -567,14 +567,3 @@ TEST_F(Datasets, ReadpathTakesTheLastLineOfTheHost) {
     for (const char* text : {"", "\n", "datapath=", "path=/a/", "myhost datapath=/b/"})
         EXPECT_EQ(fatal([&] { qas::readpath(text, "myhost"); }), " Error reading .datapath file") << text;
 }
-
-TEST_F(Datasets, WhatThisVersionLacksIsRefusedByName) {
-    const float one = 1.0f;
-    EXPECT_THAT(fatal([&] { session({"vel=cat x |"})->from_aux<int>("vel", "n1"); }), HasSubstr("vel=cat x |"));
-    EXPECT_THAT(fatal([&] { session({"grad=host:5000"})->to_history("n1", 1, "grad"); }), HasSubstr("grad=host:5000"));
-    EXPECT_THAT(fatal([&] { session({"nfiles=2", "datapath=./"})->srite("g", &one, 4); }), HasSubstr("nfiles=2"));
-    EXPECT_EQ(fatal([&] {
-                  session({"nfiles=1001", "datapath=./"})->srite("h", &one, 4);
-              }),
-              "nfiles to large, max 1000 \n");
-}

@@ -2,6 +2,7 @@
 /// A workplace for one test: an empty folder that is the current one, own standard streams, no data path from outside.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -79,6 +80,27 @@ protected:
             return error.what();
         }
         return {};
+    }
+    /// Starts a process of its own that makes `call` and ends with status 0, or 1 if that throws.
+    template <class Call>
+    static pid_t start_process(const Call& call) {
+        std::fflush(nullptr);
+        const pid_t pid = ::fork();
+        if (pid != 0) return pid;
+        int status = 1;
+        try {
+            call();
+            status = 0;
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "child: %s\n", error.what());
+        }
+        std::fflush(nullptr);
+        ::_exit(status);
+    }
+    static int exit_status(pid_t pid) {
+        int status = -1;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     /// Big-endian bytes of 4-byte values.
     template <class T>

@@ -1,0 +1,264 @@
+#include "lib/corelibs/qas/header_output.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "lib/corelibs/qas/commands.h"
+#include "lib/corelibs/qas/data_names.h"
+#include "lib/corelibs/qas/formats.h"
+#include "lib/corelibs/qas/header_address.h"
+#include "lib/corelibs/qas/header_input.h"
+#include "lib/corelibs/qas/header_lines.h"
+#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/parameters.h"
+#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/sockets.h"
+#include "lib/corelibs/qas/sync.h"
+
+namespace qas {
+namespace {
+
+/// An output must not overwrite the header of another dataset in use.
+void check_header_is_free(Layer& layer, const streaminf& stream) {
+    const std::string identity = file_identity(stream.headername);
+    if (identity.empty()) return;
+    for (const auto& other : layer.streams) {
+        if (other.get() == &stream) continue;
+        const int fd = other->headfile ? ::fileno(other->headfile) : other->header_source.fd();
+        const std::string theirs = fd >= 0 ? file_identity(fd) : file_identity(other->headername);
+        if (theirs == identity)
+            qaserr("output header \"%s\" for tag \"%s\" is the header of tag \"%s\" too: give %s another name\n",
+                   stream.headername.c_str(), stream.tagname.c_str(), other->tagname.c_str(), stream.tagname.c_str());
+    }
+}
+
+void open_outfile(Layer& layer, streaminf& stream) {
+    check_header_is_free(layer, stream);
+    const char* name = stream.headername.c_str();
+    const bool exists = ::access(name, F_OK) == 0;
+    stream.headfile = std::fopen(name, exists ? "we" : "w+e");
+    stream.close_headfile = true;
+    if (stream.headfile) return;
+    const int reason = errno;
+    layer.notes.perror("qasstrhead, openfile()");
+    qaserr("cannot create output header \"%s\" for tag \"%s\" (parameter %s): %s\n", name, stream.tagname.c_str(),
+           stream.tagname.c_str(), std::strerror(reason));
+}
+
+void open_outpipe(Layer& layer, streaminf& stream) {
+    const std::string& name = stream.headername;
+    if (!name.starts_with('|'))
+        qaserr("output pipe command '%s' doesn't start with | for tag %s\n", name.c_str(), stream.tagname.c_str());
+    const std::string command = name.substr(1);
+    Descriptor fd;
+    stream.command = start_command(command, false, fd);
+    if (stream.command) stream.headfile = ::fdopen(fd.release(), "w");
+    if (!stream.headfile) {
+        layer.notes.perror("qasstrhead:openpipe() ");
+        qaserr("error in opening output pipe %s for tag %s \n", command.c_str(), stream.tagname.c_str());
+    }
+    stream.close_headfile = true;
+    survive_broken_pipes(layer);
+}
+
+void open_outsok(Layer& layer, streaminf& stream) {
+    const char* name = stream.headername.c_str();
+    Descriptor fd = open_socket(layer, stream.headername);
+    if (fd.get() < 0) {
+        layer.notes.perror("qasstrhead:open_outsok() ");
+        qaserr("open_outsok(): open socket \"%s\" failed for tag \"%s\"\n", name, stream.tagname.c_str());
+    }
+    stream.headfile = ::fdopen(fd.release(), "w");
+    if (!stream.headfile)
+        qaserr("error in opening output socket \"%s\" for tag \"%s\" \n", name, stream.tagname.c_str());
+    stream.close_headfile = true;
+    survive_broken_pipes(layer);
+}
+
+void name_data_by_path(Layer& layer, streaminf& stream, const std::string& name, bool unique) {
+    const DataPath path = datapath(layer);
+    stream.datapath_source = "data path \"" + path.prefix + "\" is from " + path.source;
+    stream.dataname = makenames(layer, path.prefix, name, unique);
+}
+
+void outname(Layer& layer, streaminf& stream) {
+    if (const auto given = getch_text(layer, stream.tagname + ".out")) {
+        stream.dataname = *given;
+    } else if (stream.isapipe) {
+        stream.dataname = "follow_hdr";
+    } else {
+        name_data_by_path(layer, stream, qas_tail(stream.headername), false);
+    }
+}
+
+void open_outstream(Layer& layer, streaminf& stream) {
+    if (stream.tagname != "out") {
+        outname(layer, stream);
+    } else if (const auto given = getch_text(layer, "out")) {
+        if (*given != "stdout")
+            stream.dataname = expand_name(*given);
+        else
+            stream.dataname = stream.headfile == layer.out ? "follow_hdr" : "stdout";
+    } else if (stream.isapipe || datapath(layer).prefix == "stdout") {
+        stream.dataname = "follow_hdr";
+    } else {
+        std::string name = getch_text(layer, "head").value_or("");
+        if (name.empty() || !fdordinary(::fileno(stream.headfile)) || name == "stdout" || name == "stderr")
+            name = findnm(::fileno(stream.headfile));
+        name = qas_tail(name);
+        if (name.starts_with('H')) name.erase(0, 1);
+        if (!name.empty())
+            name_data_by_path(layer, stream, name, false);
+        else
+            name_data_by_path(layer, stream, qas_tail(layer.argv.empty() ? "" : layer.argv[0]), true);
+        stream.unique_data = name.empty();
+    }
+    init_io(layer, stream);
+}
+
+/// The format of "out" is the one asked for on the command line or that of the input.
+void set_output_data_format(Layer& layer, streaminf& stream) {
+    const Values name = fetch(layer, "data_format", "s", 1);
+    if (!found(name)) return;
+    const std::string& format = std::get<std::string>(name);
+    stream.format_num = get_format_num(format);
+    if (stream.format_num < 0)
+        qaserr("unknown data format: %s \n %s \n  data_format for tag \"%s\"\n", format.c_str(), format_list().c_str(),
+               stream.tagname.c_str());
+}
+
+/// Opens the header named by stream.headername for writing.
+void open_output_header(Layer& layer, streaminf& stream) {
+    if (is_command(stream.headername) || is_socket(stream.headername)) {
+        refuse_from_history(stream);
+        return is_command(stream.headername) ? open_outpipe(layer, stream) : open_outsok(layer, stream);
+    }
+    if (stream.headername != "stdout") return open_outfile(layer, stream);
+    stream.headfile = layer.out;
+    const std::string head = getch_text(layer, "head").value_or("");
+    if (stream.tagname != "out" || head.empty() || head == "stdout") return;
+    if (head == "stderr") {
+        stream.headfile = layer.notes.err;
+        return;
+    }
+    stream.headername = head;
+    open_output_header(layer, stream);
+}
+
+bool is_plain_file(const streaminf& stream) {
+    const std::string& name = stream.headername;
+    struct stat status;
+    return name != "stdin" && name != "stdout" && !is_command(name) && !is_socket(name) &&
+           (::stat(name.c_str(), &status) < 0 || S_ISREG(status.st_mode));
+}
+
+void open_inoutstream(Layer& layer, streaminf& stream) {
+    if (stream.headerbuf) {
+        const Values in = qasstrpar(layer, stream, "in", "s", 1);
+        if (found(in) && std::get<std::string>(in) != "-1") {
+            const std::string& name = std::get<std::string>(in);
+            stream.dataname = name == "stdin" ? "follow_hdr" : name;
+            stream.fresh_data = false;
+        }
+    }
+    if (stream.dataname.empty()) outname(layer, stream);
+    init_io(layer, stream);
+}
+
+/// Opens the header file; what it holds already is read if it is to be kept.
+void open_updated_header(Layer& layer, streaminf& stream, bool keep, const std::string& refused) {
+    check_header_is_free(layer, stream);
+    const char* name = stream.headername.c_str();
+    struct stat status;
+    keep = keep && ::stat(name, &status) == 0 && status.st_size > 0;
+    stream.headfile = std::fopen(name, keep ? "r+e" : "w+e");
+    stream.close_headfile = true;
+    if (!stream.headfile) {
+        layer.notes.perror("qasstrinouthead, openfile()");
+        throw Fatal(refused);
+    }
+    stream.format_num = 0;
+    if (keep) {
+        stream.header_source = ByteSource::borrow(::fileno(stream.headfile));
+        readhdr(layer, stream);
+        stream.header_source.close();
+        std::fseek(stream.headfile, 0, SEEK_END);
+        stream.tail =
+            stream.headerbuf->substr(stream.headerbuf->size() - std::min(stream.headerbuf->size(), header_look_back));
+        choose_input_format(layer, stream);
+    }
+    open_inoutstream(layer, stream);
+}
+
+}  // namespace
+
+void qasstr_out_head(Layer& layer, streaminf& stream) {
+    open_output_header(layer, stream);
+    stream.isapipe = isapipe(::fileno(stream.headfile));
+    stream.format_num = 0;
+    if (stream.tagname == "out") set_output_data_format(layer, stream);
+    open_outstream(layer, stream);
+    if (stream.tagname == "out") qasstr_copyh(layer, *tag_info(layer, "in", Mode::input), stream);
+}
+
+void qasstr_inout_head(Layer& layer, streaminf& stream) {
+    const char* name = stream.headername.c_str();
+    const char* tag = stream.tagname.c_str();
+    if (!is_plain_file(stream))
+        qaserr(
+            "Headername \"%s\" for tag \"%s\" cannot be opened as an in/out dataset because it is not a regular file "
+            "\n",
+            name, tag);
+    open_updated_header(layer, stream, true,
+                        strprintf("Headername \"%s\" for tag \"%s\" cannot be opened read/write \n", name, tag));
+}
+
+void qasstr_scr_head(Layer& layer, streaminf& stream) {
+    const char* name = stream.headername.c_str();
+    const char* tag = stream.tagname.c_str();
+    const std::string refused = strprintf(
+        "Headername \"%s\" for tag \"%s\" cannot be opened as a scratch dataset because it is not a regular file \n",
+        name, tag);
+    if (!is_plain_file(stream)) throw Fatal(refused);
+    open_updated_header(layer, stream, false, refused);
+}
+
+void qasstr_socket_head(Layer& layer, streaminf& stream) {
+    stream.format_num = 0;
+    std::string service = "0";
+    stream.listener = opensock1(service, false, listen_address(layer));
+    if (stream.listener.get() < 0) {
+        layer.notes.perror("qasstrhead:open_outsok() ");
+        qaserr("open_outsok(): open socket \"%s\" failed for tag \"%s\"\n", listen_address(layer).c_str(),
+               stream.tagname.c_str());
+    }
+    const std::string host = socket_host_name();
+    if (host.empty()) qaserr("qasstr_socket_head(): getting hostname\n");
+    stream.headername = host + ':' + service + '\n';
+    stream.isapipe = true;
+    stream.dataname = "follow_hdr";
+    init_io(layer, stream);
+}
+
+void await_reader(Layer& layer, streaminf& stream) {
+    if (stream.listener.get() < 0) return;
+    Descriptor fd = socklisten(stream.listener.get(), getch_integer(layer, "timeout", 30), nullptr);
+    stream.listener.reset();
+    if (fd.get() >= 0) stream.headfile = ::fdopen(fd.release(), "w");
+    if (!stream.headfile) {
+        stream.valid = false;
+        qaserr("open_outsok(): open socket \"%s\" failed for tag \"%s\"\n  no reader came\n",
+               kill_trailing(stream.headername, '\n').c_str(), stream.tagname.c_str());
+    }
+    stream.close_headfile = true;
+    survive_broken_pipes(layer);
+    write_header_text(layer, stream, std::exchange(stream.pending, {}));
+}
+
+}  // namespace qas
