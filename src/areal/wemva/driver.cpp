@@ -54,7 +54,8 @@ struct Solver {
           bounds(nmax),
           iwa(solver::iwa_size(nmax)) {}
     void call() {
-        solver::setulb(n, m, x, bounds.l, bounds.u, bounds.nbd, fun, g, factr, pgtol, wa, iwa, task, iprint, csave, lsave, isave, dsave);
+        solver::setulb(n, m, x, bounds.l, bounds.u, bounds.nbd, fun, g, factr, pgtol, wa, iwa, task, iprint, csave,
+                       lsave, isave, dsave);
     }
 };
 
@@ -122,9 +123,9 @@ void set_relative_bounds(qas::Session& session, std::span<const double> start, B
     std::ranges::transform(start, bounds.u.begin(), [&](double x) { return static_cast<double>(p_up) * x; });
 }
 
-/// Bounds of slowness: those asked for; or, where the first step is to be scaled or the gradient is exact, a tenth to ten
-/// times the start model, which the solver needs to take a first step of the gradient's size and to stay with physical
-/// models; or none.
+/// Bounds of slowness: those asked for; or, where the first step is to be scaled or the gradient is exact, a tenth to
+/// ten times the start model, which the solver needs to take a first step of the gradient's size and to stay with
+/// physical models; or none.
 Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
     constexpr int both = 2;
     Bounds bounds(start.size());
@@ -149,8 +150,8 @@ void check_trial_model(std::span<const double> x, int titer) {
     const auto wrong = std::ranges::count_if(x, [](double s) { return !(s > 0.0); });
     if (wrong == 0) return;
     refuse(
-        "evaluation %d: %lld of %zu samples of the trial model are not positive (least %g): the step has left the range "
-        "of physical models; set bounds, or firststep=0.03, or both",
+        "evaluation %d: %lld of %zu samples of the trial model are not positive (least %g): the step has left the "
+        "range of physical models; set bounds, or firststep=0.03, or both",
         titer, static_cast<long long>(wrong), x.size(), *std::ranges::min_element(x));
 }
 
@@ -171,11 +172,14 @@ void warn_of_first_step(const Solver& state, std::span<const double> x) {
             largest = std::max(largest, std::abs(g) / std::sqrt(size) / x[i]);
     }
     if (bounded && moved > 0 && at_bound > moved - moved / 10)
-        warn("the first trial will put %zu of %zu variables on a bound; firststep=0.03 would scale it to 3 %% of slowness",
-             at_bound, moved);
+        warn(
+            "the first trial will put %zu of %zu variables on a bound; firststep=0.03 would scale it to 3 %% of "
+            "slowness",
+            at_bound, moved);
     if (!bounded && largest > 0.5)
-        warn("the first trial will change slowness by up to %.3g times its value; firststep=0.03 would scale it to 3 %%",
-             largest);
+        warn(
+            "the first trial will change slowness by up to %.3g times its value; firststep=0.03 would scale it to 3 %%",
+            largest);
 }
 
 /// The constant that makes the first trial change no sample by more than firststep of its slowness.
@@ -278,8 +282,7 @@ void invert(qas::Session& session) {
     if (par.vspl)
         refuse(
             "vspl: the spline-only path reads the axes of vel and the knots, and then there is nothing to invert; "
-            "leave "
-            "vspl out");
+            "leave vspl out");
     const int mmax = session.from_param<int>("mmax", 10);
     check_size(par, mmax);
     std::optional<base_spln2d> spline;
