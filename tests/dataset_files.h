@@ -116,7 +116,8 @@ struct Outcome {
     std::string out, err;
 };
 
-/// Runs a program of the build in `directory`, its standard input empty. `environment` goes before the program.
+/// Runs a program of the build in `directory`, its standard input empty. `environment` goes before the program. Its
+/// threads wait asleep: tests share the processors.
 inline Outcome run_program(const std::string& program, const std::vector<std::string>& arguments,
                            const std::string& directory, const std::string& environment = "") {
     const auto quoted = [](const std::string& text) {
@@ -128,8 +129,8 @@ inline Outcome run_program(const std::string& program, const std::vector<std::st
         result.push_back('\'');
         return result;
     };
-    std::string command =
-        "cd" + quoted(directory) + " && exec env " + environment + quoted(std::string(MORVANE_BIN_DIR) + "/" + program);
+    std::string command = "cd" + quoted(directory) + " && exec env OMP_WAIT_POLICY=passive " + environment +
+                          quoted(std::string(MORVANE_BIN_DIR) + "/" + program);
     for (const std::string& argument : arguments) command += quoted(argument);
     command += " < /dev/null > .stdout 2> .stderr";
     const int result = std::system(command.c_str());

@@ -57,8 +57,7 @@ void check_knots(const char* letter, const Axis& knots, const Axis& image) {
     if (knots.o - reach > image.o || end_of(knots) + reach < end_of(image))
         warn(
             "n%sk=%d d%sk=%g o%sk=%g: the knots reach from %g to %g, the image from %g to %g; the gradient is zero "
-            "where "
-            "no knot reaches",
+            "where no knot reaches",
             letter, knots.n, letter, knots.d, letter, knots.o, knots.o - reach, end_of(knots) + reach, image.o,
             end_of(image));
 }
@@ -131,8 +130,7 @@ void check_offsets(const Parms& par) {
     else if (widest > largest * 1.00001f)
         warn(
             "%s=%d %s=%g %s=%g: the axis is not symmetric and its weights are relative to its largest value %g, so "
-            "that "
-            "they reach %g; an odd %s makes it symmetric",
+            "that they reach %g; an odd %s makes it symmetric",
             key.n, axis.n, key.d, axis.d, key.o, axis.o, largest, std::pow(widest / largest, par.expdso), key.n);
 }
 
@@ -145,8 +143,7 @@ void check_model_window(const Parms& par) {
     if (first < 1 || last > par.v.xm.n)
         refuse(
             "the image takes columns %lld to %lld of vel, which has n1=%d: its trace interval d1=%g must be that of "
-            "rec, "
-            "d1=%g",
+            "rec, d1=%g",
             static_cast<long long>(first), static_cast<long long>(last), par.v.xm.n, par.v.xm.d, par.rec.h.d);
     if (par.v.xm.d != par.img.xm.d)
         warn(
@@ -156,8 +153,7 @@ void check_model_window(const Parms& par) {
     if (const float off = quotient - std::floor(quotient); off > 1e-3f)
         warn(
             "the image starts %.6g columns into vel (o1=%.9g of the image, o1=%.9g of vel): column %lld is taken, and "
-            "the "
-            "model moves by the rest",
+            "the model moves by the rest",
             quotient, par.img.xm.o, par.v.xm.o, static_cast<long long>(first));
 }
 
@@ -171,8 +167,7 @@ void check_shot_windows(const Parms& par, int width) {
         if (first < 1 || last > par.img.xm.n)
             refuse(
                 "shot %d of %d: its window is columns %lld to %lld of an image of %d columns; d4=%g o4=%g in the "
-                "header "
-                "of rec must be such that the shots move up the line by whole traces of d1=%g",
+                "header of rec must be such that the shots move up the line by whole traces of d1=%g",
                 shot, par.rec.xd.n, static_cast<long long>(first), static_cast<long long>(last), par.img.xm.n,
                 par.rec.xd.d, par.rec.xd.o, par.rec.h.d);
     }
@@ -301,8 +296,7 @@ void check_depths(const Parms& par) {
     if (par.zmin != top)
         warn(
             "zmin=%g is not the top of the model, o3=%g: depth rows are taken one to one, so that the image is "
-            "labelled "
-            "%g too deep",
+            "labelled %g too deep",
             par.zmin, top, static_cast<double>(par.zmin) - top);
     if (par.nzmax != par.nz)
         refuse("zmin=%g zmax=%g: %d levels from zmin and %d from the top of the model, o3=%g: zmin must be the top",
@@ -423,8 +417,7 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
     if (bad > 0)
         refuse(
             "vel: %lld of %zu samples within the image are not positive and finite, the first in column %lld, level "
-            "%lld "
-            "(%g): the dataset must hold slowness, greater than 0",
+            "%lld (%g): the dataset must hold slowness, greater than 0",
             static_cast<long long>(bad), samples.size(), static_cast<long long>(first % vel0.n[0] + 1),
             static_cast<long long>(first / vel0.n[0] + 1),
             static_cast<double>(samples[static_cast<std::size_t>(first)]));
@@ -435,8 +428,7 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
     if (frequency > 0.0 && (cycles > 2.0 || cycles < 1e-4))
         warn(
             "vel holds values of %g to %g: as slowness they make %.3g cycles a depth step d3=%g at the highest "
-            "frequency "
-            "%g; do the units agree, and is it slowness, not velocity?",
+            "frequency %g; do the units agree, and is it slowness, not velocity?",
             least, most, cycles, par.v.z.d, frequency);
 
     if (!par.pspi() || par.lloyd || par.nref < 2) return;
@@ -450,13 +442,11 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
     if (fast_levels > 0)
         warn(
             "vsal=%g: at %lld of %lld levels no velocity lies below it, so that only the last of nrefvel=%d references "
-            "is "
-            "one of the level",
+            "is one of the level",
             par.vsal, static_cast<long long>(fast_levels), static_cast<long long>(vel0.n[1]), par.nref);
     else if (fast > 0 && par.nref == 2)
         warn(
             "nrefvel=2: %lld samples lie at or above vsal=%g and take one reference; the other is the smallest "
-            "velocity of "
-            "the level",
+            "velocity of the level",
             static_cast<long long>(fast), par.vsal);
 }
