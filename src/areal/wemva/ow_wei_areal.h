@@ -66,3 +66,27 @@ void owdso(const Parms& par, bool adj, View<float, 3> wgcig, std::span<const flo
 /// @param wgcig (img.xm.n, nsecdim, img.z.n) in
 /// @param odcig same shape, overwritten
 void owsmooth(const Parms& par, View<const float, 3> wgcig, View<float, 3> odcig);
+
+// The rest of the family of image filters; no run calls them. Gathers have the shapes of owsmooth.
+
+/// Moving average along midpoint over 2 h + 1 samples, h = nxfilt / 2, divided by nxfilt; recursive, since it runs in
+/// place in rising order, and leaving h samples at each end alone. adj true fills wgcig from ofcig, adj false ofcig
+/// from wgcig, both by the same filter: not a transpose. nxfilt below 1 copies.
+void owxwht(const Parms& par, bool adj, View<float, 3> wgcig, View<float, 3> ofcig);
+
+/// Multiply each depth trace by the average of its magnitude over 9 samples; recursive as owxwht, and the bare
+/// magnitude in the 4 samples at each end.
+void owzwht(View<float, 3> wgcig);
+
+/// Multiply depth slice iz = 1, 2, ... by iz ** zwgt. With zwgt not given that overflows below the first slice.
+void owzlinwht(const Parms& par, View<float, 3> wgcig);
+
+/// Filter each depth trace by minus exp(sqrt(i |kz|)) in its spectrum: a phase of sqrt(|kz| / 2), and a gain that grows
+/// by the exponential of the same. Writes the spectral factors to standard error. Reads img.z.n and kz.all.
+void owzphase(const Parms& par, View<float, 3> wgcig);
+
+/// Replace the gathers by (a + e)^2: e the envelope of each depth trace at half amplitude, smoothed by triangle3 of tc2
+/// and tc1, 1 where it is zero, and a its maximum. The smoothing takes each midpoint's panel, which is stored depth
+/// fastest, for one of nsecdim by img.z.n: its first axis, smoothed by tc1, is a stretch of nsecdim depths, its second,
+/// by tc2, goes on from stretch to stretch and trace to trace.
+void owenvelope(const Parms& par, View<float, 3> b_image);

@@ -82,3 +82,76 @@ TEST(Owdso, IsItsOwnAdjoint) {
     owdso(p, true, b, pick);
     EXPECT_TRUE(std::ranges::equal(a.flat(), b.flat()));
 }
+
+namespace {
+
+Array<float, 3> random_gather(Extents<3> n) {
+    Array<float, 3> image(n);
+    std::ranges::copy(random_vector<float>(image.flat().size(), 6), image.flat().begin());
+    return image;
+}
+
+}  // namespace
+
+TEST(Owxwht, RecursiveAverageAlongMidpoint) {
+    for (const int nxfilt : {1, 3, 4, 9, 20, 0, -3}) {
+        SCOPED_TRACE(nxfilt);
+        Parms p;
+        p.nxfilt = nxfilt;
+        const Array<float, 3> image = random_gather({9, 2, 3});
+        Array<float, 3> in = image, out({9, 2, 3});
+        out.fill(7.0f);
+        owxwht(p, false, in, out);
+        const int nh = nxfilt > 0 ? nxfilt / 2 : 99;
+        for (int iz = 0; iz < 3; ++iz)
+            for (int ih = 0; ih < 2; ++ih) {
+                std::vector<double> line;
+                for (int ix = 0; ix < 9; ++ix) line.push_back(image(ix, ih, iz));
+                for (int ix = nh; ix < 9 - nh; ++ix) {  // in place: samples below have been averaged
+                    double sum = 0;
+                    for (int k = ix - nh; k <= ix + nh; ++k) sum += line[static_cast<std::size_t>(k)];
+                    line[static_cast<std::size_t>(ix)] = sum / nxfilt;
+                }
+                for (int ix = 0; ix < 9; ++ix) EXPECT_NEAR(out(ix, ih, iz), line[static_cast<std::size_t>(ix)], 1e-6);
+            }
+        Array<float, 3> back({9, 2, 3});
+        owxwht(p, true, back, in);
+        EXPECT_TRUE(std::ranges::equal(back.flat(), out.flat())) << "adj exchanges input and output";
+    }
+}
+
+TEST(Owzwht, WeightsByTheAveragedMagnitude) {
+    for (const int nz : {1, 3, 8, 9, 20}) {
+        SCOPED_TRACE(nz);
+        const Array<float, 3> image = random_gather({2, 3, nz});
+        Array<float, 3> out = image;
+        owzwht(out);
+        for (int ih = 0; ih < 3; ++ih)
+            for (int ix = 0; ix < 2; ++ix) {
+                std::vector<double> temp;
+                for (int iz = 0; iz < nz; ++iz) temp.push_back(std::abs(image(ix, ih, iz)));
+                for (int iz = 5; iz <= nz - 4; ++iz) {
+                    double sum = 0;
+                    for (int k = iz - 4; k <= iz + 4; ++k) sum += temp[static_cast<std::size_t>(k - 1)];
+                    temp[static_cast<std::size_t>(iz - 1)] = sum / 9;
+                }
+                for (int iz = 0; iz < nz; ++iz)
+                    EXPECT_NEAR(out(ix, ih, iz), image(ix, ih, iz) * temp[static_cast<std::size_t>(iz)], 1e-6);
+            }
+    }
+}
+
+TEST(Owzlinwht, WeightsByTheDepthNumber) {
+    Parms p;
+    p.zwgt = 2.0f;
+    Array<float, 3> image({2, 2, 3});
+    image.fill(2.0f);
+    owzlinwht(p, image);
+    for (int iz = 0; iz < 3; ++iz)
+        for (const float v : image.view().slice(iz).flat())
+            EXPECT_EQ(v, 2.0f * static_cast<float>((iz + 1) * (iz + 1)));
+    p.zwgt = 99999.0f;
+    owzlinwht(p, image);
+    EXPECT_EQ(image(0, 0, 0), 2.0f);
+    EXPECT_TRUE(std::isinf(image(0, 0, 1))) << "not given: overflows";
+}

@@ -1,0 +1,18 @@
+#pragma once
+#include <span>
+
+#include "lib/class/helix.h"
+
+/// Diagonal operator: d = mask m; its own transpose. All of one size.
+int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d);
+
+/// Smooth along dips by niter conjugate-direction steps, S = polynomial division by `filt`.
+/// Without a mask: min over m of |S m - slow0|^2 + eps^2 |m|^2. With one: min of |m - slow0|^2 + eps^2 |S m|^2, the
+/// gradients of m multiplied by the mask, so that a sample whose mask is 0 stays 0.
+/// @param slow  out: the m found; not S m
+/// @param slow0 data, of one size with slow and mask
+/// @param mask  or empty
+/// Reports each iteration on standard error. Ends the run with "cgstep: grad vanishes identically" if slow0, or its
+/// part that the mask leaves, is zero.
+void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int niter, std::span<float> slow,
+              std::span<const float> slow0);
