@@ -7,8 +7,14 @@
 int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d);
 
 /// Smooth along dips by niter conjugate-direction steps, S = polynomial division by `filt`.
-/// Without a mask: min over m of |S m - slow0|^2 + eps^2 |m|^2. With one: min of |m - slow0|^2 + eps^2 |S m|^2, the
-/// gradients of m multiplied by the mask, so that a sample whose mask is 0 stays 0.
+///
+/// Without a mask: min over m of |S m - slow0|^2 + eps^2 |m|^2.
+///
+/// With a mask J, the steps reduce |m - slow0|^2 + eps^2 |S m|^2, and a sample whose mask is 0 stays 0. The division
+/// runs over what the gradient held (see polydiv_lop), so that the steps go along J S' (m - slow0 + eps^2 S m) rather
+/// than along the gradient J (m - slow0 + eps^2 S'S m), and settle above the minimum.
+///
+/// Steps beyond convergence gain nothing: rounding moves the result away again.
 /// @param slow  out: the m found; not S m
 /// @param slow0 data, of one size with slow and mask
 /// @param mask  or empty

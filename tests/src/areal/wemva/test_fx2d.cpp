@@ -7,8 +7,9 @@
 #include <numbers>
 #include <vector>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/fx2d.h"
+#include "tests/dataset_files.h"
 #include "tests/dot_test.h"
 
 namespace {
@@ -263,6 +264,39 @@ TEST(Fx2dFit, CutsPatchesAndCoversThePanel) {
     }
     EXPECT_THROW(fx2d_fit({15, 10, 5, 1, 1, 20}, 20, 40), qas::Fatal) << "nothing kept beside the margins";
     EXPECT_THROW(fx2d_fit({0, 10, 5, 1, 1, 20}, 20, 40), qas::Fatal);
+}
+
+TEST(Fx2d, WritesItsFilters) {
+    const files::TempDir dir;
+    qas::Session session({"test", "oper-fxdecon.H=" + (dir / "filters"), "datapath=" + dir.text() + "/"});
+    const int nx = 2, nh = 12, nz = 16;
+    const FxDesign d{nz, nh, 4, 1, 2, 0.5f};
+    const Array<float, 3> image = random_gather({nx, nh, nz});
+    Array<float, 3> out(image.n());
+    fx2d_lop(d, image, out, &session);
+    fx2d_lop(d, image, out, &session);
+    const std::string header = files::read_text(dir / "filters");
+    for (const auto& [key, value] : {std::pair{"n1", "16"}, {"n2", "4"}, {"n3", "2"}, {"n4", "2"}, {"esize", "4"}})
+        EXPECT_EQ(files::header_value(header, key), value) << key;
+    const std::vector<float> filters = files::read_dataset(dir / "filters");
+    const std::size_t panel = 16 * 4;
+    ASSERT_EQ(filters.size(), 2 * 2 * 2 * panel) << "calls, midpoints, patches";
+    EXPECT_TRUE(std::equal(filters.begin(), filters.begin() + panel, filters.begin() + panel))
+        << "one place, one filter";
+    EXPECT_FALSE(std::equal(filters.begin(), filters.begin() + panel, filters.begin() + 2 * panel));
+    // the last offset is predicted from below alone: the error filter's prediction, circular along depth
+    for (int ix = 0; ix < nx; ++ix) {
+        const float* const rfilter = filters.data() + static_cast<std::size_t>(ix) * 2 * panel;
+        EXPECT_EQ(rfilter[0], 1.0f);
+        for (int i = 1; i < nz; ++i) EXPECT_EQ(rfilter[i], 0.0f);
+        for (int iz = 0; iz < nz; ++iz) {
+            double predicted = 0;
+            for (int k = 1; k < 4; ++k)
+                for (int j = 0; j < nz; ++j)
+                    predicted -= rfilter[k * nz + j] * image(ix, nh - 1 - k, (iz - j + nz) % nz);
+            EXPECT_NEAR(out(ix, nh - 1, iz), predicted, 1e-5);
+        }
+    }
 }
 
 TEST(Owscale, EachDepthByItsLargestMagnitude) {
