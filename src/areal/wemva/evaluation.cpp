@@ -7,10 +7,12 @@
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
+#include "lib/class/geodip.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
 #include "src/areal/wemva/ow_wei_areal.h"
+#include "src/areal/wemva/truncate.h"
 
 namespace {
 
@@ -181,7 +183,8 @@ double value(const Parms& par, const EvaluationArrays& arrays) {
 EvaluationArrays::EvaluationArrays(const Parms& par)
     : model({par.img.xm.n, par.img.z.n}),
       b_image({par.img.xm.n, par.nsecdim, par.img.z.n}),
-      r_image(par.l1norm ? Array<float, 3>({par.img.xm.n, par.nsecdim, par.img.z.n}) : Array<float, 3>()),
+      r_image(par.l1norm || par.nxfilt != not_given ? Array<float, 3>({par.img.xm.n, par.nsecdim, par.img.z.n})
+                                                    : Array<float, 3>()),
       deltai({par.kxm.n, par.nsecdim, par.img.z.n}),
       vel({par.kxm.n, par.img.z.n}),
       deltas({par.kxm.n, par.img.z.n}),
@@ -222,12 +225,23 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
                      column_int(iter, 4));
 }
 
+FxDesign fx2d_design(const Parms& par) {
+    FxDesign design;
+    design.k1 = truncate(static_cast<float>(par.nz) * 1.5f / 6.0f);
+    design.k2 = truncate(static_cast<float>(par.img.xm.n) * 1.5f / 46.0f);
+    return design;
+}
+
 void form_residual(const Inversion& run, EvaluationArrays& arrays) {
     const Parms& par = run.par;
     constexpr bool forward = false, adjoint = true;
     keep_columns(par, arrays.b_image);
     if (par.normalise) arrays.image = arrays.b_image;
     owdso(par, forward, arrays.b_image, run.pick1);
+    if (par.nxfilt != not_given) {
+        fx2d_lop(fx2d_design(par), arrays.b_image, arrays.r_image, run.panels ? &run.session : nullptr);
+        std::ranges::copy(arrays.r_image.flat(), arrays.b_image.flat().begin());
+    }
     if (par.l1norm) {
         owsmooth(par, arrays.b_image, arrays.r_image);
         if (par.exact()) (par.normalise ? arrays.weighted : arrays.image) = arrays.b_image;
@@ -302,6 +316,10 @@ void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::spa
         base_spln2d_oper(*run.spline, adjoint, fresh, arrays.gspl, g);
         base_spln2d_oper(*run.spline, forward, fresh, arrays.gspl, g);
         finish2 = owexec_time();
+    }
+    if (run.par.dipflt) {
+        const std::vector<float> pick = run.pick1.empty() ? std::vector<float>() : owgeodip_init(run.pick1);
+        ow_geodip(run.session, run.par.img.z, run.par.img.xm, run.par.frame, pick, {g.data(), arrays.model.n()});
     }
     print_extremes(g);
     run.listing.line(right_justified("SMOOTHED GRADIENT IN ", 29) + minutes(start2, finish2, 10));

@@ -8,6 +8,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/base_spline_mod.h"
 #include "src/areal/wemva/depth_step.h"
+#include "src/areal/wemva/fx2d.h"
 #include "src/areal/wemva/ow_fftw_areal.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 #include "src/areal/wemva/text_log.h"
@@ -30,7 +31,7 @@ struct Inversion {
 struct EvaluationArrays {
     Array<float, 2> model;                ///< (img.xm.n, img.z.n) the slowness in single precision
     Array<float, 3> b_image;              ///< (img.xm.n, nsecdim, img.z.n) stacked image, then image residual
-    Array<float, 3> r_image;              ///< same shape; only with l1norm
+    Array<float, 3> r_image;              ///< same shape; only with l1norm or nxfilt
     Array<float, 3> deltai;               ///< (kxm.n, nsecdim, img.z.n) one shot's image, or residual in its window
     Array<float, 2> vel, deltas, illum;   ///< (kxm.n, img.z.n) one shot's slowness, its update, its illumination
     Array<float, 2> scats, illumination;  ///< (img.xm.n, img.z.n) sums of deltas and of illum over shots
@@ -47,8 +48,11 @@ struct EvaluationArrays {
 /// starts.
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
 
-/// Turns the stacked image in `arrays.b_image` into the residual: weight, reweighting with l1norm, weight again; with
-/// the exact gradient also zero outside the columns that count.
+/// Patches of the prediction that `nxfilt` switches on: fixed but for their numbers, which follow the image.
+FxDesign fx2d_design(const Parms& par);
+
+/// Turns the stacked image in `arrays.b_image` into the residual: weight, prediction across offset with nxfilt,
+/// reweighting with l1norm, weight again; with the exact gradient also zero outside the columns that count.
 void form_residual(const Inversion& run, EvaluationArrays& arrays);
 
 /// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. In the
@@ -65,8 +69,8 @@ void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, dou
 /// "rec" and "sou" again.
 void back_project(const Inversion& run, EvaluationArrays& arrays);
 
-/// Projects the gradient on the spline knots, if there are any: g = B B' g. Not in the exact mode, where the knot
-/// coefficients are the variables.
+/// Projects the gradient on the spline knots, if there are any, g = B B' g, then smooths it along dips with dipflt. Not
+/// in the exact mode, where the knot coefficients are the variables.
 /// @param g (img.xm.n img.z.n) in place
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g);
 

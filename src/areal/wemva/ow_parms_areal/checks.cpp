@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "lib/class/ow_steer_parms.h"
+#include "src/areal/wemva/evaluation.h"
+#include "src/areal/wemva/fx2d.h"
 #include "src/areal/wemva/messages.h"
 #include "src/areal/wemva/truncate.h"
 
@@ -15,6 +18,7 @@ namespace {
 
 constexpr int most_columns = 1 << 24;  // beyond it a float no longer counts every column
 constexpr int most_threads = 1024;
+constexpr int most_frame = 1 << 20;
 constexpr int most_references = 1000;
 constexpr double most_coefficients = 1e8;
 constexpr std::int64_t most_samples = 2147483647;
@@ -252,13 +256,6 @@ int largest_prime_factor(int n) {
     return std::max(largest, n);
 }
 
-void refuse_unbuilt(const Parms& par, qas::Session& session) {
-    if (par.dipflt) refuse("dipflt=yes: dip filtering of the gradient is not available in this version");
-    if (par.nxfilt != not_given)
-        refuse("nxfilt=%d: f-x prediction on the image residual is not available in this version", par.nxfilt);
-    if (session.exist_file("maskout")) refuse("maskout: this output is not available in this version");
-}
-
 void check_axes(const Parms& par, qas::Session& session) {
     for (const HeaderAxis& a : {
              HeaderAxis{"rec", 1, par.rec.h, 1, true},
@@ -316,6 +313,22 @@ void check_depths(const Parms& par) {
     if (par.nz == 1) warn("zmin=%g zmax=%g: one depth level only, so nothing is imaged; give zmax", par.zmin, par.zmax);
 }
 
+/// The dip filter's keys and dips against the image; what the prediction's patches were fitted to.
+void check_conditioning(const Parms& par, qas::Session& session) {
+    if (par.dipflt) {
+        if (par.frame < 0 || par.frame > most_frame)
+            refuse("frame=%d: permitted are 0 to %d rows", par.frame, most_frame);
+        Axis z = par.v.z;
+        z.n = par.nz;
+        z.o = par.zmin;
+        owsteer_check(session, z, par.img.xm);
+    }
+    if (par.nxfilt != not_given) {
+        const int second = par.timeshift ? par.img.th.n : par.img.sh.n;
+        for (const std::string& note : fx2d_fit(fx2d_design(par), par.nz, second).notes) warn("%s", note.c_str());
+    }
+}
+
 /// The keys of the exact gradient and of the first step.
 void check_exact(const Parms& par, qas::Session& session) {
     if (par.gradient != "described" && par.gradient != "exact")
@@ -340,8 +353,8 @@ void check_exact(const Parms& par, qas::Session& session) {
 }
 
 void check_settings(const Parms& par, qas::Session& session) {
-    refuse_unbuilt(par, session);
     check_exact(par, session);
+    check_conditioning(par, session);
     if (par.node != node_default && (par.node < 1 || par.node > most_threads))
         refuse("node=%d: permitted are 1 to %d threads (and %d: as many as the runtime gives)", par.node, most_threads,
                node_default);

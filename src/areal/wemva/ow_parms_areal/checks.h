@@ -5,9 +5,6 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 
-/// Ends the run if a key asks for something that this version does not have.
-void refuse_unbuilt(const Parms& par, qas::Session& session);
-
 /// Axes as read from the headers: counts, steps, finite numbers, sizes against those of the data files; the margins.
 void check_axes(const Parms& par, qas::Session& session);
 

@@ -436,12 +436,16 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
          [](TinySurvey& s) { set(s, "nxk", "4"), set(s, "dzk", "0"); }},
         {"nxk=20000 nzk=20000: 4e+08 spline coefficients, at most 1e8 are permitted\n",
          [](TinySurvey& s) { set(s, "nxk", "20000"), set(s, "nzk", "20000"); }},
-        // what later versions have
-        {"dipflt=yes: dip filtering of the gradient is not available in this version\n",
-         [](TinySurvey& s) { set(s, "dipflt", "y"); }},
-        {"nxfilt=0: f-x prediction on the image residual is not available in this version\n",
-         [](TinySurvey& s) { set(s, "nxfilt", "0"); }},
-        {"maskout: this output is not available in this version\n", [](TinySurvey& s) { set(s, "maskout", "m.H"); }},
+        // conditioning and the exact gradient
+        {"frame=-1: permitted are 0 to 1048576 rows\n", [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
+        {"gradient=right: permitted are described and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
+        {"firststep=1: permitted is a fraction of slowness, more than 0 and less than 1\n",
+         [](TinySurvey& s) { set(s, "firststep", "1"); }},
+        {"normalise: takes effect with gradient=exact only\n", [](TinySurvey& s) { set(s, "normalise", "y"); }},
+        {"nxfilt=3: not with gradient=exact, since the prediction filters depend on the image\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "nxfilt", "3"); }},
+        {"dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "dipflt", "y"); }},
     };
     for (const Refusal& row : table) {
         SCOPED_TRACE(row.text);
