@@ -46,8 +46,8 @@ EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
             const double with_body = background + spec.dv * std::exp(-ux * ux - uz * uz);
             double layers = 0.0;
             for (const Reflector& r : spec.reflectors)
-                layers += std::max(0.0, 1.0 - std::abs(pz - r.z - rx * slope(r.dip)) / z.d);
-            const double with_layers = with_body * (1.0 + spec.strength * layers);
+                layers += r.strength * std::max(0.0, 1.0 - std::abs(pz - r.z - rx * slope(r.dip)) / z.d);
+            const double with_layers = with_body * (1.0 + layers);
             const double start = background * spec.start_scale;
             for (double v : {with_body, with_layers, start})
                 if (!(v > 0) || !std::isfinite(v))

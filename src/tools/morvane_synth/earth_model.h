@@ -5,10 +5,12 @@
 #include "lib/base/array.h"
 #include "lib/base/axis.h"
 
-/// A thin layer: half the strength one depth step away from its centre line, all of it on the line.
+/// A thin layer whose velocity is changed by the part `strength` on its centre line, falling to nothing one depth step
+/// away from it.
 struct Reflector {
     float z = 0.0f;    ///< depth below the middle of the line
     float dip = 0.0f;  ///< degrees, positive if it deepens with x
+    float strength = 0.05f;
 };
 
 /// Background v0 + gradient * depth, tilted; a Gaussian body dv exp(-((x - xc) / wx)^2 - ((z - zc) / wz)^2); thin
@@ -21,7 +23,6 @@ struct ModelSpec {
     float xc = 0.0f, zc = 480.0f;
     float wx = 220.0f, wz = 110.0f;
     std::vector<Reflector> reflectors;
-    float strength = 0.1f;     ///< relative velocity change on a reflector's line
     float start_scale = 1.0f;  ///< factor on the velocity of the start model
     float middle = 0.0f;       ///< x from which tilt and dips turn
 };

@@ -21,7 +21,7 @@ std::string number_text(double value) {
 struct Words {
     std::string direct = "smooth";
     bool padding_given = false, spread_given = false, delay_given = false, rotation_given = false, zmax_given = false;
-    std::vector<float> depths, dips;
+    std::vector<float> depths, dips, strengths;
 };
 
 /// Every parameter once, in the order of the help. `v` reads or prints; a value that it changes is already checked.
@@ -44,7 +44,7 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.real("wz", o.spec.wz, tiny, huge, "m", "Gaussian body: half-height");
     v.list("zref", w.depths, "m", "thin reflectors: depths in the middle of the shots (up to 100)");
     v.list("dip", w.dips, "degrees", "thin reflectors: dips, positive down with x; missing ones as the last given");
-    v.real("strength", o.spec.strength, -0.5, 0.5, "", "thin reflectors: relative velocity change");
+    v.list("strength", w.strengths, "", "thin reflectors: relative velocity changes; missing ones as the last given");
     v.real("startscale", o.spec.start_scale, 0.1, 10, "",
            "start model: factor on the velocity; it has no Gaussian body");
     v.real("smooth", o.smooth, 0, huge, "m", "model=FILE: length of the Gaussian average for the start model");
@@ -233,6 +233,7 @@ public:
 void preset(SynthOptions& o, Words& w) {
     w.depths = {230, 720, 860, 1000, 1140, 1280};
     w.dips = {0};
+    w.strengths = {0.05f};
     if (o.model == "lens") {
         o.spec.dv = -600;
     } else if (o.model == "layers") {
@@ -254,7 +255,6 @@ void preset(SynthOptions& o, Words& w) {
 
 SynthOptions defaults() {
     SynthOptions o;
-    o.spec.strength = 0.05f;
     o.geometry.shot = {36, 60.0f, 0.0f, {}};
     o.geometry.trace = {300, 10.0f, -1500.0f, {}};
     o.acquisition.freq = {51, 0.6f, 4.0f, {}};
@@ -362,14 +362,20 @@ SynthOptions read_options(qas::Session& session) {
     const double middle = g.shot.o + 0.5 * (g.shot.n - 1) * static_cast<double>(g.shot.d);
     o.spec.middle = static_cast<float>(middle);
     if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
-    if (w.dips.empty()) w.dips = {0};
-    if (w.dips.size() > w.depths.size())
-        qaserr("dip= has %zu values for %zu reflectors\n", w.dips.size(), w.depths.size());
-    for (std::size_t i = 0; i < w.depths.size(); ++i) {
-        const float dip = w.dips[std::min(i, w.dips.size() - 1)];
-        if (std::abs(dip) > 60) qaserr("dip=%g is outside the permitted range -60 to 60\n", static_cast<double>(dip));
-        o.spec.reflectors.push_back({w.depths[i], dip});
-    }
+    const auto of_reflectors = [&](const char* key, const std::vector<float>& values, float otherwise, double limit) {
+        if (values.size() > w.depths.size())
+            qaserr("%s= has %zu values for %zu reflectors\n", key, values.size(), w.depths.size());
+        for (float value : values)
+            if (std::abs(value) > limit)
+                qaserr("%s=%g is outside the permitted range %g to %g\n", key, static_cast<double>(value), -limit,
+                       limit);
+        std::vector<float> all(values);
+        all.resize(w.depths.size(), values.empty() ? otherwise : values.back());
+        return all;
+    };
+    const std::vector<float> dips = of_reflectors("dip", w.dips, 0.0f, 60.0);
+    const std::vector<float> strengths = of_reflectors("strength", w.strengths, 0.05f, 0.5);
+    for (std::size_t i = 0; i < w.depths.size(); ++i) o.spec.reflectors.push_back({w.depths[i], dips[i], strengths[i]});
 
     a.direct = direct_of(w.direct);
     if (!w.delay_given) a.delay = 1.5f / a.fpeak;

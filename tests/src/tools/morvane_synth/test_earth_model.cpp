@@ -39,17 +39,16 @@ TEST(EarthModel, BackgroundAndBodyByHand) {
 TEST(EarthModel, ReflectorsFollowTheirDip) {
     ModelSpec spec = plain();
     spec.gradient = 0.0f;
-    spec.strength = 0.1f;
     spec.middle = 100.0f;
     const float dip = static_cast<float>(std::atan(0.1) * 180 / M_PI);
-    spec.reflectors = {{300, dip}, {600, 0}};
+    spec.reflectors = {{300, dip, 0.1f}, {600, 0, -0.05f}};
     const EarthModel model = build_model(spec, x, z);
     struct Row {
         double px, pz, change;
     };
     for (const Row& r :
          {Row{100, 300, 0.1}, Row{100, 290, 0}, Row{100, 310, 0}, Row{300, 320, 0.1}, Row{-100, 280, 0.1},
-          Row{150, 300, 0.05}, Row{150, 310, 0.05}, Row{-500, 600, 0.1}, Row{500, 600, 0.1}}) {
+          Row{150, 300, 0.05}, Row{150, 310, 0.05}, Row{-500, 600, -0.05}, Row{500, 600, -0.05}}) {
         SCOPED_TRACE(testing::Message() << r.px << ' ' << r.pz);
         EXPECT_NEAR(velocity(model.full, r.px, r.pz), 1800 * (1 + r.change), 0.1);
         EXPECT_NEAR(velocity(model.smooth, r.px, r.pz), 1800, 1e-2);
