@@ -72,8 +72,8 @@ std::vector<cf> source_function(const Acquisition& acquisition, const std::vecto
                                 const std::vector<double>& factor, float v, float dx);
 
 /// The downgoing field of a line source along the surface, by distance in traces from the source (n, nf): the spectrum
-/// i / (2 kz) of all waves up to 49 degrees from the vertical (sine 0.75), tapered to nothing at 90. A steeper taper would
-/// draw the field out along the surface.
+/// i / (2 kz) of all waves up to 49 degrees from the vertical (sine 0.75), tapered to nothing at 90. A steeper taper
+/// would draw the field out along the surface.
 Array<cf, 2> source_field(const Acquisition& acquisition, const std::vector<std::complex<double>>& spectrum,
                           const std::vector<double>& factor, float v, float dx, int n);
 
