@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <thread>
@@ -348,6 +349,23 @@ TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
     EXPECT_EQ(errors(), "unable to obtain input file \"" + dir_.string() + "/nodata.H@\" for tag \"sou\"\n");
     EXPECT_THAT(fatal([&] { s->from_aux<int>("dir", "n1"); }), HasSubstr("Is a directory"));
     EXPECT_THAT(fatal([&] { s->from_aux<int>(std::string(300, 'x'), "n1"); }), StartsWith("Bad header name 'xxx"));
+}
+
+TEST_F(Datasets, HeadersNameRegularFilesOnly) {
+    float value = 0;
+    ASSERT_EQ(::mkfifo("fifo", 0600), 0);  // opening it would wait for ever
+    write_file("h", "in=fifo\n");
+    write_file("z", "in=\"a;/dev/zero\"\n");
+    write_file("a", "1234");
+    write_file("p", "par=fifo\n");
+    EXPECT_THAT(fatal([&] { session()->sreed("h", &value, 4); }), HasSubstr("\"fifo\" of header \"h\""));
+    EXPECT_THAT(fatal([&] { session()->sreed("z", &value, 4); }), HasSubstr("/dev/zero\" of header \"z\" of tag \"z\""
+                                                                            " (parameter z): not a regular file"));
+    EXPECT_THAT(fatal([&] { session()->from_aux<int>("p", "n1"); }), StartsWith("par=fifo, named in a history"));
+    auto s = session();
+    s->auxinout("h");
+    EXPECT_THAT(fatal([&] { s->srite("h", &value, 4); }), HasSubstr("not a regular file"));
+    EXPECT_EQ(session({"in=/dev/zero"})->sreed("in", &value, 4), 4);  // the user may
 }
 
 TEST_F(Datasets, AxesAreChecked) {

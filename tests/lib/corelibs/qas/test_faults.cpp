@@ -32,6 +32,7 @@ struct Fault {
     std::size_t piece = SIZE_MAX;
 };
 Fault write_fault, read_fault, send_fault;
+int seek_error = 0;
 
 ssize_t faulty_call(Fault& fault, int fd, std::size_t count, long number, void* buffer) {
     if (fault.error != 0) {
@@ -60,6 +61,13 @@ ssize_t write(int fd, const void* buffer, std::size_t count) {
 ssize_t read(int fd, void* buffer, std::size_t count) {
     return faulty_call(read_fault, fd, count, SYS_read, buffer);
 }
+off_t lseek(int fd, off_t offset, int whence) noexcept {
+    if (seek_error != 0) {
+        errno = seek_error;
+        return -1;
+    }
+    return ::syscall(SYS_lseek, fd, offset, whence);
+}
 ssize_t send(int fd, const void* buffer, std::size_t count, int flags) {
     if (send_fault.error != 0) {
         if (send_fault.room == 0) {
@@ -79,6 +87,7 @@ class Faults : public Workplace {
 protected:
     void TearDown() override {
         write_fault = read_fault = send_fault = {};
+        seek_error = 0;
         Workplace::TearDown();
     }
 };
@@ -160,6 +169,14 @@ TEST_F(Faults, ReadsThatFail) {
     EXPECT_THAT(fatal([&] { s->sreed("multi.H", back.data(), 8000); }),
                 StartsWith("multifd_read() : I/O error, tag \"multi.H\" file number 0\n"));
     read_fault = {};
+    auto t = session();
+    t->sreed("multi.H", back.data(), 4);
+    seek_error = EIO;
+    EXPECT_EQ(fatal([&] { t->sreed("multi.H", back.data(), 8000); }),
+              "multifd_read() unable to seek to file start for tag \"multi.H\", file 1 \n");
+    EXPECT_EQ(t->sseek("multi.H", 0, 0), -1);
+    seek_error = 0;
+    EXPECT_THAT(errors(), HasSubstr("multifd_seek: Input/output error\n"));
     EXPECT_EQ(s->from_aux<int>("all.H", "n1"), 1);
     read_fault = {"all.H", 0, EIO};
     EXPECT_THAT(fatal([&] { s->sreed("all.H", back.data(), 400); }),

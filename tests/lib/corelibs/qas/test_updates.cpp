@@ -323,15 +323,10 @@ TEST_F(Updates, SeveralFilesTexts) {
     EXPECT_THAT(errors(), EndsWith("Stream socket can not be broken into multiple files \n"));
 }
 
-TEST_F(Updates, AFileThatCannotBeRewoundEndsAMultiFileTransfer) {
+TEST_F(Updates, AFileThatCannotBeRewoundEndsAMultiFileWrite) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
-    write_file("a", xdr<float>({1}));
-    write_file("in.H", "in=\"a;" + qas::strprintf("/proc/self/fd/%d", ends[0]) + "\"\n");
-    std::vector<float> back(2);
     auto s = session({qas::strprintf("g.out=b;/proc/self/fd/%d", ends[1]), "filesize=1"});
-    EXPECT_EQ(fatal([&] { s->sreed("in.H", back.data(), 8); }),
-              "multifd_read() unable to seek to file start for tag \"in.H\", file 1 \n");
     const std::vector<float> samples = ramp(300000);
     EXPECT_EQ(fatal([&] { s->srite("g", samples.data(), 1200000); }),
               "multifd_write() unable to seek to file start for tag \"g\", file 1 \n");
