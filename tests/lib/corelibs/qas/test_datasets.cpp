@@ -11,6 +11,7 @@
 #include "lib/corelibs/qas/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
@@ -179,7 +180,7 @@ TEST_F(Datasets, HeaderAndDataInOneFile) {
         s->to_history("n1", 4);  // would land in the data
         EXPECT_THAT(errors(), HasSubstr("the history of tag \"out\" is complete"));
     }
-    EXPECT_THAT(read_file("all.H"), ::testing::EndsWith("data_format=\"xdr_float\"\n\n\f\f\4" + xdr(samples)));
+    EXPECT_THAT(read_file("all.H"), EndsWith("data_format=\"xdr_float\"\n\n\f\f\4" + xdr(samples)));
     auto s = session({"rec=all.H"});
     EXPECT_EQ(s->from_aux<int>("rec", "n1"), 3);
     EXPECT_EQ(s->data_size("rec"), 12);
@@ -514,6 +515,20 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
     session({"datapath=./"})->to_history("n1", 1, "grad");
     EXPECT_TRUE(std::filesystem::exists("from_history.H"));
     EXPECT_FALSE(std::filesystem::exists("grad"));
+    for (const char* text : {"", "n1=1 in=x\n"}) {  // a header may be overwritten, as when a run is repeated
+        std::rewind(in_);
+        write_file("from_history.H", text);
+        session({"datapath=./"})->to_history("n1", 2, "grad");
+        EXPECT_THAT(read_file("from_history.H"), EndsWith("\t\tn1=2\n"));
+    }
+    std::rewind(in_);
+    write_file("from_history.H", "dear diary\n");
+    const std::string refused =
+        "tag \"grad\": the history of \"in\" names \"from_history.H\" as its header, which is a file and";
+    auto s = session({"datapath=./"});
+    EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
+    EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), StartsWith(refused));
+    EXPECT_EQ(read_file("from_history.H"), "dear diary\n");
 }
 
 TEST_F(Datasets, TwoSessionsAtOnce) {
