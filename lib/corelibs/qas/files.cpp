@@ -57,6 +57,11 @@ std::int64_t fsize(int fd) {
     return ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : -1;
 }
 
+bool is_special_file(const std::string& name) {
+    struct stat status;
+    return ::stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 std::string findnm(int fd) {
     if (!fdordinary(fd)) return {};
     char name[PATH_MAX];

@@ -37,6 +37,8 @@ bool isapipe(int fd);
 bool fdordinary(int fd);
 /// Size in bytes of an ordinary file; -1 for anything else.
 std::int64_t fsize(int fd);
+/// True if `name` exists and is something else than an ordinary file: opening or reading it may wait for ever.
+bool is_special_file(const std::string& name);
 /// Absolute name of the ordinary file open on `fd`; empty if it has none.
 std::string findnm(int fd);
 /// "device:inode" of an ordinary file by descriptor or by name; empty for anything else. Two names of one file agree.

@@ -35,6 +35,7 @@ void open_instream(Layer& layer, streaminf& stream) {
     if (!name) {
         const Values in = qasstrpar(layer, stream, "in", "s", 1);
         if (found(in)) name = std::get<std::string>(in);
+        stream.fresh_data = false;
     }
     if (!name) {
         stream.valid = false;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <utility>
 
 #include "lib/corelibs/qas/commands.h"
@@ -24,6 +25,24 @@
 namespace qas {
 namespace {
 
+/// A history may name outputs, but not have anything overwritten that is no header.
+void check_named_by_history(const streaminf& stream) {
+    if (!stream.from_history) return;
+    if (!is_special_file(stream.headername)) {
+        std::ifstream file(stream.headername, std::ios::binary);
+        if (!file || file.peek() == std::ifstream::traits_type::eof()) return;
+        std::string text(std::size_t{1} << 20, '\0');
+        file.read(text.data(), static_cast<std::streamsize>(text.size()));
+        text.resize(static_cast<std::size_t>(file.gcount()));
+        for (const char* line : {" in=", "\tin=", "\nin="})
+            if (text.find(line) != std::string::npos) return;
+    }
+    qaserr(
+        "tag \"%s\": the history of \"in\" names \"%s\" as its header, which is a file and no header: name one on the"
+        " command line with %s=\n",
+        stream.tagname.c_str(), stream.headername.c_str(), stream.tagname.c_str());
+}
+
 /// An output must not overwrite the header of another dataset in use.
 void check_header_is_free(Layer& layer, const streaminf& stream) {
     const std::string identity = file_identity(stream.headername);
@@ -39,6 +58,7 @@ void check_header_is_free(Layer& layer, const streaminf& stream) {
 }
 
 void open_outfile(Layer& layer, streaminf& stream) {
+    check_named_by_history(stream);
     check_header_is_free(layer, stream);
     const char* name = stream.headername.c_str();
     const bool exists = ::access(name, F_OK) == 0;
@@ -173,6 +193,7 @@ void open_inoutstream(Layer& layer, streaminf& stream) {
 
 /// Opens the header file; what it holds already is read if it is to be kept.
 void open_updated_header(Layer& layer, streaminf& stream, bool keep, const std::string& refused) {
+    check_named_by_history(stream);
     check_header_is_free(layer, stream);
     const char* name = stream.headername.c_str();
     struct stat status;

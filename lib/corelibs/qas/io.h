@@ -16,8 +16,9 @@ extern const IoRoutines fd_io;
 extern const IoRoutines multifd_io;
 
 /// Opens one data file by the entry type of the record: input read-only, the others created as needed.
-/// Returns an empty descriptor with errno set, and the resolved name in `name`, if that fails. Refuses an output that
-/// is the data file of another dataset in use.
+/// Returns an empty descriptor, the resolved name in `name` and the reason in the record, if that fails. Refuses an
+/// output that is the data file of another dataset in use. A name that came out of a header must be that of a regular
+/// file.
 Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name);
 
 /// Moves bytes on a descriptor until the count is reached, the data end, or an error (-1, errno set; `done` then holds

@@ -144,14 +144,19 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
             flags |= O_WRONLY | O_CREAT | O_TRUNC;
     }
     if (stream.entrytype != STREAMIN) check_data_is_free(layer, stream, name);
-    Descriptor fd(::open(name.c_str(), flags | O_CLOEXEC, 0666));
-    if (fd.get() >= 0) return fd;
-    const int reason = errno;
+    Descriptor fd;
+    std::string why;
+    if (!stream.fresh_data && is_special_file(name)) {
+        why = "not a regular file";
+    } else {
+        fd.reset(::open(name.c_str(), flags | O_CLOEXEC | (stream.fresh_data ? 0 : O_NONBLOCK), 0666));
+        if (fd.get() >= 0) return fd;
+        why = std::strerror(errno);
+    }
     layer.notes.warn(text);
-    stream.trouble = "  data file \"" + name + "\" of " + header_place(stream) + ": " + std::strerror(reason) + "\n";
+    stream.trouble = "  data file \"" + name + "\" of " + header_place(stream) + ": " + why + "\n";
     if (!stream.datapath_source.empty())
         stream.trouble += "  " + stream.datapath_source + "; datapath=DIRECTORY/ sets it\n";
-    errno = reason;
     return fd;
 }
 

@@ -32,7 +32,10 @@ int descriptor_of(const FileState& state) {
 /// Opens a file of the record's own with the first of the flags that works.
 Descriptor open_own(Layer& layer, streaminf& stream, std::initializer_list<int> flags, const char* format) {
     const std::string name = expand_info(layer, stream.dataname, stream);
+    errno = EINVAL;
+    const bool refused = !stream.fresh_data && is_special_file(name);
     for (const int flag : flags) {
+        if (refused) break;
         Descriptor fd(::open(name.c_str(), flag | O_CLOEXEC, 0666));
         if (fd.get() >= 0) return fd;
     }

@@ -26,12 +26,10 @@ MultifdState& state_of(streaminf& stream) {
     return *state;
 }
 
-/// How far a file may be filled: its size as it is once a later file holds data, its maximum before that.
+/// How many bytes of the data a file takes: all it has, if it cannot or need not grow, else its maximum.
 std::int64_t limit_of(const streaminf& stream, const MultifdState& state, std::size_t i) {
     const MultifdState::Part& part = state.parts[i];
-    const bool later_written = std::any_of(state.parts.begin() + static_cast<std::ptrdiff_t>(i) + 1, state.parts.end(),
-                                           [](const auto& later) { return later.written; });
-    if (stream.entrytype == STREAMIN || later_written) return std::max<std::int64_t>(0, fsize(part.fd.get()));
+    if (stream.entrytype == STREAMIN || part.full) return std::max<std::int64_t>(0, fsize(part.fd.get()));
     return part.maximum;
 }
 
@@ -54,6 +52,18 @@ void name_written_files(Layer& layer, streaminf& stream, const MultifdState& sta
     for (const MultifdState::Part& part : state.parts)
         if (part.written) names += (names.empty() ? "" : ";") + part.name;
     update_out(layer, stream, names);
+}
+
+/// A seek may have passed over files that are not filled: holes make them as long as positions count them.
+void fill_files_before(const streaminf& stream, MultifdState& state) {
+    for (std::size_t i = 0; i < state.current; ++i) {
+        MultifdState::Part& part = state.parts[i];
+        if (part.full || fsize(part.fd.get()) >= part.maximum) continue;
+        if (::ftruncate(part.fd.get(), part.maximum) < 0)
+            qaserr("multifd_write() : I/O error, tag \"%s\" file number %d\n  \"%s\": %s\n", stream.tagname.c_str(),
+                   static_cast<int>(i), part.name.c_str(), std::strerror(errno));
+        part.written = true;
+    }
 }
 
 void multifd_open(Layer& layer, streaminf& stream) {
@@ -84,6 +94,11 @@ void multifd_open(Layer& layer, streaminf& stream) {
             state.parts.push_back(std::move(part));
         }
         at = end + 1;
+    }
+    bool later_written = false;  // then a file has its final size
+    for (std::size_t i = state.parts.size(); i-- > 0;) {
+        state.parts[i].full = later_written || fsize(state.parts[i].fd.get()) >= state.parts[i].maximum;
+        later_written = later_written || state.parts[i].written;
     }
     stream.backseekable = true;
     stream.ioinf = std::move(state);
@@ -128,6 +143,7 @@ std::int64_t multifd_write(Layer& layer, streaminf& stream, const void* buffer, 
         const std::int64_t room = limit_of(stream, state, state.current) - part.position;
         bool full = room <= 0;
         if (!full) {
+            if (!part.written) fill_files_before(stream, state);
             part.written = true;
             name_written_files(layer, stream, state);
             std::int64_t done = 0;
@@ -145,6 +161,7 @@ std::int64_t multifd_write(Layer& layer, streaminf& stream, const void* buffer, 
                 layer.notes.warn(
                     strprintf("warning: tag \"%s\": %s: %s\n", tag, part.name.c_str(), std::strerror(reason)));
                 if (::ftruncate(part.fd.get(), part.position) < 0) layer.notes.perror("multifd_write()");
+                part.full = true;
                 part.written = part.position > 0;
             }
         }

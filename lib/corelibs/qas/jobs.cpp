@@ -85,22 +85,29 @@ int qas_send_msg(Layer& layer, std::string_view kind, std::string_view text) {
     if (fd.get() < 0) return fail("Failed to create socket \n");
     if (!connect_to(fd.get(), *ip, std::get<std::vector<int>>(port).front()))
         return fail("Failed to connect with server");
-    std::string message = std::string(kind) + ':' + *jobid + ':' + *label + ':' + std::string(text);
+    const std::string message = std::string(kind) + ':' + *jobid + ':' + *label + ':' + std::string(text);
     if (message.size() > longest_message) return fail("to long of message ");
-    const std::string shown = message;
-    message += marker;
-    message.resize(message_bytes, '\0');
-    const int sent = send_all(fd.get(), message.data(), message.size());
+    return qas_exchange(layer, fd.get(), message, is_error);
+}
+
+int qas_exchange(Layer& layer, int fd, const std::string& message, bool is_error) {
+    const auto fail = [&](const std::string& text) {
+        if (!is_error) throw Fatal(text);
+        return 1;
+    };
+    std::string bytes = message + std::string(marker);
+    bytes.resize(message_bytes, '\0');
+    const int sent = send_all(fd, bytes.data(), bytes.size());
     if (sent != static_cast<int>(message_bytes)) {
         layer.notes.warn(
             strprintf("Mismatch in number of sent bytes %d !=%d \n", sent, static_cast<int>(message_bytes)));
-        return fail("trouble sending message " + shown + " \n");
+        return fail("trouble sending message " + message + " \n");
     }
     std::array<char, receipt_bytes> receipt{};
-    const int received = receive_all(fd.get(), receipt.data(), receipt.size());
+    const int received = receive_all(fd, receipt.data(), receipt.size());
     if (received != static_cast<int>(receipt_bytes)) {
         layer.notes.warn(strprintf("Mismatch in number of received bytess %d!=5 ", received));
-        return fail("trouble received message " + shown);
+        return fail("trouble received message " + message);
     }
     return 0;
 }

@@ -13,6 +13,11 @@ namespace qas {
 /// never fails in turn. Other kinds throw.
 int qas_send_msg(Layer& layer, std::string_view kind, std::string_view text);
 
+/// The exchange on a connected socket: 1024 bytes out, message and marker padded with zeros, and 5 bytes back. Returns
+/// 0, or as qas_send_msg on failure (`is_error`: 1). Errors: "trouble sending message %s \n", "trouble received message
+/// %s", each after a line on the standard error.
+int qas_exchange(Layer& layer, int fd, const std::string& message, bool is_error);
+
 void qas_begin_prog(Layer& layer);                            ///< "record", if the parameter "qas.begin_par" is 1
 void qas_end_prog(Layer& layer);                              ///< "finish", if the parameter "qas.end_par" is 1
 void qas_err_prog(Layer& layer);                              ///< "error"

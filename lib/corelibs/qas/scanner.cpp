@@ -1,5 +1,6 @@
 #include "lib/corelibs/qas/scanner.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -116,7 +117,10 @@ Input getpar_stack_par(const std::string& name, const std::vector<Input>& open_i
     }
     Input input;
     input.file = name;
-    const Descriptor fd(file(name, 0));
+    Descriptor fd;
+    if (origin == Origin::history)  // special files in disguise, as there are under /proc, give an error instead
+        fd.reset(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (fd.get() < 0) fd.reset(file(name, 0));
     struct stat status {};
     if (::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode)) {
         input.device = status.st_dev;

@@ -49,6 +49,7 @@ struct MultifdState {
         std::int64_t position = 0;
         std::int64_t maximum = 0;
         bool written = false;
+        bool full = false;  ///< cannot grow: its device is full, or data of a later file follow
     };
     std::vector<Part> parts;
     std::size_t current = 0;

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "lib/corelibs/qas/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
@@ -178,7 +180,7 @@ TEST_F(Datasets, HeaderAndDataInOneFile) {
         s->to_history("n1", 4);  // would land in the data
         EXPECT_THAT(errors(), HasSubstr("the history of tag \"out\" is complete"));
     }
-    EXPECT_THAT(read_file("all.H"), ::testing::EndsWith("data_format=\"xdr_float\"\n\n\f\f\4" + xdr(samples)));
+    EXPECT_THAT(read_file("all.H"), EndsWith("data_format=\"xdr_float\"\n\n\f\f\4" + xdr(samples)));
     auto s = session({"rec=all.H"});
     EXPECT_EQ(s->from_aux<int>("rec", "n1"), 3);
     EXPECT_EQ(s->data_size("rec"), 12);
@@ -350,6 +352,23 @@ TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
     EXPECT_THAT(fatal([&] { s->from_aux<int>(std::string(300, 'x'), "n1"); }), StartsWith("Bad header name 'xxx"));
 }
 
+TEST_F(Datasets, HeadersNameRegularFilesOnly) {
+    float value = 0;
+    ASSERT_EQ(::mkfifo("fifo", 0600), 0);  // opening it would wait for ever
+    write_file("h", "in=fifo\n");
+    write_file("z", "in=\"a;/dev/zero\"\n");
+    write_file("a", "1234");
+    write_file("p", "par=fifo\n");
+    EXPECT_THAT(fatal([&] { session()->sreed("h", &value, 4); }), HasSubstr("\"fifo\" of header \"h\""));
+    EXPECT_THAT(fatal([&] { session()->sreed("z", &value, 4); }), HasSubstr("/dev/zero\" of header \"z\" of tag \"z\""
+                                                                            " (parameter z): not a regular file"));
+    EXPECT_THAT(fatal([&] { session()->from_aux<int>("p", "n1"); }), StartsWith("par=fifo, named in a history"));
+    auto s = session();
+    s->auxinout("h");
+    EXPECT_THAT(fatal([&] { s->srite("h", &value, 4); }), HasSubstr("not a regular file"));
+    EXPECT_EQ(session({"in=/dev/zero"})->sreed("in", &value, 4), 4);  // the user may
+}
+
 TEST_F(Datasets, AxesAreChecked) {
     make_input("v.H", "n1=3 d1=2.5 o1=-1\nn2=0 d2=1 o2=0 n3=-4 d3=1 o3=0 n4=5 d4=nan o4=0 n5=99999999999 d5=1 o5=0\n",
                xdr<float>({1, 2, 3}));
@@ -496,6 +515,20 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
     session({"datapath=./"})->to_history("n1", 1, "grad");
     EXPECT_TRUE(std::filesystem::exists("from_history.H"));
     EXPECT_FALSE(std::filesystem::exists("grad"));
+    for (const char* text : {"", "n1=1 in=x\n"}) {  // a header may be overwritten, as when a run is repeated
+        std::rewind(in_);
+        write_file("from_history.H", text);
+        session({"datapath=./"})->to_history("n1", 2, "grad");
+        EXPECT_THAT(read_file("from_history.H"), EndsWith("\t\tn1=2\n"));
+    }
+    std::rewind(in_);
+    write_file("from_history.H", "dear diary\n");
+    const std::string refused =
+        "tag \"grad\": the history of \"in\" names \"from_history.H\" as its header, which is a file and";
+    auto s = session({"datapath=./"});
+    EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
+    EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), StartsWith(refused));
+    EXPECT_EQ(read_file("from_history.H"), "dear diary\n");
 }
 
 TEST_F(Datasets, TwoSessionsAtOnce) {

@@ -1,0 +1,22 @@
+#pragma once
+/// Places where the dataset layer reads text that anybody may have written. Each takes one such text, may end in
+/// qas::Fatal like a run, and aborts when a promise of the layer does not hold.
+#include <string_view>
+
+namespace fuzz {
+
+void scanner(std::string_view input);    ///< a parameter file or history; words of a command line
+void header(std::string_view input);     ///< a header on standard input and what programs ask of it
+void list(std::string_view input);       ///< a value: its type, its room, and its text
+void datapath(std::string_view input);   ///< a ".datapath" file
+void end_mark(std::string_view input);   ///< the end of a header whose data follow
+void job_reply(std::string_view input);  ///< what a job master sends back
+
+struct Target {
+    const char* name;
+    void (*run)(std::string_view);
+};
+inline constexpr Target targets[] = {{"scanner", scanner},   {"header", header},     {"list", list},
+                                     {"datapath", datapath}, {"end_mark", end_mark}, {"job_reply", job_reply}};
+
+}  // namespace fuzz
