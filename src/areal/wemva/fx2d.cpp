@@ -1,14 +1,17 @@
 #include "src/areal/wemva/fx2d.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cassert>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <numbers>
 #include <span>
 
 #include "lib/corelibs/qas/qaserr.h"
-#include "src/areal/wemva/ow_fftw_areal.h"
 
 namespace {
 
@@ -59,253 +62,243 @@ void fit_axis(const char* what, int n, int margin, int& w, int& k, std::vector<s
     const int w_asked = w, k_asked = k;
     w = std::min(w, n);
     k = std::max(k, 1);
-    if (!covers(n, w, k, margin)) {
-        if (w == n) {
-            k = 1;
-        } else {
-            while (k <= n && !covers(n, w, k, margin)) ++k;
-            if (k > n)
-                qas::qaserr("f-x prediction: patches of %d of %d %s keep too little beside margins of %d\n", w, n, what,
-                            margin);
-        }
+    if (w < w_asked || (w == n && !covers(n, w, k, margin))) k = 1;  // more would stand at the same place
+    while (k <= n && !covers(n, w, k, margin)) ++k;
+    if (k > n)
+        qas::qaserr("f-x prediction: patches of %d of %d %s keep too little beside margins of %d\n", w, n, what,
+                    margin);
+    if (w != w_asked) {
+        notes.push_back(note("f-x prediction: patches of %d %s are cut to the %d there are, %d of them to 1", w_asked,
+                             what, w, k_asked));
+    } else if (k != k_asked) {
+        notes.push_back(
+            note("f-x prediction: %d of %d %s instead of %d patches, to cover the panel", k, w, what, k_asked));
     }
-    if (w != w_asked)
-        notes.push_back(note("f-x prediction: patches of %d %s are cut to the %d there are", w_asked, what, w));
-    if (k != k_asked)
-        notes.push_back(note("f-x prediction: %d %s of %d %s instead of %d, to cover the panel", k,
-                             k == 1 ? "patch" : "patches", w, what, k_asked));
 }
 
 // --- prediction ------------------------------------------------------------------------------------------------------
 
-/// Complex numbers of as many frequencies, which all go through the same arithmetic.
+/// The same sample of neighbouring midpoints, which all go through the same arithmetic.
 constexpr int lane_count = 16;
-struct alignas(64) Lanes {
-    float re[lane_count], im[lane_count];
+typedef float Lanes __attribute__((vector_size(4 * lane_count)));
+struct ComplexLanes {
+    Lanes re{}, im{};
 };
 
-/// sum += conj(a) b
-void add_conj_product(const Lanes& a, const Lanes& b, Lanes& sum) {
-    for (int l = 0; l < lane_count; ++l) {
-        sum.re[l] += a.re[l] * b.re[l] + a.im[l] * b.im[l];
-        sum.im[l] += a.re[l] * b.im[l] - a.im[l] * b.re[l];
+void load(const float* from, int count, Lanes& lanes) {
+    if (count == lane_count) {
+        std::memcpy(&lanes, from, sizeof lanes);  // the common case, of constant size
+    } else {
+        lanes = Lanes{};
+        std::memcpy(&lanes, from, sizeof(float) * static_cast<std::size_t>(count));
     }
 }
-/// sum += a b
-void add_product(const Lanes& a, const Lanes& b, Lanes& sum) {
-    for (int l = 0; l < lane_count; ++l) {
-        sum.re[l] += a.re[l] * b.re[l] - a.im[l] * b.im[l];
-        sum.im[l] += a.re[l] * b.im[l] + a.im[l] * b.re[l];
+void store(const Lanes& lanes, int count, float* to) {
+    if (count == lane_count) {
+        std::memcpy(to, &lanes, sizeof lanes);
+    } else {
+        std::memcpy(to, &lanes, sizeof(float) * static_cast<std::size_t>(count));
     }
-}
-Lanes product(const Lanes& a, const Lanes& b) {
-    Lanes result{};
-    add_product(a, b, result);
-    return result;
-}
-Lanes negated(Lanes a) {
-    for (float& v : a.re) v = -v;
-    for (float& v : a.im) v = -v;
-    return a;
-}
-Lanes conjugate(Lanes a) {
-    for (float& v : a.im) v = -v;
-    return a;
-}
-/// 1 / a in double precision; 0 for 0.
-Lanes reciprocal(const Lanes& a) {
-    Lanes result;
-    for (int l = 0; l < lane_count; ++l) {
-        const double re = a.re[l], im = a.im[l], size = re * re + im * im;
-        const double inverse = size == 0.0 ? 0.0 : 1.0 / size;
-        result.re[l] = static_cast<float>(re * inverse);
-        result.im[l] = static_cast<float>(-im * inverse);
-    }
-    return result;
 }
 
-/// One-step prediction of a line of samples at lane_count frequencies.
+/// sum += a b
+void add_product(const ComplexLanes& a, const ComplexLanes& b, ComplexLanes& sum) {
+    sum.re += a.re * b.re - a.im * b.im;
+    sum.im += a.re * b.im + a.im * b.re;
+}
+/// sum -= a b
+void subtract_product(const ComplexLanes& a, const ComplexLanes& b, ComplexLanes& sum) {
+    sum.re -= a.re * b.re - a.im * b.im;
+    sum.im -= a.re * b.im + a.im * b.re;
+}
+/// sum += conj(a) b
+void add_conj_product(const ComplexLanes& a, const ComplexLanes& b, ComplexLanes& sum) {
+    sum.re += a.re * b.re + a.im * b.im;
+    sum.im += a.re * b.im - a.im * b.re;
+}
+/// 1 / a, formed in double precision; 0 for 0.
+void reciprocal(const ComplexLanes& a, ComplexLanes& result) {
+    float re[lane_count], im[lane_count];
+    std::memcpy(re, &a.re, sizeof re);
+    std::memcpy(im, &a.im, sizeof im);
+    for (int l = 0; l < lane_count; ++l) {
+        const double size = double{re[l]} * re[l] + double{im[l]} * im[l];
+        const double inverse = size == 0.0 ? 0.0 : 1.0 / size;
+        re[l] = static_cast<float>(re[l] * inverse);
+        im[l] = static_cast<float>(-im[l] * inverse);
+    }
+    std::memcpy(&result.re, re, sizeof re);
+    std::memcpy(&result.im, im, sizeof im);
+}
+
+/// One-step prediction along a line of samples.
 class Predictor {
     int m_;
     float lambda_;
-    std::vector<Lanes> corr_, a_, b_, inverse_, filter_, forward_;
+    std::vector<ComplexLanes> corr_, a_, b_, inverse_, filter_;
 
-    Lanes& a(int i, int j) { return a_[static_cast<std::size_t>(i * m_ + j)]; }
+    ComplexLanes& a(int i, int j) { return a_[static_cast<std::size_t>(i * m_ + j)]; }
     static std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
     /// Gaussian elimination without pivoting.
     void solve() {
         for (int k = 0; k < m_; ++k) {
-            inverse_[at(k)] = reciprocal(a(k, k));
+            reciprocal(a(k, k), inverse_[at(k)]);
             for (int i = k + 1; i < m_; ++i) {
-                const Lanes factor = negated(product(a(i, k), inverse_[at(k)]));
-                for (int j = k + 1; j < m_; ++j) add_product(factor, a(k, j), a(i, j));
-                add_product(factor, b_[at(k)], b_[at(i)]);
+                ComplexLanes factor;
+                add_product(a(i, k), inverse_[at(k)], factor);
+                for (int j = k + 1; j < m_; ++j) subtract_product(factor, a(k, j), a(i, j));
+                subtract_product(factor, b_[at(k)], b_[at(i)]);
             }
         }
         for (int i = m_; i-- > 0;) {
-            Lanes sum = b_[at(i)];
-            for (int j = i + 1; j < m_; ++j) add_product(negated(a(i, j)), filter_[at(j)], sum);
-            filter_[at(i)] = product(sum, inverse_[at(i)]);
+            for (int j = i + 1; j < m_; ++j) subtract_product(a(i, j), filter_[at(j)], b_[at(i)]);
+            filter_[at(i)] = {};
+            add_product(b_[at(i)], inverse_[at(i)], filter_[at(i)]);
         }
     }
 
     /// Coefficients f of x(i) = sum over k = 1..m of f(k) x(i-k) in the least-squares sense, samples beyond the ends
     /// zero: a(j,k) = sum over i of conj(x(i-j)) x(i-k), b(j) = sum over i of conj(x(i-j)) x(i).
-    void find_filter(std::span<const Lanes> x) {
-        const auto n = static_cast<int>(x.size());
-        for (int lag = 0; lag <= m_; ++lag) {
-            Lanes sum{};
-            for (int i = 0; i + lag < n; ++i) add_conj_product(x[at(i)], x[at(i + lag)], sum);
+    void find_filter(const ComplexLanes* x, int n) {
+        for (int lag = 0; lag <= m_; lag += 2) {  // two sums at a time hide the latency of each other
+            const int next = std::min(lag + 1, m_);
+            ComplexLanes sum, next_sum;
+            for (int i = 0; i + lag < n; ++i) {
+                add_conj_product(x[i], x[i + lag], sum);
+                add_conj_product(x[i], x[i + next], next_sum);
+            }
             corr_[at(lag)] = sum;
+            corr_[at(next)] = next_sum;
         }
         for (int j = 0; j < m_; ++j) {
             b_[at(j)] = corr_[at(j + 1)];
-            for (int k = 0; k < m_; ++k) a(j, k) = j >= k ? corr_[at(j - k)] : conjugate(corr_[at(k - j)]);
+            for (int k = 0; k < m_; ++k) {
+                a(j, k) = corr_[at(std::abs(j - k))];
+                if (j < k) a(j, k).im = -a(j, k).im;
+            }
         }
         if (lambda_ == diagonal_only) {
-            for (int i = 0; i < m_; ++i) filter_[at(i)] = product(b_[at(i)], reciprocal(a(i, i)));
+            for (int i = 0; i < m_; ++i) {
+                reciprocal(a(i, i), inverse_[at(i)]);
+                filter_[at(i)] = {};
+                add_product(b_[at(i)], inverse_[at(i)], filter_[at(i)]);
+            }
             return;
         }
-        for (int i = 0; i < m_; ++i) {
-            for (float& v : a(i, i).re) v *= 1.0f + lambda_ * lambda_;
-            for (float& v : a(i, i).im) v *= 1.0f + lambda_ * lambda_;
-        }
+        for (int i = 0; i < m_; ++i) a(i, i).re *= 1.0f + lambda_ * lambda_;
         solve();
     }
 
 public:
-    Predictor(int noper, int n, float lambda)
+    Predictor(int noper, float lambda)
         : m_(noper - 1),
           lambda_(lambda),
           corr_(at(noper)),
           a_(at(m_ * m_)),
           b_(at(m_)),
           inverse_(at(m_)),
-          filter_(at(m_)),
-          forward_(at(n)) {}
+          filter_(at(m_)) {}
 
     /// noper - 1 coefficients of the last line.
-    std::span<const Lanes> filter() const { return filter_; }
+    const std::vector<ComplexLanes>& filter() const { return filter_; }
 
-    /// Replaces the line by the mean of its predictions from below and from above. The filter of the reversed line is
-    /// the conjugate of the line's own. The ends have one prediction; a single sample has none.
-    void run(std::span<Lanes> x) {
-        const auto n = static_cast<int>(x.size());
-        find_filter(x);
+    /// The mean of the predictions from below and from above: f(k) x(i-k) and, since the filter of the reversed line is
+    /// the conjugate of the line's own, conj(f(k)) x(i+k). The ends have one prediction; a single sample has none.
+    /// @param x n samples, and noper - 1 zeros before the first and after the last
+    void run(const ComplexLanes* x, int n, ComplexLanes* predicted) {
+        find_filter(x, n);
         for (int i = 0; i < n; ++i) {
-            Lanes sum{};
-            for (int k = 1; k <= std::min(m_, i); ++k) add_product(filter_[at(k - 1)], x[at(i - k)], sum);
-            forward_[at(i)] = sum;
-        }
-        for (int i = 0; i < n; ++i) {
-            Lanes sum{};  // needs samples above i alone: x may be overwritten from below
-            for (int k = 1; k <= std::min(m_, n - 1 - i); ++k) add_conj_product(filter_[at(k - 1)], x[at(i + k)], sum);
-            if (i == n - 1) {
-                sum = forward_[at(i)];
-            } else if (i > 0) {
-                for (int l = 0; l < lane_count; ++l) {
-                    sum.re[l] = (sum.re[l] + forward_[at(i)].re[l]) * 0.5f;
-                    sum.im[l] = (sum.im[l] + forward_[at(i)].im[l]) * 0.5f;
-                }
+            ComplexLanes sum;
+            for (int k = 1; k <= m_; ++k) {
+                const ComplexLanes &f = filter_[at(k - 1)], &below = x[i - k], &above = x[i + k];
+                sum.re += f.re * (below.re + above.re) - f.im * (below.im - above.im);
+                sum.im += f.re * (below.im + above.im) + f.im * (below.re - above.re);
             }
-            x[at(i)] = sum;
+            const float share = i == 0 || i == n - 1 ? 1.0f : 0.5f;
+            predicted[i].re = sum.re * share;
+            predicted[i].im = sum.im * share;
         }
     }
 };
 
-/// Unitary transforms of one length along depth.
-class DepthFt {
-    LateralFft fft_;
-    Array<cf, 1> column_;
-    float scale_;
+/// Unitary Fourier transform of real columns, frequencies 0 to n/2. By tables: for the few samples of a patch, and all
+/// lanes at once, that is faster than a library's transform of one column after the other. Sample j and its mirror n -
+/// j share a cosine, and a sine up to its sign. Two sums are formed at a time to hide the latency of each other.
+class Ftu {
+    int n_, half_;
+    // (half + 1, half + 1) [k][j]; with the scale 1/sqrt(n); for the inverse [j][k], counting conjugate frequencies
+    std::vector<float> cos_, sin_, inverse_cos_, inverse_sin_;
+    std::vector<Lanes> even_, odd_;
+
+    const float* row(const std::vector<float>& table, int i) const { return table.data() + i * (half_ + 1); }
+    static std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
 public:
-    explicit DepthFt(int n) : fft_(n, FFTW_ESTIMATE), column_({n}), scale_(1.0f / std::sqrt(static_cast<float>(n))) {
+    explicit Ftu(int n) : n_(n), half_(n / 2), even_(at(half_ + 1)), odd_(at(half_ + 1)) {
         if (n != pad2(n)) qas::erexit("ftu: nx not a power of 2");
-    }
-    std::span<cf> column() { return column_.flat(); }
-    void run(int sign) {
-        (sign < 0 ? fft_.forward : fft_.inverse).run(column_);
-        for (cf& z : column_.flat()) z *= scale_;
-    }
-};
-
-/// Frequency i of a transformed column, in its block of lanes.
-struct Lane {
-    std::size_t block;
-    int l;
-    explicit Lane(std::size_t i) : block(i / lane_count), l(static_cast<int>(i % lane_count)) {}
-};
-
-/// Prediction of patches.
-class PatchFilter {
-    const FxDesign design_;
-    std::size_t nfreq_, ncol_;
-    DepthFt ft_;
-    Predictor predictor_;
-    std::vector<std::vector<Lanes>> fdata_;   // by block of frequencies: one entry a column
-    std::vector<std::vector<Lanes>> filter_;  // by block: one entry a coefficient
-    std::vector<float> rfilter_;
-
-public:
-    explicit PatchFilter(const FxDesign& design)
-        : design_(design),
-          nfreq_(static_cast<std::size_t>(pad2(design.w1))),
-          ncol_(static_cast<std::size_t>(design.w2)),
-          ft_(static_cast<int>(nfreq_)),
-          predictor_(design.noper, design.w2, design.lambda),
-          fdata_((nfreq_ + lane_count - 1) / lane_count, std::vector<Lanes>(ncol_)),
-          filter_(fdata_.size()),
-          rfilter_(nfreq_ * static_cast<std::size_t>(design.noper)) {}
-
-    std::size_t frequencies() const { return nfreq_; }
-
-    /// @param pdata (w1, w2) in place
-    void fxdecon(View<float, 2> pdata) {
-        const std::span<cf> column = ft_.column();
-        for (std::size_t i2 = 0; i2 < ncol_; ++i2) {
-            const std::span<float> data = pdata.slice(static_cast<Index>(i2)).flat();
-            std::ranges::fill(column, cf(0.0f));
-            std::ranges::copy(data, column.begin());
-            ft_.run(-1);
-            for (std::size_t i = 0; i < nfreq_; ++i) {
-                const Lane lane(i);
-                fdata_[lane.block][i2].re[lane.l] = column[i].real();
-                fdata_[lane.block][i2].im[lane.l] = column[i].imag();
+        const double scale = 1.0 / std::sqrt(double(n));
+        for (int row = 0; row <= half_; ++row)
+            for (int i = 0; i <= half_; ++i) {
+                const double phase = 2.0 * std::numbers::pi * (row * i % n) / n;
+                const double share = i == 0 || 2 * i == n ? 1.0 : 2.0;
+                cos_.push_back(static_cast<float>(scale * std::cos(phase)));
+                sin_.push_back(static_cast<float>(-scale * std::sin(phase)));
+                inverse_cos_.push_back(static_cast<float>(share * scale * std::cos(phase)));
+                inverse_sin_.push_back(static_cast<float>(share * scale * std::sin(phase)));
             }
+    }
+    int frequencies() const { return half_ + 1; }
+
+    /// Sign -1.
+    /// @param x      count samples, zeros to n
+    /// @param stride from one frequency of the spectrum to the next
+    void forward(const Lanes* x, int count, ComplexLanes* spectrum, std::size_t stride) {
+        for (int j = 0; j <= half_; ++j) {
+            even_[at(j)] = odd_[at(j)] = j < count ? x[j] : Lanes{};
+            const int mirror = n_ - j;
+            if (mirror <= j || mirror >= count) continue;
+            even_[at(j)] += x[mirror];
+            odd_[at(j)] -= x[mirror];
         }
-        for (std::size_t block = 0; block < fdata_.size(); ++block) {
-            predictor_.run(fdata_[block]);
-            filter_[block].assign(predictor_.filter().begin(), predictor_.filter().end());
-        }
-        for (std::size_t i2 = 0; i2 < ncol_; ++i2) {
-            for (std::size_t i = 0; i < nfreq_; ++i) {
-                const Lane lane(i);
-                column[i] = cf(fdata_[lane.block][i2].re[lane.l], fdata_[lane.block][i2].im[lane.l]);
+        for (int k = 0; k <= half_; k += 2) {
+            const int next = std::min(k + 1, half_);
+            const float *c0 = row(cos_, k), *s0 = row(sin_, k), *c1 = row(cos_, next), *s1 = row(sin_, next);
+            Lanes re0{}, im0{}, re1{}, im1{};
+            for (int j = 0; j <= half_; ++j) {
+                re0 += even_[at(j)] * c0[j];
+                im0 += odd_[at(j)] * s0[j];
+                re1 += even_[at(j)] * c1[j];
+                im1 += odd_[at(j)] * s1[j];
             }
-            ft_.run(+1);
-            const std::span<float> data = pdata.slice(static_cast<Index>(i2)).flat();
-            for (std::size_t i = 0; i < data.size(); ++i) data[i] = column[i].real();
+            spectrum[at(k) * stride].re = re0;
+            spectrum[at(k) * stride].im = im0;
+            spectrum[at(next) * stride].re = re1;
+            spectrum[at(next) * stride].im = im1;
         }
     }
 
-    /// The prediction-error filter of the last patch: a spike, then minus the coefficients brought back to depth.
-    /// @return (frequencies, noper)
-    std::span<const float> rfilter() {
-        const std::span<cf> column = ft_.column();
-        const float scale = std::sqrt(static_cast<float>(nfreq_));  // what the spike would be
-        std::ranges::fill(rfilter_, 0.0f);
-        rfilter_[0] = 1.0f;
-        for (std::size_t k = 1; k < static_cast<std::size_t>(design_.noper); ++k) {
-            for (std::size_t i = 0; i < nfreq_; ++i) {
-                const Lane lane(i);
-                column[i] = cf(filter_[lane.block][k - 1].re[lane.l], filter_[lane.block][k - 1].im[lane.l]);
+    /// Sign +1, from the spectrum of a real column.
+    void inverse(const ComplexLanes* spectrum, std::size_t stride, int count, Lanes* x) {
+        const auto keep = [&](int j, const Lanes& even, const Lanes& odd) {
+            if (j < count) x[j] = even - odd;
+            if (j > 0 && n_ - j > j && n_ - j < count) x[n_ - j] = even + odd;
+        };
+        for (int j = 0; j <= half_; j += 2) {
+            const int next = std::min(j + 1, half_);
+            const float *c0 = row(inverse_cos_, j), *s0 = row(inverse_sin_, j);
+            const float *c1 = row(inverse_cos_, next), *s1 = row(inverse_sin_, next);
+            Lanes even0{}, odd0{}, even1{}, odd1{};
+            for (int k = 0; k <= half_; ++k) {
+                const ComplexLanes& z = spectrum[at(k) * stride];
+                even0 += z.re * c0[k];
+                odd0 += z.im * s0[k];
+                even1 += z.re * c1[k];
+                odd1 += z.im * s1[k];
             }
-            ft_.run(+1);
-            for (std::size_t i = 0; i < nfreq_; ++i) rfilter_[k * nfreq_ + i] = -column[i].real() / scale;
+            keep(j, even0, odd0);
+            keep(next, even1, odd1);
         }
-        return rfilter_;
     }
 };
 
@@ -326,53 +319,103 @@ Array<float, 2> fxwallwt(const FxDesign& d, int n1, int n2) {
     return wallwt;
 }
 
-/// Predicts one panel. Patches at one place, as a panel no wider than a patch has them, are predicted once.
+/// Prediction of the panels of lane_count midpoints.
 class Window {
-    const FxDesign& d_;
-    PatchFilter filter_;
-    Array<float, 3> pdata_;        // (w1, w2, k1) the predicted patches of the last origin along offset
-    std::vector<float> rfilters_;  // their filters
-    int last_origin_ = -1;
+    FxDesign d_;
+    int n1_, n2_, nfreq_;
+    Ftu ft_;
+    Predictor predictor_;
+    std::size_t padded_;                                     // columns of a patch and the zeros around them
+    std::vector<Lanes> panel_, resid_, column_;              // (n1, n2), (n1, n2), one column
+    std::vector<ComplexLanes> fdata_, predicted_, filters_;  // (padded, nfreq), (w2, nfreq), (noper - 1, nfreq)
 
-    void predict_row(View<const float, 2> data, int o2, bool want_filters) {
-        const auto n1 = static_cast<int>(data.n[0]);
-        rfilters_.clear();
-        for (int j1 = 0; j1 < d_.k1; ++j1) {
-            const int o1 = patch_origin(n1, d_.w1, j1, d_.k1);
-            const View<float, 2> patch = pdata_.view().slice(j1);
-            for (int i2 = 0; i2 < d_.w2; ++i2) std::copy_n(data.slice(o2 + i2).p + o1, d_.w1, patch.slice(i2).p);
-            filter_.fxdecon(patch);
-            if (!want_filters) continue;
-            const std::span<const float> rfilter = filter_.rfilter();
-            rfilters_.insert(rfilters_.end(), rfilter.begin(), rfilter.end());
+    std::size_t at(int iz, int ish) const {
+        return static_cast<std::size_t>(ish) * static_cast<std::size_t>(n1_) + static_cast<std::size_t>(iz);
+    }
+
+    /// The patch at an origin, predicted into predicted_.
+    void fxdecon(int o1, int o2) {
+        const auto margin = static_cast<std::size_t>(d_.noper - 1), w2 = static_cast<std::size_t>(d_.w2);
+        for (int i2 = 0; i2 < d_.w2; ++i2)
+            ft_.forward(&panel_[at(o1, o2 + i2)], d_.w1, &fdata_[margin + static_cast<std::size_t>(i2)], padded_);
+        for (std::size_t k = 0; k < static_cast<std::size_t>(nfreq_); ++k) {
+            predictor_.run(&fdata_[k * padded_ + margin], d_.w2, &predicted_[k * w2]);
+            std::ranges::copy(predictor_.filter(), filters_.begin() + static_cast<Index>(k * margin));
         }
-        last_origin_ = o2;
+    }
+
+    /// The prediction-error filters of the last patch: a spike, then minus the coefficients brought back to depth.
+    /// @param out of the first midpoint; those of the next stand `apart` further on
+    void error_filters(float* out, std::size_t apart, int count) {
+        const int n = pad2(d_.w1);
+        const float scale = std::sqrt(static_cast<float>(n));  // what the spike would be
+        for (int l = 0; l < count; ++l) {
+            float* const filter = out + static_cast<std::size_t>(l) * apart;
+            std::fill_n(filter, n, 0.0f);
+            filter[0] = 1.0f;
+        }
+        for (int k = 1; k < d_.noper; ++k) {
+            ft_.inverse(&filters_[static_cast<std::size_t>(k - 1)], static_cast<std::size_t>(d_.noper - 1), n,
+                        column_.data());
+            for (int i = 0; i < n; ++i)
+                for (int l = 0; l < count; ++l)
+                    out[static_cast<std::size_t>(l) * apart + static_cast<std::size_t>(k * n + i)] =
+                        -column_[static_cast<std::size_t>(i)][l] / scale;
+        }
     }
 
 public:
-    explicit Window(const FxDesign& design) : d_(design), filter_(design), pdata_({design.w1, design.w2, design.k1}) {}
-    std::size_t frequencies() const { return filter_.frequencies(); }
+    Window(const FxDesign& design, int n1, int n2)
+        : d_(design),
+          n1_(n1),
+          n2_(n2),
+          nfreq_(Ftu(pad2(design.w1)).frequencies()),
+          ft_(pad2(design.w1)),
+          predictor_(design.noper, design.lambda),
+          padded_(static_cast<std::size_t>(design.w2 + 2 * (design.noper - 1))),
+          panel_(at(0, n2)),
+          resid_(at(0, n2)),
+          column_(static_cast<std::size_t>(pad2(design.w1))),
+          fdata_(padded_ * static_cast<std::size_t>(nfreq_)),
+          predicted_(static_cast<std::size_t>(design.w2 * nfreq_)),
+          filters_(static_cast<std::size_t>((design.noper - 1) * nfreq_)) {}
 
-    /// @param data    (n1, n2)
-    /// @param resid   (n1, n2) overwritten
-    /// @param filters the patches' filters are added here; null: not wanted
-    void run(View<const float, 2> data, View<const float, 2> wallwt, View<float, 2> resid,
-             std::vector<float>* filters) {
-        const auto n1 = static_cast<int>(data.n[0]), n2 = static_cast<int>(data.n[1]);
-        std::ranges::fill(resid.flat(), 0.0f);
-        last_origin_ = -1;
+    /// Samples of the filters of one midpoint.
+    static std::size_t filter_size(const FxDesign& d) {
+        return static_cast<std::size_t>(d.k1) * static_cast<std::size_t>(d.k2) * static_cast<std::size_t>(pad2(d.w1)) *
+               static_cast<std::size_t>(d.noper);
+    }
+
+    /// @param first   first of up to lane_count midpoints
+    /// @param filters (filter_size, midpoints) of these; null: not wanted
+    void run(View<const float, 3> modl, Index first, View<const float, 2> wallwt, View<float, 3> resi, float* filters) {
+        const auto count = static_cast<int>(std::min<Index>(lane_count, modl.n[0] - first));
+        for (int iz = 0; iz < n1_; ++iz)
+            for (int ish = 0; ish < n2_; ++ish) load(&modl(first, ish, iz), count, panel_[at(iz, ish)]);
+        std::ranges::fill(resid_, Lanes{});
         for (int j2 = 0; j2 < d_.k2; ++j2) {
-            const int o2 = patch_origin(n2, d_.w2, j2, d_.k2);
-            if (o2 != last_origin_) predict_row(data, o2, filters != nullptr);
-            if (filters) filters->insert(filters->end(), rfilters_.begin(), rfilters_.end());
             const Kept kept(d_.w2, d_.noper, j2, d_.k2);
+            const int o2 = patch_origin(n2_, d_.w2, j2, d_.k2);
             for (int j1 = 0; j1 < d_.k1; ++j1) {
-                const int o1 = patch_origin(n1, d_.w1, j1, d_.k1);
-                for (int i2 = kept.first; i2 < kept.end; ++i2)
-                    for (int i1 = 0; i1 < d_.w1; ++i1) resid(o1 + i1, o2 + i2) += pdata_(i1, i2, j1);
+                const int o1 = patch_origin(n1_, d_.w1, j1, d_.k1);
+                fxdecon(o1, o2);
+                if (filters) {
+                    error_filters(filters, filter_size(d_), count);
+                    filters += pad2(d_.w1) * d_.noper;
+                }
+                for (int i2 = kept.first; i2 < kept.end; ++i2) {
+                    ft_.inverse(&predicted_[static_cast<std::size_t>(i2)], static_cast<std::size_t>(d_.w2), d_.w1,
+                                column_.data());
+                    for (int i1 = 0; i1 < d_.w1; ++i1)
+                        resid_[at(o1 + i1, o2 + i2)] += column_[static_cast<std::size_t>(i1)];
+                }
             }
         }
-        for (std::size_t i = 0; i < resid.flat().size(); ++i) resid.flat()[i] *= wallwt.flat()[i];
+        for (int iz = 0; iz < n1_; ++iz)
+            for (int ish = 0; ish < n2_; ++ish) {
+                resid_[at(iz, ish)] *= wallwt(iz, ish);
+                store(resid_[at(iz, ish)], count, &resi(first, ish, iz));
+            }
     }
 };
 
@@ -389,30 +432,38 @@ FxFit fx2d_fit(const FxDesign& asked, int n1, int n2) {
     return fit;
 }
 
-void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, qas::Session* session) {
+void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, int nodes, qas::Session* session) {
     assert(resi.n == modl.n);
-    const Index n1 = modl.n[2], n2 = modl.n[1], n3 = modl.n[0];
-    const FxDesign design = fx2d_fit(asked, static_cast<int>(n1), static_cast<int>(n2)).design;
-    const Array<float, 2> wallwt = fxwallwt(design, static_cast<int>(n1), static_cast<int>(n2));
-    Window window(design);
+    const auto n1 = static_cast<int>(modl.n[2]), n2 = static_cast<int>(modl.n[1]), n3 = static_cast<int>(modl.n[0]);
+    const FxDesign design = fx2d_fit(asked, n1, n2).design;
     if (session) {
-        session->to_history<int>("n1", static_cast<int>(window.frequencies()), filter_tag);
+        session->to_history<int>("n1", pad2(design.w1), filter_tag);
         session->to_history<int>("n2", design.noper, filter_tag);
         session->to_history<int>("n3", design.k1 * design.k2, filter_tag);
-        session->to_history<int>("n4", static_cast<int>(n3), filter_tag);
+        session->to_history<int>("n4", n3, filter_tag);
         session->to_history<int>("esize", 4, filter_tag);
     }
-    Array<float, 2> model({n1, n2}), resid({n1, n2});
-    std::vector<float> filters;
-    for (Index ix = 0; ix < n3; ++ix) {
-        for (Index iz = 0; iz < n1; ++iz)
-            for (Index ish = 0; ish < n2; ++ish) model(iz, ish) = modl(ix, ish, iz);
-        filters.clear();
-        window.run(model, wallwt, resid, session ? &filters : nullptr);
-        for (Index iz = 0; iz < n1; ++iz)
-            for (Index ish = 0; ish < n2; ++ish) resi(ix, ish, iz) = resid(iz, ish);
-        if (session)
-            session->srite(filter_tag, filters.data(), static_cast<std::int64_t>(filters.size() * sizeof(float)));
+    const Array<float, 2> wallwt = fxwallwt(design, n1, n2);
+    std::vector<Window> windows(static_cast<std::size_t>(nodes), Window(design, n1, n2));
+    const std::size_t filter_size = Window::filter_size(design);
+    // midpoints whose filters are held at a time: a group a thread, more while they stay small
+    constexpr std::size_t small = std::size_t{1} << 23;
+    const int groups =
+        std::max(nodes, static_cast<int>(std::min<std::size_t>(small / (filter_size * lane_count), 1000)));
+    const int batch = session ? groups * lane_count : n3;
+    std::vector<float> filters(session ? filter_size * static_cast<std::size_t>(batch) : 0);
+    for (int start = 0; start < n3; start += batch) {
+        const int end = std::min(start + batch, n3);
+#pragma omp parallel for schedule(dynamic, 1) num_threads(nodes)
+        for (int first = start; first < end; first += lane_count) {
+            float* const own =
+                session ? filters.data() + filter_size * static_cast<std::size_t>(first - start) : nullptr;
+            windows[static_cast<std::size_t>(omp_get_thread_num())].run(modl, first, wallwt, resi, own);
+        }
+        if (session) {
+            const std::size_t samples = filter_size * static_cast<std::size_t>(end - start);
+            session->srite(filter_tag, filters.data(), static_cast<std::int64_t>(samples * sizeof(float)));
+        }
     }
 }
 

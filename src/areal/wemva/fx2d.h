@@ -28,17 +28,18 @@ struct FxFit {
     std::vector<std::string> notes;  ///< what was changed, or will surprise: a line each
 };
 
-/// The design for panels of n1 depths by n2 offsets: patches no larger than the panel, one at least along each axis,
-/// and enough of them that what they keep covers it. A design that fits comes back as it is. Ends the run if patches
-/// smaller than the panel keep nothing.
+/// The design for panels of n1 depths by n2 offsets: an axis shorter than its patch gets one patch of its own length;
+/// otherwise one patch at least, and enough that what they keep covers the axis. A design that fits comes back as it
+/// is. Ends the run if patches smaller than the panel keep nothing.
 FxFit fx2d_fit(const FxDesign& asked, int n1, int n2);
 
 /// Replace gathers by their prediction, with the design fitted as fx2d_fit does.
 /// @param modl    (midpoint, offset, depth)
 /// @param resi    same shape, overwritten
-/// @param session where the filters go, to dataset "oper-fxdecon.H": for each patch, in the order they are used, the
-///                prediction-error filter in depth (w1 made a power of two) and offset (noper); null: nowhere
-void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, qas::Session* session);
+/// @param nodes   threads; the result does not depend on their number
+/// @param session where the filters go, to dataset "oper-fxdecon.H": for each midpoint and patch, in the order they are
+///                used, the prediction-error filter in depth (w1 made a power of two) and offset (noper); null: nowhere
+void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, int nodes, qas::Session* session);
 
 /// Divide each depth slice by its largest magnitude; a slice of zeros stays.
 /// @param data (midpoint, offset, depth), in place
