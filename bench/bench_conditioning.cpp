@@ -61,10 +61,10 @@ void smoothing(benchmark::State& state) {
 }
 
 void prediction(benchmark::State& state) {
-    const FxDesign design{15, 150, 5, nz * 3 / 12, nx * 3 / 92, 20.0f};
+    const FxDesign design{15, 150, 5, nz * 3 / 12, nx * 3 / 92, 20.0f, 2};
     const Array<float, 3> image = random_image();
     Array<float, 3> out(image.n());
-    for (auto _ : state) fx2d_lop(design, image, out, 2, nullptr);
+    for (auto _ : state) fx2d_lop(design, image, out, nullptr);
 }
 
 /// Forth and back, with every so many samples a knot.

@@ -229,6 +229,7 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
 
 FxDesign fx2d_design(const Parms& par) {
     FxDesign design;
+    design.node = par.node;
     design.k1 = truncate(static_cast<float>(par.nz) * 1.5f / 6.0f);
     design.k2 = truncate(static_cast<float>(par.img.xm.n) * 1.5f / 46.0f);
     return design;

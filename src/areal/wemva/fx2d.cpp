@@ -432,7 +432,7 @@ FxFit fx2d_fit(const FxDesign& asked, int n1, int n2) {
     return fit;
 }
 
-void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, int nodes, qas::Session* session) {
+void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, qas::Session* session) {
     assert(resi.n == modl.n);
     const auto n1 = static_cast<int>(modl.n[2]), n2 = static_cast<int>(modl.n[1]), n3 = static_cast<int>(modl.n[0]);
     const FxDesign design = fx2d_fit(asked, n1, n2).design;
@@ -443,6 +443,7 @@ void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> r
         session->to_history<int>("n4", n3, filter_tag);
         session->to_history<int>("esize", 4, filter_tag);
     }
+    const int nodes = design.node == node_default ? omp_get_max_threads() : std::max(design.node, 1);
     const Array<float, 2> wallwt = fxwallwt(design, n1, n2);
     std::vector<Window> windows(static_cast<std::size_t>(nodes), Window(design, n1, n2));
     const std::size_t filter_size = Window::filter_size(design);

@@ -15,12 +15,14 @@
 
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/ow_parms_areal.h"
 
 struct FxDesign {
     int w1 = 15, w2 = 150;  ///< size of a patch: depths, offsets
     int noper = 5;          ///< length of the prediction-error filter
     int k1 = 1, k2 = 1;     ///< number of patches along depth and offset, evenly spread
     float lambda = 20.0f;
+    int node = node_default;  ///< threads; node_default: the runtime's team size. The result does not depend on them
 };
 
 struct FxFit {
@@ -36,10 +38,9 @@ FxFit fx2d_fit(const FxDesign& asked, int n1, int n2);
 /// Replace gathers by their prediction, with the design fitted as fx2d_fit does.
 /// @param modl    (midpoint, offset, depth)
 /// @param resi    same shape, overwritten
-/// @param nodes   threads; the result does not depend on their number
 /// @param session where the filters go, to dataset "oper-fxdecon.H": for each midpoint and patch, in the order they are
 ///                used, the prediction-error filter in depth (w1 made a power of two) and offset (noper); null: nowhere
-void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, int nodes, qas::Session* session);
+void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, qas::Session* session);
 
 /// Divide each depth slice by its largest magnitude; a slice of zeros stays.
 /// @param data (midpoint, offset, depth), in place

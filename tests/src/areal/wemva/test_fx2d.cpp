@@ -175,7 +175,7 @@ TEST(Fx2d, AgreesWithTheDirectEvaluation) {
         const Array<float, 3> image = random_gather({nx, c.n2, c.n1});
         Array<float, 3> out(image.n());
         out.fill(9.0f);
-        fx2d_lop(c.d, image, out, 2, nullptr);
+        fx2d_lop(c.d, image, out, nullptr);
         for (const int ix : {0, 15, 16, 36}) {
             Panel panel(static_cast<std::size_t>(c.n2));
             for (int ih = 0; ih < c.n2; ++ih)
@@ -190,6 +190,16 @@ TEST(Fx2d, AgreesWithTheDirectEvaluation) {
     }
 }
 
+TEST(Fx2d, TheNumberOfThreadsChangesNothing) {
+    FxDesign d{15, 20, 5, 4, 3, 2.0f, 1};
+    const Array<float, 3> image = random_gather({70, 33, 40});
+    Array<float, 3> one(image.n()), many(image.n());
+    fx2d_lop(d, image, one, nullptr);
+    d.node = 3;
+    fx2d_lop(d, image, many, nullptr);
+    EXPECT_TRUE(std::ranges::equal(one.flat(), many.flat()));
+}
+
 TEST(Fx2d, KeepsAPlaneEventAndRemovesNoise) {
     const int nx = 2, nh = 41, nz = 32;
     FxDesign d{16, 41, 5, 4, 1, 0.1f};
@@ -197,13 +207,13 @@ TEST(Fx2d, KeepsAPlaneEventAndRemovesNoise) {
         SCOPED_TRACE(slope);
         const Array<float, 3> event = plane_event(nx, nh, nz, slope), noise = random_gather({nx, nh, nz});
         Array<float, 3> out({nx, nh, nz});
-        fx2d_lop(d, event, out, 2, nullptr);
+        fx2d_lop(d, event, out, nullptr);
         double wrong = 0;
         for (int iz = 0; iz < nz; ++iz)
             for (int ih = 5; ih < nh - 5; ++ih)
                 wrong = std::max<double>(wrong, std::abs(out(0, ih, iz) - event(0, ih, iz)));
         EXPECT_LT(wrong, 0.15);
-        fx2d_lop(d, noise, out, 2, nullptr);
+        fx2d_lop(d, noise, out, nullptr);
         EXPECT_LT(rms(out, 0, nh), 0.5 * rms(noise, 0, nh));
     }
 }
@@ -213,16 +223,16 @@ TEST(Fx2d, AmplitudeKeptAtTheLambdaOfARun) {
     const FxDesign d{15, 150, 5, nz * 3 / 12, 1, 20.0f};
     const Array<float, 3> event = plane_event(1, nh, nz, 0.25), noise = random_gather({1, nh, nz});
     Array<float, 3> out({1, nh, nz});
-    fx2d_lop(d, event, out, 2, nullptr);
+    fx2d_lop(d, event, out, nullptr);
     EXPECT_NEAR(rms(out, 4, nh - 4) / rms(event, 4, nh - 4), 4.0 / 404, 0.1 * 4 / 404);
-    fx2d_lop(d, noise, out, 2, nullptr);
+    fx2d_lop(d, noise, out, nullptr);
     EXPECT_LT(rms(out, 0, nh) / rms(noise, 0, nh), 0.3 * 4 / 404);
 }
 
 TEST(Fx2d, AnEmptyPanelStaysEmpty) {
     Array<float, 3> image({2, 20, 20}), out({2, 20, 20});
     out.fill(5.0f);
-    fx2d_lop({15, 20, 5, 3, 1, 20.0f}, image, out, 2, nullptr);
+    fx2d_lop({15, 20, 5, 3, 1, 20.0f}, image, out, nullptr);
     for (const float v : out.flat()) EXPECT_EQ(v, 0.0f);
 }
 
@@ -258,7 +268,7 @@ TEST(Fx2dFit, CutsPatchesAndCoversThePanel) {
         // nothing the panel holds is lost: a constant across offset comes out everywhere
         Array<float, 3> image({1, c.n2, c.n1}), out({1, c.n2, c.n1});
         image.fill(1.0f);
-        fx2d_lop(c.asked, image, out, 2, nullptr);
+        fx2d_lop(c.asked, image, out, nullptr);
         if (c.n2 > 1) {
             EXPECT_GT(*std::ranges::min_element(out.flat()), 0.0f);
         }
@@ -274,8 +284,8 @@ TEST(Fx2d, WritesItsFilters) {
     const FxDesign d{nz, nh, 4, 1, 2, 0.5f};
     const Array<float, 3> image = random_gather({nx, nh, nz});
     Array<float, 3> out(image.n());
-    fx2d_lop(d, image, out, 2, &session);
-    fx2d_lop(d, image, out, 2, &session);
+    fx2d_lop(d, image, out, &session);
+    fx2d_lop(d, image, out, &session);
     const std::string header = files::read_text(dir / "filters");
     for (const auto& [key, value] : {std::pair{"n1", "16"}, {"n2", "4"}, {"n3", "2"}, {"n4", "2"}, {"esize", "4"}})
         EXPECT_EQ(files::header_value(header, key), value) << key;
