@@ -57,7 +57,7 @@ const Entry* getpar_find(const ParTable& table, std::string_view names) {
         std::size_t end = names.find(' ', begin);
         if (end == std::string_view::npos) end = names.size();
         if (end > begin) {
-            const auto at = table.find(std::string(names.substr(begin, end - begin)));
+            const auto at = table.find(names.substr(begin, end - begin));
             if (at != table.end() && (!newest || at->second.timestamp > newest->timestamp)) newest = &at->second;
         }
         begin = end + 1;

@@ -22,7 +22,7 @@
 namespace qas {
 namespace {
 
-constexpr std::size_t max_header = std::size_t{64} << 20;
+constexpr std::size_t max_header = std::size_t{16} << 20;
 
 void fixed_header(streaminf& stream, const char* text) {
     stream.headerbuf = text;

@@ -8,7 +8,7 @@ namespace qas {
 /// header without data too, but with its text.
 void qasstr_in_head(Layer& layer, streaminf& stream);
 
-/// Reads the text of the header open in header_source, up to the byte 4 or the end of the stream, at most 64 MiB, and
+/// Reads the text of the header open in header_source, up to the byte 4 or the end of the stream, at most 16 MiB, and
 /// answers the mark at its end.
 void readhdr(Layer& layer, streaminf& stream);
 

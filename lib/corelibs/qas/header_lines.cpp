@@ -1,5 +1,6 @@
 #include "lib/corelibs/qas/header_lines.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,16 @@ void write_text(Layer& layer, streaminf& stream, std::string_view text, const ch
         history_error(layer, stream, label);
     stream.tail += text;
     if (stream.tail.size() > header_look_back) stream.tail.erase(0, stream.tail.size() - header_look_back);
+    stream.text_end = ::ftello(stream.headfile);
+}
+
+/// Whether the header is a file that ends where this record last wrote, and can be rewritten from there.
+bool ends_with_our_text(const streaminf& stream) {
+    if (!stream.headfile || std::fflush(stream.headfile) != 0) return false;
+    const int fd = ::fileno(stream.headfile);
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && !(flags & O_APPEND) && stream.text_end >= 0 && fsize(fd) == stream.text_end &&
+           ::ftello(stream.headfile) == stream.text_end;
 }
 
 }  // namespace
@@ -69,9 +80,8 @@ void append_last(Layer& layer, streaminf& stream, std::string_view name, std::st
     const std::string start = "\t\t" + std::string(name) + '=';
     std::size_t last = stream.tail.size();
     if (last > 0) last = last < 2 ? 0 : stream.tail.rfind('\n', last - 2) + 1;
-    const bool again =
-        stream.headfile && stream.tail.compare(last, start.size(), start) == 0 && stream.tail.ends_with('\n');
-    if (!again || !fdordinary(::fileno(stream.headfile))) {
+    const bool again = stream.tail.compare(last, start.size(), start) == 0 && stream.tail.ends_with('\n');
+    if (!again || !ends_with_our_text(stream)) {
         append_history(layer, stream, line);
         return;
     }

@@ -210,6 +210,7 @@ void open_updated_header(Layer& layer, streaminf& stream, bool keep, const std::
         readhdr(layer, stream);
         stream.header_source.close();
         std::fseek(stream.headfile, 0, SEEK_END);
+        stream.text_end = ::ftello(stream.headfile);
         stream.tail =
             stream.headerbuf->substr(stream.headerbuf->size() - std::min(stream.headerbuf->size(), header_look_back));
         choose_input_format(layer, stream);

@@ -23,7 +23,10 @@ bool names_file(Layer& layer, streaminf& stream, const std::string& identity) {
     for (std::size_t at = 0; at <= stream.dataname.size();) {
         const std::size_t end = std::min(stream.dataname.find(';', at), stream.dataname.size());
         const std::string name = stream.dataname.substr(at, end - at);
-        if (!name.empty() && file_identity(expand_info(layer, name, stream)) == identity) return true;
+        try {
+            if (!name.empty() && file_identity(expand_info(layer, name, stream)) == identity) return true;
+        } catch (const Fatal&) {  // a name with an unknown variable is no file's
+        }
         at = end + 1;
     }
     return false;

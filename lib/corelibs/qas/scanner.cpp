@@ -17,7 +17,7 @@ namespace qas {
 namespace {
 
 constexpr std::size_t max_token = 8191;
-constexpr std::size_t max_included = std::size_t{64} << 20;
+constexpr std::size_t max_included = std::size_t{16} << 20;
 constexpr int max_files = 10000;
 
 bool is_letter(char c) {

@@ -6,10 +6,11 @@
 /// quote stands for one, a newline closes it too) or bare (up to the next blank, tab or newline). A line that starts
 /// with `#` is a comment. Everything else is skipped. `par=file` is read in its place.
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 namespace qas {
 
@@ -20,7 +21,7 @@ struct Entry {
     std::int64_t timestamp = 0;
 };
 
-using ParTable = std::unordered_map<std::string, Entry>;
+using ParTable = std::map<std::string, Entry, std::less<>>;
 
 /// Who wrote a text. What stands in a history may have come from anywhere: a `par=` there reads regular files only.
 enum class Origin { user, history };
@@ -30,7 +31,7 @@ void getpar_hash_store(ParTable& table, std::int64_t& clock, std::string_view na
 
 /// Scans `text` and stores its pairs, `par=` files included in place.
 /// Errors: a token over 8191 characters; a parameter file that cannot be read, includes itself, or brings the text
-/// included by this scan over 64 MiB.
+/// included by this scan over 16 MiB.
 void getpar_scan(ParTable& table, std::int64_t& clock, std::string_view text, Origin origin);
 
 /// Stores one word of the command line. A word with a quote in it is scanned like a text; in any other, everything

@@ -1,5 +1,6 @@
 #include "lib/corelibs/qas/session.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -56,6 +57,12 @@ T without_padding(T value) {
     return value;
 }
 
+/// A program started without one of the standard streams would open a dataset in its place, and print into it.
+void keep_standard_streams_open() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != fd) qaserr("cannot open /dev/null\n");
+}
+
 void record(Layer& layer, const std::string& name, const Value& value) {
     switch (layer.recording) {
         case Layer::Recording::on:
@@ -78,6 +85,7 @@ struct Session::State {
 Session::Session(int argc, const char* const* argv) : Session(std::vector<std::string>(argv, argv + argc)) {}
 
 Session::Session(std::vector<std::string> argv) : state_(std::make_unique<State>()) {
+    keep_standard_streams_open();
     initpar(state_->layer, std::move(argv));
 }
 

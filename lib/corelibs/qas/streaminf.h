@@ -82,6 +82,7 @@ struct streaminf {
     std::string pending;                   ///< header text of a socket output that no reader has come for
     Descriptor sockfd;                     ///< kept open to the reader or writer that answered at the header's end
     std::string tail;                      ///< the last bytes written to headfile
+    std::int64_t text_end = -1;            ///< its length after they were written; -1: unknown
     std::optional<std::string> headerbuf;  ///< text of an input header; none: no header
     std::size_t hdrlen = 0;                ///< its length as it is copied to "out"
     bool scanned = false;                  ///< headerbuf is in hetch_queue

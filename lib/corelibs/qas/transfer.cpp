@@ -92,8 +92,9 @@ void for_each_line(const Window& window, Line line) {
     }
 }
 
-char* xdr_block(Layer& layer) {
-    layer.xdr_block.resize(static_cast<std::size_t>(block_bytes));
+char* xdr_block(Layer& layer, std::int64_t nbytes) {
+    const auto size = static_cast<std::size_t>(std::min(nbytes, block_bytes));
+    if (layer.xdr_block.size() < size) layer.xdr_block.resize(size);
     return layer.xdr_block.data();
 }
 
@@ -227,7 +228,7 @@ std::int64_t sreed_xdr(Layer& layer, streaminf& stream, void* buffer, std::int64
     if (format < 0 || format >= converted_formats)
         qaserr("xdr_reed(): tag \"%s\" I don't grok this format\n", stream.tagname.c_str());
     if (format == 2) return stream.io->read(layer, stream, buffer, nbytes);
-    char* block = xdr_block(layer);
+    char* block = xdr_block(layer, nbytes);
     char* to = static_cast<char*>(buffer);
     std::int64_t total = 0;
     while (total < nbytes) {
@@ -244,7 +245,7 @@ std::int64_t sreed_xdr(Layer& layer, streaminf& stream, void* buffer, std::int64
 std::int64_t srite_xdr(Layer& layer, streaminf& stream, const void* buffer, std::int64_t nbytes, int format) {
     if (format < 0 || format >= converted_formats)
         qaserr("xdr_rite(): tag \"%s\" I don't grok this format\n", stream.tagname.c_str());
-    char* block = xdr_block(layer);
+    char* block = xdr_block(layer, nbytes);
     const char* from = static_cast<const char*>(buffer);
     const std::int64_t whole = format == 2 ? nbytes : nbytes / 4 * 4;
     for (std::int64_t done = 0; done < whole;) {

@@ -187,6 +187,19 @@ TEST_F(Faults, ReadsThatFail) {
                 HasSubstr("cannot be read: Input/output error"));
 }
 
+TEST_F(Faults, AProgramWithoutStandardStreams) {
+    const pid_t program = start_process([&] {
+        for (const int fd : {0, 1, 2}) ::close(fd);
+        qas::Session s(std::vector<std::string>{"prog", "datapath=./", "g.write_title=n"});
+        s.to_history("n1", 1, "g");
+        s.from_param<int>("nh", 3);
+        std::printf("not into the dataset\n");
+        std::fflush(stdout);
+    });
+    EXPECT_EQ(exit_status(program), 0);
+    EXPECT_EQ(read_file("g"), "\t\tn1=1\n");
+}
+
 TEST_F(Faults, StreamsThatFail) {
     const std::vector<float> panel = ramp(1000);
     auto s = session({"g=stdout", "g.out=stdout"});

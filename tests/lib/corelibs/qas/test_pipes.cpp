@@ -456,5 +456,5 @@ TEST_F(Pipes, ATerminalAsStandardInput) {
 
 TEST_F(Pipes, AHeaderWithoutEnd) {
     auto s = session({"rec=yes |"});
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("rec", "n1"); }), HasSubstr("longer than 64 MiB"));
+    EXPECT_THAT(fatal([&] { s->from_aux<int>("rec", "n1"); }), HasSubstr("longer than 16 MiB"));
 }

@@ -165,6 +165,22 @@ TEST_F(Updates, ALineThatIsWrittenAgainReplacesItself) {
     EXPECT_THAT(read_file("g"), EndsWith(std::string(400, 'v') + "\"\n\t\tputlast: long=\"www\"\n"));
 }
 
+TEST_F(Updates, OnlyTheLastLineOfTheFileIsReplaced) {
+    set_output_file("o");
+    auto s = session({"out.write_title=n", "out=d"});
+    s->put_last("done", 1);
+    std::fputs("printed by the program\n", out_);
+    s->put_last("done", 2);
+    EXPECT_THAT(read_file("o"), EndsWith("\t\tputlast: done=1\nprinted by the program\n\t\tputlast: done=2\n"));
+    std::fclose(out_);
+    out_ = std::fopen("o", "a");
+    std::rewind(in_);
+    auto t = session({"out.write_title=n", "out=d"});
+    t->put_last("done", 3);
+    t->put_last("done", 4);
+    EXPECT_THAT(read_file("o"), EndsWith("\t\tputlast: done=3\n\t\tputlast: done=4\n"));
+}
+
 TEST_F(Updates, LookUpsInSeveralPlaces) {
     set_input("a=1 b=2 d=9\n");
     auto s = session({"a=10"});
