@@ -43,7 +43,7 @@ EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
             const double rx = px - spec.middle;
             const double background = spec.v0 + spec.gradient * (pz - rx * slope(spec.tilt));
             const double ux = (px - spec.xc) / spec.wx, uz = (pz - spec.zc) / spec.wz;
-            const double with_body = background + spec.dv * std::exp(-ux * ux - uz * uz);
+            const double with_body = background + spec.dv * std::exp2(-ux * ux - uz * uz);
             double layers = 0.0;
             for (const Reflector& r : spec.reflectors)
                 layers += r.strength * std::max(0.0, 1.0 - std::abs(pz - r.z - rx * slope(r.dip)) / z.d);

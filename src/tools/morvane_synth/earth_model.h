@@ -13,8 +13,8 @@ struct Reflector {
     float strength = 0.05f;
 };
 
-/// Background v0 + gradient * depth, tilted; a Gaussian body dv exp(-((x - xc) / wx)^2 - ((z - zc) / wz)^2); thin
-/// layers.
+/// Background v0 + gradient * depth, tilted; a Gaussian body dv 2^(-((x - xc) / wx)^2 - ((z - zc) / wz)^2), which
+/// has fallen to half at the half-widths wx and wz; thin layers.
 struct ModelSpec {
     float v0 = 1800.0f;
     float gradient = 0.5f;  ///< velocity by depth

@@ -37,10 +37,10 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.real("v0", o.spec.v0, tiny, huge, "m/s", "background: velocity at the surface");
     v.real("gradient", o.spec.gradient, -huge, huge, "1/s", "background: increase of velocity with depth");
     v.real("tilt", o.spec.tilt, -60, 60, "degrees", "background: dip of the surfaces of equal velocity");
-    v.real("dv", o.spec.dv, -huge, huge, "m/s", "Gaussian body exp(-(x/wx)^2-(z/wz)^2): velocity added in its centre");
+    v.real("dv", o.spec.dv, -huge, huge, "m/s", "Gaussian body 2^(-(x/wx)^2-(z/wz)^2): velocity added in its centre");
     v.real("xc", o.spec.xc, -huge, huge, "m", "Gaussian body: position; default: middle of the shots");
     v.real("zc", o.spec.zc, -huge, huge, "m", "Gaussian body: depth");
-    v.real("wx", o.spec.wx, tiny, huge, "m", "Gaussian body: half-width where it has fallen to 1/e");
+    v.real("wx", o.spec.wx, tiny, huge, "m", "Gaussian body: half-width, where it has fallen to half");
     v.real("wz", o.spec.wz, tiny, huge, "m", "Gaussian body: half-height");
     v.list("zref", w.depths, "m", "thin reflectors: depths in the middle of the shots (up to 100)");
     v.list("dip", w.dips, "degrees", "thin reflectors: dips, positive down with x; missing ones as the last given");
