@@ -1,7 +1,5 @@
 #include "src/areal/wemva/evaluation.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -242,8 +240,7 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays) {
     if (par.normalise) arrays.image = arrays.b_image;
     owdso(par, forward, arrays.b_image, run.pick1);
     if (par.nxfilt != not_given) {
-        const int nodes = par.node == node_default ? omp_get_max_threads() : par.node;
-        fx2d_lop(fx2d_design(par), arrays.b_image, arrays.r_image, nodes, run.panels ? &run.session : nullptr);
+        fx2d_lop(fx2d_design(par), arrays.b_image, arrays.r_image, run.panels ? &run.session : nullptr);
         std::ranges::copy(arrays.r_image.flat(), arrays.b_image.flat().begin());
     }
     if (par.l1norm) {
