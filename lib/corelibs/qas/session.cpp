@@ -224,6 +224,14 @@ void Session::check_data_size(std::string_view tag, std::int64_t nbytes, std::st
                static_cast<long long>(nbytes), static_cast<long long>(size));
 }
 
+std::string Session::history(std::string_view tag) {
+    const streaminf& stream = *tag_info(state_->layer, tag, Mode::input);
+    if (!stream.headerbuf)
+        qaserr("Attempt to get the history of tag %s which is not a valid description file \n%s",
+               stream.tagname.c_str(), stream.trouble.c_str());
+    return *stream.headerbuf;
+}
+
 std::int64_t Session::data_size(std::string_view tag) {
     return ssize(state_->layer, tag);
 }

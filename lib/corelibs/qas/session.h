@@ -77,6 +77,8 @@ public:
     /// memory of this machine, or over 256 MiB and more than twice the size of the data: axes that promise so much are
     /// wrong. `axes` says for the message which ones, "n1*n3".
     void check_data_size(std::string_view tag, std::int64_t nbytes, std::string_view axes);
+    /// The whole history of input `tag` as it stands in its header, without the mark at its end.
+    std::string history(std::string_view tag);
     /// Size of the data of input `tag` in bytes; -1 if they are not in ordinary files.
     std::int64_t data_size(std::string_view tag);
 

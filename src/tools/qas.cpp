@@ -1,0 +1,62 @@
+/// A companion for the shell: looks into datasets, cuts, joins, converts and compares them. `qas --help` tells more.
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "src/tools/qas/commands.h"
+
+namespace {
+
+bool is_help(std::string_view word) {
+    return word == "--help" || word == "-h";
+}
+
+/// The message on the standard error, and on the standard output unless samples go there.
+int report(const std::string& name, const std::string& message, bool samples_on_stdout, int status) {
+    std::fflush(stdout);
+    for (std::FILE* stream : {stderr, stdout}) {
+        if (stream == stdout && samples_on_stdout) continue;
+        std::fprintf(stream, "%s: %s", name.c_str(), message.c_str());
+        std::fflush(stream);
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
+    const std::string_view name = argc > 1 ? argv[1] : "";
+    if (is_help(name)) {
+        std::fputs(qastool::overview().c_str(), stdout);
+        return 0;
+    }
+    for (const qastool::Command& command : qastool::commands()) {
+        if (name != command.name) continue;
+        if (std::any_of(words.begin(), words.end(), is_help)) {
+            std::fputs(command.help, stdout);
+            return 0;
+        }
+        const std::string full = "qas " + std::string(name);
+        try {
+            const int status = command.run(qastool::sort_words("qas-" + std::string(name), words));
+            if (std::fflush(stdout) != 0 || std::ferror(stdout))
+                return report(full, "the standard output cannot be written\n", true, command.trouble);
+            return status;
+        } catch (const qas::Fatal& error) {
+            return report(full, error.what(), command.samples_on_stdout, command.trouble);
+        } catch (const std::bad_alloc&) {
+            return report(full, "not enough memory\n", command.samples_on_stdout, command.trouble);
+        } catch (const std::length_error&) {
+            return report(full, "not enough memory\n", command.samples_on_stdout, command.trouble);
+        }
+    }
+    std::fprintf(stderr, "qas: %s\n%s",
+                 argc > 1 ? ("unknown subcommand " + qastool::printable(name)).c_str() : "a subcommand is needed",
+                 qastool::overview().c_str());
+    return 23;
+}
