@@ -20,7 +20,6 @@
 #include "lib/corelibs/qas/scanner.h"
 #include "lib/corelibs/qas/session.h"
 #include "lib/corelibs/qas/sync.h"
-#include "lib/corelibs/qas/transfer.h"
 
 namespace fuzz {
 namespace {

@@ -34,6 +34,7 @@ void check_named_by_history(const streaminf& stream) {
         std::string text(std::size_t{1} << 20, '\0');
         file.read(text.data(), static_cast<std::streamsize>(text.size()));
         text.resize(static_cast<std::size_t>(file.gcount()));
+        if (text.starts_with("in=")) return;
         for (const char* line : {" in=", "\tin=", "\nin="})
             if (text.find(line) != std::string::npos) return;
     }

@@ -11,10 +11,9 @@
 
 #include "lib/base/axis.h"
 #include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/window.h"
 
 namespace qas {
-
-struct Window;
 
 template <class T>
 concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::same_as<T, double> ||
@@ -106,7 +105,7 @@ public:
     std::int64_t srite2(std::string_view tag, const void* buffer, std::int64_t nbytes, std::string_view format);
     std::int64_t sreed_raw(std::string_view tag, void* buffer, std::int64_t nbytes);
     std::int64_t srite_raw(std::string_view tag, const void* buffer, std::int64_t nbytes);
-    /// The samples of a window (transfer.h) of a regular grid, in order.
+    /// The samples of a window of a regular grid, in order: as many bytes as there are before the data end.
     std::int64_t sreed_window(std::string_view tag, const Window& window, void* buffer);
     std::int64_t srite_window(std::string_view tag, const Window& window, const void* buffer);
     /// sseek by blocks; the present position in bytes; whether the data can be positioned backwards.
@@ -152,7 +151,7 @@ private:
 };
 
 /// Ends a run as it must end: job message "error", then "program: message" on standard error and on standard output,
-/// flushed. Returns 23, the status of every error exit.
+/// flushed. Returns 23, the status of every error exit; an Exit has printed its message already and brings its own.
 int report_fatal(const Fatal& error, Session& session);
 
 }  // namespace qas

@@ -2,9 +2,9 @@
 /// Moving samples: the transfers programs call, and the conversion from and to big-endian words.
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "lib/corelibs/qas/streaminf.h"
+#include "lib/corelibs/qas/window.h"
 
 namespace qas {
 
@@ -34,13 +34,6 @@ std::int64_t srite2(Layer& layer, std::string_view tag, const void* buffer, std:
 /// As sreed and srite, without conversion.
 std::int64_t sreed_raw(Layer& layer, std::string_view tag, void* buffer, std::int64_t nbytes);
 std::int64_t srite_raw(Layer& layer, std::string_view tag, const void* buffer, std::int64_t nbytes);
-
-/// A window of a regular grid, all axes fastest first: `grid` samples an axis, of which `n` are taken from `first` on,
-/// `step` apart. `esize` is the size of a sample in bytes.
-struct Window {
-    std::vector<std::int64_t> grid, n, first, step;
-    std::int64_t esize = 4;
-};
 
 /// Moves the samples of a window, in order, between the data of `tag` and `buffer`. Returns the bytes moved. Data that
 /// can only be read onwards are; a window beyond their end comes short.

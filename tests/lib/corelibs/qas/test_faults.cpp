@@ -14,7 +14,6 @@
 #include "lib/corelibs/qas/jobs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/sockets.h"
-#include "lib/corelibs/qas/transfer.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 using ::testing::EndsWith;
