@@ -236,12 +236,15 @@ void preset(SynthOptions& o, Words& w) {
     w.strengths = {0.05f};
     if (o.model == "lens") {
         o.spec.dv = -600;
+        w.strengths = {0.01f, 0.03f, 0.035f, 0.04f, 0.045f, 0.05f};  // about equally loud at the surface
+        o.niter = 9;
     } else if (o.model == "layers") {
         w.depths = {250, 400, 550, 700, 850, 1000, 1150};
         w.dips = {3, 4, 5, 5, 6, 6, 7};
         o.spec.tilt = 4;
         o.spec.start_scale = 0.92f;
         o.acquisition.angle = 50;
+        o.niter = 2;
     } else if (o.model == "fast") {
         o.spec.dv = 500;
         o.spec.zc = 550;
@@ -319,8 +322,8 @@ std::string synth_help() {
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
            help.result() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
-           "body\n"
-           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250\n"
+           "body, strength=0.05 niter=2\n"
+           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=12\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
 
@@ -362,6 +365,8 @@ SynthOptions read_options(qas::Session& session) {
     const double middle = g.shot.o + 0.5 * (g.shot.n - 1) * static_cast<double>(g.shot.d);
     o.spec.middle = static_cast<float>(middle);
     if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
+    // the strengths of a built-in model are those of its own depths
+    if (session.getch<std::string>("zref") && !session.getch<std::string>("strength")) w.strengths = {0.05f};
     const auto of_reflectors = [&](const char* key, const std::vector<float>& values, float otherwise, double limit) {
         if (values.size() > w.depths.size())
             qaserr("%s= has %zu values for %zu reflectors\n", key, values.size(), w.depths.size());
