@@ -212,6 +212,7 @@ int run_from_npy(Words words) {
     qas::Session session(session_words(words, {{"stdin", side_name}}));
     Dataset side = read_description(session, "in", side_name);
     check_overrides(session);
+    check_outputs(session, {words.files[0], side_name});
     const Kind kind = header.type == 'c'   ? Kind::complex
                       : header.type == 'f' ? Kind::real
                       : header.type == 'i' ? Kind::integer

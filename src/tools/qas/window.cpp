@@ -95,6 +95,7 @@ void write_header(qas::Session& session, const Dataset& set, const qas::Window& 
     for (std::size_t i = 0; i < set.axes.size(); ++i) {
         const GridAxis& axis = set.axes[i];
         const std::string k = std::to_string(i + 1);
+        if (!axis.given) continue;
         put_integer(session, "n" + k, window.n[i]);
         if (window.first[i] == 0 && window.step[i] == 1) continue;
         session.to_history("o" + k, axis.o + static_cast<double>(window.first[i]) * axis.d);
@@ -110,6 +111,7 @@ int run_window(Words words) {
     qas::Session session(session_words(words, {{"stdin", words.files[0]}}));
     const Dataset set = read_description(session, "in", words.files[0]);
     check_output_format(session, set);
+    check_outputs(session, words.files);
     if (set.axes.empty()) require_data(session, set, 0);
     const qas::Window window = chosen_window(session, set);
     require_data(session, set, reach(window));
