@@ -130,7 +130,7 @@ inline Outcome run_program(const std::string& program, const std::vector<std::st
         return result;
     };
     std::string command = "cd" + quoted(directory) + " && exec env OMP_WAIT_POLICY=passive " + environment +
-                          quoted(std::string(MORVANE_BIN_DIR) + "/" + program);
+                          quoted(std::filesystem::path(MORVANE_BIN_DIR) / program);
     for (const std::string& argument : arguments) command += quoted(argument);
     command += " < /dev/null > .stdout 2> .stderr";
     const int result = std::system(command.c_str());
