@@ -21,7 +21,8 @@ void step(benchmark::State& state, const char* extrap, int nref) {
     const Array<float, 2> s = slowness(par.kxm.n, levels, 0.2f, 0.002f);
     const Medium medium = prepare_medium(par, s, {}, nullptr);
     const int batch = StepTables::batch(par);
-    StepTables tables(par, medium, batch);
+    Arena arena;
+    StepTables tables(par, medium, batch, arena);
     StepScratch scratch(par.kxm.n);
     Array<cf, 1> ws({par.kxm.n}), wr({par.kxm.n});
     for (auto _ : state) {

@@ -12,29 +12,39 @@ enum class Pass { migration, described, exact };
 
 void shot(benchmark::State& state, Pass pass, const char* extrap, int nref) {
     const int nodes = static_cast<int>(state.range(0));
-    const WaveCase wave{.nx = 360, .nz = 135, .nw = 16, .f0 = 5.0f, .df = 1.8f, .extrap = extrap, .nref = nref, .nh = 33,
-                        .tapertr = 15, .padtraces = 15};
+    const WaveCase wave{.nx = 360,
+                        .nz = 135,
+                        .nw = 16,
+                        .f0 = 5.0f,
+                        .df = 1.8f,
+                        .extrap = extrap,
+                        .nref = nref,
+                        .nh = 33,
+                        .tapertr = 15,
+                        .padtraces = 15};
     const Shot shot(wave, 0.1f, 0.002f);
     Array<float, 3> image({360, 33, 135});
     Array<float, 2> flat({360, 135});
     randomize(image.flat(), 3);
+    std::vector<Arena> memory;
+    WaveContext context = pass == Pass::exact ? shot.exact_context(nodes) : shot.context(nodes);
+    context.memory = &memory;
     for (auto _ : state) {
         if (pass == Pass::migration) {
-            owwei(shot.context(nodes), shot.recv.view(), shot.source.view(), shot.vel.view(), image, flat);
+            owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, flat);
         } else if (pass == Pass::described) {
-            owwemva(shot.context(nodes), true, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image, nullptr);
+            owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image, nullptr);
         } else {
-            owwei_gradient(shot.exact_context(nodes), shot.recv.view(), shot.source.view(), shot.vel.view(), flat,
-                           image.view());
+            owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image.view());
         }
     }
 }
 
 }  // namespace
 
-#define PASSES(name, extrap, nref)                                                                                \
-    BENCHMARK_CAPTURE(shot, name##_migration, Pass::migration, extrap, nref)->Arg(1)->Arg(2)->UseRealTime();       \
-    BENCHMARK_CAPTURE(shot, name##_described, Pass::described, extrap, nref)->Arg(1)->Arg(2)->UseRealTime();       \
+#define PASSES(name, extrap, nref)                                                                           \
+    BENCHMARK_CAPTURE(shot, name##_migration, Pass::migration, extrap, nref)->Arg(1)->Arg(2)->UseRealTime(); \
+    BENCHMARK_CAPTURE(shot, name##_described, Pass::described, extrap, nref)->Arg(1)->Arg(2)->UseRealTime(); \
     BENCHMARK_CAPTURE(shot, name##_exact, Pass::exact, extrap, nref)->Arg(1)->Arg(2)->UseRealTime()
 PASSES(pspi1, "pspi", 1);
 PASSES(pspi3, "pspi", 3);

@@ -166,26 +166,25 @@ ReferenceTable references_of(const Medium& medium) {
     return table;
 }
 
-StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels)
+StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels, Arena& arena)
     : par_(par), medium_(medium), nrefs_(1), steps_(at(most_levels)) {
     const std::ptrdiff_t nx = par.kxm.n;
     for (const MediumLevel& level : medium.levels) nrefs_ = std::max(nrefs_, static_cast<int>(level.vref.size()));
-    const Extents<3> shape{nx, nrefs_, most_levels};
-    phase_ = Array<cf, 3>(shape);
-    space_ = Array<cf, 3>(shape);
+    phase_ = arena.take<cf>(nx, nrefs_, most_levels);
+    space_ = arena.take<cf>(nx, nrefs_, most_levels);
     if (std::any_of(medium.levels.begin(), medium.levels.end(),
                     [](const MediumLevel& l) { return l.dweight.n()[0] > 0; })) {
-        slope_ = Array<cf, 3>(shape);
+        slope_ = arena.take<cf>(nx, nrefs_, most_levels);
     }
-    work_ = Array<float, 2>({nx, 2});
+    work_ = arena.take<float>(nx, 2);
     if (medium.drift.n()[1] > 0 && nx > 1) {
         const FfdStages stages = ifd_coeffts(par.dipop);
         nstage_ = stages.nstage;
         alph_ = stages.alph;
         beta_ = stages.beta;
-        drive_ = Array<cf, 3>({nx, nstage_, most_levels});
-        pivot_ = Array<float, 4>({4, nx / 2, nstage_, most_levels});
-        lane_work_.resize(at(4 * nx));
+        drive_ = arena.take<cf>(nx, nstage_, most_levels);
+        pivot_ = arena.take<float>(4, nx / 2, nstage_, most_levels);
+        lane_work_ = arena.take<Lanes>(nx, 4);
     }
 }
 
@@ -196,10 +195,10 @@ void StepTables::prepare(int iw, int first, int count) {
         DepthStep& step = steps_[at(j)];
         step.level = &medium_.levels[at(first + j)];
         const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
-        View<cf, 2> phase = phase_.view().slice(j), space = space_.view().slice(j), slope;
+        View<cf, 2> phase = phase_.slice(j), space = space_.slice(j), slope;
         phase.n[1] = space.n[1] = nref;
         if (step.level->dweight.n()[0] > 0) {
-            slope = slope_.view().slice(j);
+            slope = slope_.slice(j);
             slope.n[1] = nref;
         }
         prepare_phases(w, step, phase, space, slope);
@@ -219,8 +218,8 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     const float dz = par_.v.z.d;
     const float dz_w = dz * w;
     const float unscale = 1.0f / static_cast<float>(nx);  // both transforms
-    float* const angle = work_.view().slice(0).p;
-    float* const scale = work_.view().slice(1).p;
+    float* const angle = work_.slice(0).p;
+    float* const scale = work_.slice(1).p;
     const float* const kx = par_.kxm.all.data();
     for (std::ptrdiff_t k = 0; k < space.n[1]; ++k) {
         const float w_over_c = w / level.vref[at(k)];
@@ -253,8 +252,8 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
     const std::ptrdiff_t nx = par_.kxm.n;
     const std::ptrdiff_t half = nx / 2;
     const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;
-    const View<Lanes, 2> gain{lane_work_.data(), {nx, 2}};
-    const View<Lanes, 2> pivot{lane_work_.data() + 2 * nx, {nx, 2}};
+    const View<Lanes, 2> gain{lane_work_.p, {nx, 2}};
+    const View<Lanes, 2> pivot{lane_work_.p + 2 * nx, {nx, 2}};
     for (int istage = 0; istage < nstage_; ++istage) {
         ffd_factors(w, alph_[at(istage)], beta_[at(istage)], par_.trick, medium_.drift.view().slice(block).flat(),
                     medium_.curve.view().slice(block).flat(), gain, pivot);
@@ -262,8 +261,8 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
             const int level = first + j;
             const int lane = level % lane_count;
             DepthStep& step = steps_[at(level - first_)];
-            const View<cf, 1> q = drive_.view().slice(level - first_).slice(istage);
-            const View<float, 2> g = pivot_.view().slice(level - first_).slice(istage);
+            const View<cf, 1> q = drive_.slice(level - first_).slice(istage);
+            const View<float, 2> g = pivot_.slice(level - first_).slice(istage);
             for (std::ptrdiff_t i = 0; i < nx; ++i) q.p[i] = cf(gain.p[i][lane], gain.p[nx + i][lane]);
             for (std::ptrdiff_t t = 0; t < half; ++t) {
                 const std::ptrdiff_t r = last - t;

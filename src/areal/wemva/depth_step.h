@@ -10,6 +10,7 @@
 /// Finite-difference form: the same with one reference, then the stages of ow_ffd_areal.h.
 #include <vector>
 
+#include "lib/base/arena.h"
 #include "lib/base/array.h"
 #include "src/areal/wemva/ow_fftw_areal.h"
 #include "src/areal/wemva/ow_parms_areal.h"
@@ -69,11 +70,12 @@ struct DepthStep {
     int nstage = 0;
 };
 
-/// Tables of the steps through a range of levels at one frequency. One a thread; all memory is taken at construction.
+/// Tables of the steps through a range of levels at one frequency. One a thread.
 class StepTables {
 public:
     /// @param most_levels levels that prepare() is asked for at a time
-    StepTables(const Parms& par, const Medium& medium, int most_levels);
+    /// @param arena       where all memory is taken from, at construction
+    StepTables(const Parms& par, const Medium& medium, int most_levels, Arena& arena);
     /// Factors of the steps that start at levels first..first+count-1, at frequency iw (its angular frequency must not
     /// be zero in the finite-difference form).
     void prepare(int iw, int first, int count);
@@ -92,11 +94,11 @@ private:
     int nstage_ = 0;
     std::array<float, 5> alph_{}, beta_{};
     std::vector<DepthStep> steps_;
-    Array<cf, 3> phase_, space_, slope_;  // (nx, nref, levels)
-    Array<cf, 3> drive_;                  // (nx, stage, levels)
-    Array<float, 4> pivot_;               // (4, nx/2, stage, levels)
-    Array<float, 2> work_;                // (nx, 2)
-    std::vector<Lanes> lane_work_;
+    View<cf, 3> phase_, space_, slope_;  // (nx, nref, levels)
+    View<cf, 3> drive_;                  // (nx, stage, levels)
+    View<float, 4> pivot_;               // (4, nx/2, stage, levels)
+    View<float, 2> work_;                // (nx, 2)
+    View<Lanes, 2> lane_work_;           // (nx, 4)
 };
 
 /// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.

@@ -120,6 +120,7 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
 /// is the model of the first evaluation.
 WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot) {
     WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
+    context.memory = &arrays.memory;
     if (run.par.exact()) {
         ReferenceTable& table = arrays.references[run.par.areal ? 0 : static_cast<std::size_t>(ishot - 1)];
         if (table.empty()) table = references_of(prepare_medium(run.par, arrays.vel, run.vref, nullptr));

@@ -197,7 +197,8 @@ void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1
     Parms form = par;  // whatever extrapolator the run names
     form.extrap = "ffd";
     const Medium medium = prepare_medium(form, level, {}, nullptr);
-    StepTables tables(par, medium, 1);
+    Arena arena;
+    StepTables tables(par, medium, 1, arena);
     tables.prepare(iw, 0, 1);
     StepScratch scratch(par.kxm.n);
     apply_step(tables.step(0), fft, sign, ws, scratch);

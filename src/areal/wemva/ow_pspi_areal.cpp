@@ -109,7 +109,8 @@ void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 
     Medium medium;
     medium.levels.resize(1);
     pspi_level(par, vel.flat(), vref1, medium.levels[0]);
-    StepTables tables(par, medium, 1);
+    Arena arena;
+    StepTables tables(par, medium, 1, arena);
     tables.prepare(iw, 0, 1);
     StepScratch scratch(par.kxm.n);
     apply_step(tables.step(0), fft, sign, ws, scratch);

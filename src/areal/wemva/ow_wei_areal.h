@@ -1,7 +1,9 @@
 #pragma once
 /// Migration, the linearised imaging operator and the weights on image gathers.
 #include <span>
+#include <vector>
 
+#include "lib/base/arena.h"
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/depth_step.h"
@@ -24,6 +26,7 @@ struct WaveContext {
     View<const float, 3> sref;                   ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
     const ReferenceTable* references = nullptr;  ///< reference velocities that stay while the model changes, or null
     bool clear_margins = false;  ///< start each frequency from clear columns; otherwise a thread carries margins over
+    std::vector<Arena>* memory = nullptr;  ///< keeps the threads' work arrays for the next pass; null: none are kept
 };
 
 /// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.

@@ -12,32 +12,36 @@
 namespace {
 
 struct Slot {
-    Array<cf, 2> ws, wr;                          // (nx, nz) fields at every depth
-    Array<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
-    Array<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
-    Array<float, 2> gradient;                     // (nx, nz)
-    Array<float, 3> image;                        // (nx, nsecdim, nz)
+    View<cf, 2> ws, wr;                          // (nx, nz) fields at every depth
+    View<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
+    View<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
+    View<float, 2> gradient;                     // (nx, nz)
+    View<float, 3> image;                        // (nx, nsecdim, nz)
     StepTables tables;
     StepScratch steps;
     ImageScratch imaging;
-    Slot(const Parms& par, const Medium& medium, bool transposed)
-        : ws({par.kxm.n, par.img.z.n}),
-          wr({par.kxm.n, par.img.z.n}),
-          source_record({par.kxm.n, record_columns(par, medium), par.img.z.n}),
-          receiver_record({par.kxm.n, record_columns(par, medium), par.img.z.n}),
-          as({par.kxm.n}),
-          ar({par.kxm.n}),
-          tables(par, medium, par.img.z.n),
+    Slot(const Parms& par, const Medium& medium, bool transposed, Arena& arena)
+        : ws(arena.take<cf>(par.kxm.n, par.img.z.n)),
+          wr(arena.take<cf>(par.kxm.n, par.img.z.n)),
+          source_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
+          receiver_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
+          as(arena.take<cf>(par.kxm.n)),
+          ar(arena.take<cf>(par.kxm.n)),
+          tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
           imaging(par.kxm.n) {
         if (transposed) {
-            gradient = Array<float, 2>({par.kxm.n, par.img.z.n});
+            gradient = arena.take<float>(par.kxm.n, par.img.z.n);
         } else {
-            image = Array<float, 3>({par.kxm.n, par.nsecdim, par.img.z.n});
+            image = arena.take<float>(par.kxm.n, par.nsecdim, par.img.z.n);
         }
     }
-    Side source(View<cf, 1> field, int level) { return {+1, field, source_record.view().slice(level)}; }
-    Side receiver(View<cf, 1> field, int level) { return {-1, field, receiver_record.view().slice(level)}; }
+    void clear() {
+        if (gradient.p) clear_samples(gradient);
+        if (image.p) clear_samples(image);
+    }
+    Side source(View<cf, 1> field, int level) { return {+1, field, source_record.slice(level)}; }
+    Side receiver(View<cf, 1> field, int level) { return {-1, field, receiver_record.slice(level)}; }
 };
 
 void copy(View<const cf, 1> from, View<cf, 1> to) {
@@ -57,12 +61,12 @@ struct Frequency {
         load_surface(par, source, iw, true, slot.as);
         load_surface(par, recv, iw, true, slot.ar);
         if (steps) slot.tables.prepare(iw, 0, par.img.z.n);
-        copy(slot.as.view(), slot.ws.view().slice(0));
-        copy(slot.ar.view(), slot.wr.view().slice(0));
+        copy(slot.as, slot.ws.slice(0));
+        copy(slot.ar, slot.wr.slice(0));
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            const View<cf, 1> ws = slot.ws.view().slice(iz), wr = slot.wr.view().slice(iz);
-            copy(slot.ws.view().slice(iz - 1), ws);
-            copy(slot.wr.view().slice(iz - 1), wr);
+            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
+            copy(slot.ws.slice(iz - 1), ws);
+            copy(slot.wr.slice(iz - 1), wr);
             if (steps) {
                 apply_step_recorded(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(ws, iz - 1),
                                     slot.receiver(wr, iz - 1), slot.steps);
@@ -74,46 +78,46 @@ struct Frequency {
     }
 
     void transposed(View<const float, 3> deltai) const {
-        slot.as.fill({});
-        slot.ar.fill({});
+        clear_samples(slot.as);
+        clear_samples(slot.ar);
         for (int iz = depths.end - 1; iz >= depths.first; --iz) {
-            const View<cf, 1> ws = slot.ws.view().slice(iz), wr = slot.wr.view().slice(iz);
+            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
             const View<const float, 2> image = deltai.slice(iz);
             owimage_transpose(condition, iw, Spread::source, wr, image, slot.as, slot.imaging);
             owimage_transpose(condition, iw, Spread::receiver, ws, image, slot.ar, slot.imaging);
             if (!steps) continue;
             apply_step_transposed(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(slot.as, iz - 1),
-                                  ws, slot.receiver(slot.ar, iz - 1), wr, slot.gradient.view().slice(iz - 1),
-                                  slot.steps);
+                                  ws, slot.receiver(slot.ar, iz - 1), wr, slot.gradient.slice(iz - 1), slot.steps);
         }
     }
 
     void derivative(View<const float, 2> deltas) const {
-        slot.as.fill({});
-        slot.ar.fill({});
+        clear_samples(slot.as);
+        clear_samples(slot.ar);
         if (!steps) return;
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            const View<cf, 1> ws = slot.ws.view().slice(iz), wr = slot.wr.view().slice(iz);
+            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
             apply_step_derivative(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(slot.as, iz - 1),
                                   ws, slot.receiver(slot.ar, iz - 1), wr, deltas.slice(iz - 1), slot.steps);
-            const View<float, 2> image = slot.image.view().slice(iz);
-            owimage_forward(condition, iw, slot.as.view(), wr, image, slot.imaging);
-            owimage_forward(condition, iw, ws, slot.ar.view(), image, slot.imaging);
+            const View<float, 2> image = slot.image.slice(iz);
+            owimage_forward(condition, iw, slot.as, wr, image, slot.imaging);
+            owimage_forward(condition, iw, ws, slot.ar, image, slot.imaging);
         }
     }
 };
 
-/// The frequency loop; `work` runs on each frequency after its background fields are kept.
-template <class Work>
-std::vector<Slot> over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
-                                   View<const float, 2> vel, bool transposed, Work work) {
+/// The frequency loop; `work` runs on each frequency after its background fields are kept, `sum` on the slots.
+template <class Work, class Sum>
+void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                      View<const float, 2> vel, bool transposed, Work work, Sum sum) {
     assert(context.references != nullptr && context.clear_margins);
     const Parms& par = context.par;
     const Medium medium = prepare_medium(par, vel, context.sref, context.references);
     const ImageCondition condition(par);
+    std::vector<Arena> own;
     std::vector<Slot> slots;
-    slots.reserve(static_cast<std::size_t>(context.nodes));
-    for (int i = 0; i < context.nodes; ++i) slots.emplace_back(par, medium, transposed);
+    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, transposed, arena);
+    clear_all(slots);
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
     for (int iw = 0; iw < par.rec.w.n; ++iw) {
         const int inode = omp_get_thread_num();
@@ -124,21 +128,25 @@ std::vector<Slot> over_frequencies(const WaveContext& context, View<const cf, 2>
         report_frequency(par, iw, inode);
     }
     std::fflush(stdout);
-    return slots;
+    sum(slots);
 }
 
 }  // namespace
 
 void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                     View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai) {
-    const auto slots = over_frequencies(context, recv, source, vel, true,
-                                        [&](const Frequency& frequency) { frequency.transposed(deltai); });
-    for (const Slot& slot : slots) add_to(slot.gradient.flat(), deltas.flat());
+    over_frequencies(
+        context, recv, source, vel, true, [&](const Frequency& frequency) { frequency.transposed(deltai); },
+        [&](const std::vector<Slot>& slots) {
+            reduce(slots, deltas, 0, deltas.n[1], [](const Slot& slot) { return slot.gradient; });
+        });
 }
 
 void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, View<const float, 2> deltas, View<float, 3> deltai) {
-    const auto slots = over_frequencies(context, recv, source, vel, false,
-                                        [&](const Frequency& frequency) { frequency.derivative(deltas); });
-    for (const Slot& slot : slots) add_to(slot.image.flat(), deltai.flat());
+    over_frequencies(
+        context, recv, source, vel, false, [&](const Frequency& frequency) { frequency.derivative(deltas); },
+        [&](const std::vector<Slot>& slots) {
+            reduce(slots, deltai, 0, deltai.n[2], [](const Slot& slot) { return slot.image; });
+        });
 }

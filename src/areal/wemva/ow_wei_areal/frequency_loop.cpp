@@ -33,6 +33,14 @@ int owwemva_init(const Parms& par, int ishot) {
     return announce_threads(par);
 }
 
+std::span<Arena> arenas_of(const WaveContext& context, std::vector<Arena>& own) {
+    std::vector<Arena>& arenas = context.memory ? *context.memory : own;
+    arenas.resize(std::max(arenas.size(), static_cast<std::size_t>(context.nodes)));
+    const std::span<Arena> used(arenas.data(), static_cast<std::size_t>(context.nodes));
+    for (Arena& arena : used) arena.rewind();
+    return used;
+}
+
 bool steps_at(const Parms& par, int iw) {
     return par.ffd() ? par.rec.w.all[static_cast<std::size_t>(iw)] != 0.0f : par.pspi();
 }

@@ -34,34 +34,40 @@ struct Histories {
 };
 
 struct Slot {
-    Array<cf, 1> ws, wr;      // running background fields; their margins live on from frequency to frequency
-    Array<cf, 2> bws, bwr;    // (nx, nz) background fields at every depth
-    Array<cf, 1> dws, dwr;    // running image-side fields
-    Array<cf, 1> ddws, ddwr;  // scattered fields of the level
-    Array<cf, 2> series;      // scratch of owscctr
-    Array<float, 2> ggg;      // (nx, nz) sum of deltas
-    Array<float, 3> gg;       // (nx, nsecdim, nz) sum of deltai
-    StepTables tables;        // all depths: the steps serve background and image-side fields
+    View<cf, 1> ws, wr;      // running background fields; their margins live on from frequency to frequency
+    View<cf, 2> bws, bwr;    // (nx, nz) background fields at every depth
+    View<cf, 1> dws, dwr;    // running image-side fields
+    View<cf, 1> ddws, ddwr;  // scattered fields of the level
+    View<cf, 2> series;      // scratch of owscctr
+    View<float, 2> ggg;      // (nx, nz) sum of deltas
+    View<float, 3> gg;       // (nx, nsecdim, nz) sum of deltai
+    StepTables tables;       // all depths: the steps serve background and image-side fields
     StepScratch steps;
     ImageScratch imaging;
-    Slot(const Parms& par, const Medium& medium, bool adj)
-        : ws({par.kxm.n}),
-          wr({par.kxm.n}),
-          bws({par.kxm.n, par.img.z.n}),
-          bwr({par.kxm.n, par.img.z.n}),
-          dws({par.kxm.n}),
-          dwr({par.kxm.n}),
-          ddws({par.kxm.n}),
-          ddwr({par.kxm.n}),
-          series({par.kxm.n, 2}),
-          tables(par, medium, par.img.z.n),
+    Slot(const Parms& par, const Medium& medium, bool adj, Arena& arena)
+        : ws(arena.take<cf>(par.kxm.n)),
+          wr(arena.take<cf>(par.kxm.n)),
+          bws(arena.take<cf>(par.kxm.n, par.img.z.n)),
+          bwr(arena.take<cf>(par.kxm.n, par.img.z.n)),
+          dws(arena.take<cf>(par.kxm.n)),
+          dwr(arena.take<cf>(par.kxm.n)),
+          ddws(arena.take<cf>(par.kxm.n)),
+          ddwr(arena.take<cf>(par.kxm.n)),
+          series(arena.take<cf>(par.kxm.n, 2)),
+          tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
           imaging(par.kxm.n) {
         if (adj) {
-            ggg = Array<float, 2>({par.kxm.n, par.img.z.n});
+            ggg = arena.take<float>(par.kxm.n, par.img.z.n);
         } else {
-            gg = Array<float, 3>({par.kxm.n, par.nsecdim, par.img.z.n});
+            gg = arena.take<float>(par.kxm.n, par.nsecdim, par.img.z.n);
         }
+    }
+    void clear() {
+        clear_samples(ws);
+        clear_samples(wr);
+        if (ggg.p) clear_samples(ggg);
+        if (gg.p) clear_samples(gg);
     }
 };
 
@@ -110,17 +116,17 @@ struct Frequency {
         load_surface(par, source, iw, context.clear_margins, slot.ws);
         load_surface(par, recv, iw, context.clear_margins, slot.wr);
         if (steps) slot.tables.prepare(iw, 0, par.img.z.n);
-        std::fill(slot.bws.flat().begin(), slot.bws.flat().end(), cf{});
-        std::fill(slot.bwr.flat().begin(), slot.bwr.flat().end(), cf{});
-        copy(slot.ws.view(), slot.bws.view().slice(0));
-        copy(slot.wr.view(), slot.bwr.view().slice(0));
+        clear_samples(slot.bws);
+        clear_samples(slot.bwr);
+        copy(slot.ws, slot.bws.slice(0));
+        copy(slot.wr, slot.bwr.slice(0));
         const DepthRange depths(par);
         for (int iz = depths.first; iz < depths.end; ++iz) {
             if (steps) apply_step_pair(slot.tables.step(iz - 1), context.fft, +1, slot.ws, slot.wr, slot.steps);
             apply_taper(context.taper, slot.ws);
             apply_taper(context.taper, slot.wr);
-            copy(slot.ws.view(), slot.bws.view().slice(iz));
-            copy(slot.wr.view(), slot.bwr.view().slice(iz));
+            copy(slot.ws, slot.bws.slice(iz));
+            copy(slot.wr, slot.bwr.slice(iz));
         }
     }
 
@@ -134,10 +140,10 @@ struct Frequency {
 
     void adjoint(View<const float, 3> deltai, Histories& histories) const {
         const Parms& par = context.par;
-        slot.dws.fill({});
-        slot.dwr.fill({});
+        clear_samples(slot.dws);
+        clear_samples(slot.dwr);
         for (int iz = par.img.z.n - 1; iz >= std::max(par.nzmin, 1) - 1; --iz) {
-            const View<cf, 1> bws = slot.bws.view().slice(iz), bwr = slot.bwr.view().slice(iz);
+            const View<cf, 1> bws = slot.bws.slice(iz), bwr = slot.bwr.slice(iz);
             const View<const float, 2> image = deltai.slice(iz);
             owimage_adjoint(condition, iw, Spread::source, bwr, image, slot.dws, slot.imaging);
             owimage_adjoint(condition, iw, Spread::receiver, bws, image, slot.dwr, slot.imaging);
@@ -145,36 +151,36 @@ struct Frequency {
             apply_taper(context.taper, slot.dwr);
             if (steps) apply_step_pair(slot.tables.step(iz), context.fft, -1, slot.dws, slot.dwr, slot.steps);
             scattered(+1, bws, iz, slot.ddws);
-            correlate(slot.dws.view(), slot.ddws.view(), slot.ggg.view().slice(iz));
+            correlate(slot.dws, slot.ddws, slot.ggg.slice(iz));
             scattered(-1, bwr, iz, slot.ddwr);
-            correlate(slot.dwr.view(), slot.ddwr.view(), slot.ggg.view().slice(iz));
+            correlate(slot.dwr, slot.ddwr, slot.ggg.slice(iz));
             if (histories.source) {
-                copy(slot.dws.view(), histories.zddws.view().slice(iw).slice(iz));
-                copy(slot.ddws.view(), histories.ddwsz.view().slice(iw).slice(iz));
+                copy(slot.dws, histories.zddws.view().slice(iw).slice(iz));
+                copy(slot.ddws, histories.ddwsz.view().slice(iw).slice(iz));
             }
             if (histories.receiver) {
-                copy(slot.dwr.view(), histories.zddwr.view().slice(iw).slice(iz));
-                copy(slot.ddwr.view(), histories.ddwrz.view().slice(iw).slice(iz));
+                copy(slot.dwr, histories.zddwr.view().slice(iw).slice(iz));
+                copy(slot.ddwr, histories.ddwrz.view().slice(iw).slice(iz));
             }
         }
     }
 
     void forward(View<const float, 2> deltas) const {
         const Parms& par = context.par;
-        slot.dws.fill({});
-        slot.dwr.fill({});
+        clear_samples(slot.dws);
+        clear_samples(slot.dwr);
         for (int iz = std::max(par.nzmin, 1) - 1; iz < std::min(par.nzmax, par.img.z.n); ++iz) {
-            const View<cf, 1> bws = slot.bws.view().slice(iz), bwr = slot.bwr.view().slice(iz);
-            const View<float, 2> image = slot.gg.view().slice(iz);
+            const View<cf, 1> bws = slot.bws.slice(iz), bwr = slot.bwr.slice(iz);
+            const View<float, 2> image = slot.gg.slice(iz);
             scattered(+1, bws, iz, slot.ddws);
-            scatter(slot.ddws.view(), deltas.slice(iz), slot.dws);
+            scatter(slot.ddws, deltas.slice(iz), slot.dws);
             scattered(-1, bwr, iz, slot.ddwr);
-            scatter(slot.ddwr.view(), deltas.slice(iz), slot.dwr);
+            scatter(slot.ddwr, deltas.slice(iz), slot.dwr);
             if (steps) apply_step_pair(slot.tables.step(iz), context.fft, +1, slot.dws, slot.dwr, slot.steps);
             apply_taper(context.taper, slot.dws);
             apply_taper(context.taper, slot.dwr);
-            owimage_forward(condition, iw, slot.dws.view(), bwr, image, slot.imaging);
-            owimage_forward(condition, iw, bws, slot.dwr.view(), image, slot.imaging);
+            owimage_forward(condition, iw, slot.dws, bwr, image, slot.imaging);
+            owimage_forward(condition, iw, bws, slot.dwr, image, slot.imaging);
         }
     }
 };
@@ -187,9 +193,10 @@ void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<
     const Medium medium = prepare_medium(par, vel, context.sref, context.references);
     const ImageCondition condition(par);
     Histories histories(par, adj ? session : nullptr);
+    std::vector<Arena> own;
     std::vector<Slot> slots;
-    slots.reserve(static_cast<std::size_t>(context.nodes));
-    for (int i = 0; i < context.nodes; ++i) slots.emplace_back(par, medium, adj);
+    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, adj, arena);
+    clear_all(slots);
 
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
     for (int iw = 0; iw < par.rec.w.n; ++iw) {
@@ -207,14 +214,9 @@ void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<
 
     if (adj && session != nullptr) histories.write(*session);
     const int first = std::max(par.nzmin, 1) - 1, end = std::min(par.nzmax, par.img.z.n);
-    for (const Slot& slot : slots) {
-#pragma omp parallel for schedule(static)
-        for (int iz = first; iz < end; ++iz) {
-            if (adj) {
-                add_to(slot.ggg.view().slice(iz).flat(), deltas.slice(iz).flat());
-            } else {
-                add_to(slot.gg.view().slice(iz).flat(), deltai.slice(iz).flat());
-            }
-        }
+    if (adj) {
+        reduce(slots, deltas, first, end, [](const Slot& slot) { return slot.ggg; });
+    } else {
+        reduce(slots, deltai, first, end, [](const Slot& slot) { return slot.gg; });
     }
 }

@@ -10,20 +10,26 @@ namespace {
 
 /// What one thread owns: its fields, its image and its illumination.
 struct Slot {
-    Array<cf, 1> ws, wr;
-    Array<float, 3> image;  // (nx, nsecdim, nz)
-    Array<float, 2> illum;  // (nx, nz)
+    View<cf, 1> ws, wr;
+    View<float, 3> image;  // (nx, nsecdim, nz)
+    View<float, 2> illum;  // (nx, nz)
     StepTables tables;
     StepScratch steps;
     ImageScratch imaging;
-    Slot(const Parms& par, const Medium& medium)
-        : ws({par.kxm.n}),
-          wr({par.kxm.n}),
-          image({par.kxm.n, par.nsecdim, par.nz}),
-          illum({par.kxm.n, par.img.z.n}),
-          tables(par, medium, StepTables::batch(par)),
+    Slot(const Parms& par, const Medium& medium, Arena& arena)
+        : ws(arena.take<cf>(par.kxm.n)),
+          wr(arena.take<cf>(par.kxm.n)),
+          image(arena.take<float>(par.kxm.n, par.nsecdim, par.nz)),
+          illum(arena.take<float>(par.kxm.n, par.img.z.n)),
+          tables(par, medium, StepTables::batch(par), arena),
           steps(par.kxm.n),
           imaging(par.kxm.n) {}
+    void clear() {
+        clear_samples(ws);
+        clear_samples(wr);
+        clear_samples(image);
+        clear_samples(illum);
+    }
 };
 
 void add_illumination(View<const cf, 1> ws, View<float, 1> illum) {
@@ -49,8 +55,8 @@ void migrate_frequency(const WaveContext& context, const ImageCondition& conditi
         }
         apply_taper(context.taper, ws);
         apply_taper(context.taper, wr);
-        add_illumination(ws, slot.illum.view().slice(iz));
-        owimage_forward(condition, iw, ws, wr, slot.image.view().slice(iz - (par.nzmin - 1)), slot.imaging);
+        add_illumination(ws, slot.illum.slice(iz));
+        owimage_forward(condition, iw, ws, wr, slot.image.slice(iz - (par.nzmin - 1)), slot.imaging);
     }
 }
 
@@ -61,9 +67,10 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
     const Parms& par = context.par;
     const Medium medium = prepare_medium(par, vel, context.sref, context.references);
     const ImageCondition condition(par);
+    std::vector<Arena> own;
     std::vector<Slot> slots;
-    slots.reserve(static_cast<std::size_t>(context.nodes));
-    for (int i = 0; i < context.nodes; ++i) slots.emplace_back(par, medium);
+    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, arena);
+    clear_all(slots);
 
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
     for (int iw = 0; iw < par.rec.w.n; ++iw) {
@@ -76,11 +83,6 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
     }
     std::fflush(stdout);
 
-    for (const Slot& slot : slots) {
-#pragma omp parallel for schedule(static)
-        for (int iz = 0; iz < par.nz; ++iz) {
-            add_to(slot.illum.view().slice(iz).flat(), illum.slice(iz).flat());
-            add_to(slot.image.view().slice(iz).flat(), image.slice(iz).flat());
-        }
-    }
+    reduce(slots, illum, 0, par.nz, [](const Slot& slot) { return slot.illum; });
+    reduce(slots, image, 0, par.nz, [](const Slot& slot) { return slot.image; });
 }

@@ -249,11 +249,12 @@ TEST(StepTables, LevelsPreparedTogetherEqualLevelsPreparedAlone) {
         const Array<float, 2> s = slowness(21, 19, 0.25f);
         const Medium medium = prepare_medium(par, s, {}, nullptr);
         const LateralFft fft(21, FFTW_ESTIMATE);
-        StepTables tables(par, medium, 19);
+        Arena arena;
+        StepTables tables(par, medium, 19, arena);
         StepScratch scratch(21);
         tables.prepare(1, 0, 19);
         for (int level = 0; level < 19; ++level) {
-            StepTables alone(par, medium, 1);
+            StepTables alone(par, medium, 1, arena);
             alone.prepare(1, level, 1);
             Array<cf, 1> a({21}), b({21}), c({21}), d({21});
             randomize(a.flat(), 3);

@@ -104,6 +104,39 @@ TEST(Migration, ThreadsAgreeWithOneThread) {
     }
 }
 
+// The second round finds what the passes of the first, of other shapes too, left in the arrays.
+TEST(Passes, KeptMemoryChangesNothing) {
+    for (const char* extrap : {"pspi", "ffd"}) {
+        std::vector<Arena> memory;
+        for (int round = 0; round < 3; ++round) {
+            for (const int nx : {17, 24}) {
+                const Shot shot({.nx = nx, .nz = 6, .nw = 4, .extrap = extrap, .nref = 2, .nh = 3, .padtraces = 2},
+                                0.2f);
+                Array<float, 3> deltai({nx, 3, 6}), image({nx, 3, 6});
+                Array<float, 2> illum({nx, 6}), exact({nx, 6}), described({nx, 6});
+                randomize(deltai.flat(), 8);
+                for (WaveContext context : {shot.context(), shot.exact_context()}) {
+                    context.memory = &memory;
+                    const bool frozen = context.references != nullptr;
+                    if (frozen)
+                        owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), exact,
+                                       deltai.view());
+                    else
+                        owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), described, deltai,
+                                nullptr);
+                    image.fill(0.0f);
+                    owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, illum);
+                    const Array<float, 3> alone =
+                        shot.image_with(frozen ? shot.exact_context() : shot.context(), shot.vel);
+                    EXPECT_TRUE(std::ranges::equal(image.flat(), alone.flat())) << extrap << nx << round << frozen;
+                }
+                EXPECT_TRUE(std::ranges::equal(exact.flat(), shot.gradient(deltai).flat())) << extrap << nx << round;
+                EXPECT_TRUE(std::ranges::equal(described.flat(), shot.adjoint(deltai).flat())) << extrap << nx << round;
+            }
+        }
+    }
+}
+
 // A source and its response from a point, made by a direct sum of the far-field Green's function, image at the point
 // with the right slowness; with a wrong one the point moves and its gather spreads from zero offset.
 TEST(Migration, APointScattererFocusesAtItsPlaceWithTheTrueSlowness) {
