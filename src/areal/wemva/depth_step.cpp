@@ -59,17 +59,24 @@ void add_correction(const cf* correction, int sign, std::ptrdiff_t n, cf* a, cf*
     }
 }
 
-/// From the thin-lens factors alone: those with the weights, and those with the weights' derivatives.
-void share_slope(const MediumLevel& level, std::ptrdiff_t k, View<cf, 1> space, View<cf, 1> slope) {
-    const float* const weight = level.weight.view().slice(k).p;
-    const float* const dweight = level.dweight.view().slice(k).p;
-    auto* const z = reinterpret_cast<float*>(space.p);
-    auto* const d = reinterpret_cast<float*>(slope.p);
-    for (std::ptrdiff_t i = 0; i < space.n[0]; ++i) {
-        d[2 * i] = dweight[i] * z[2 * i];
-        d[2 * i + 1] = dweight[i] * z[2 * i + 1];
-        z[2 * i] *= weight[i];
-        z[2 * i + 1] *= weight[i];
+/// out = in * table, or out += in * table, with or without real weights besides
+template <bool add, bool weighted = false>
+void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out, const float* weight = nullptr) {
+    const std::ptrdiff_t n = in.n[0];
+    const auto* const x = reinterpret_cast<const float*>(in.p);
+    const auto* const t = reinterpret_cast<const float*>(table.p);
+    auto* const y = reinterpret_cast<float*>(out);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float xr = x[2 * i], xi = x[2 * i + 1];
+        float re = xr * tr - xi * ti, im = xr * ti + xi * tr;
+        if constexpr (weighted) {
+            re *= weight[i];
+            im *= weight[i];
+        }
+        y[2 * i] = add ? y[2 * i] + re : re;
+        y[2 * i + 1] = add ? y[2 * i + 1] + im : im;
     }
 }
 
@@ -90,7 +97,10 @@ void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> f
     for (std::ptrdiff_t k = 0; k < nref; ++k) {
         multiply(spectrum, step.phase.slice(k), conjugate, work.p);
         fft.inverse.run(work);
-        if (k == 0) {
+        if (step.blends) {
+            (k == 0 ? multiply_weighted : multiply_add_weighted)(
+                work, step.space.slice(k), step.level->weight.view().slice(k), conjugate, field.p);
+        } else if (k == 0) {
             multiply(work, step.space.slice(k), conjugate, field.p);
         } else {
             multiply_add(work, step.space.slice(k), conjugate, field.p);
@@ -105,31 +115,21 @@ void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> f
 }  // namespace
 
 void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
-    const std::ptrdiff_t n = in.n[0];
-    const auto* const x = reinterpret_cast<const float*>(in.p);
-    const auto* const t = reinterpret_cast<const float*>(table.p);
-    auto* const y = reinterpret_cast<float*>(out);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        const float xr = x[2 * i], xi = x[2 * i + 1];
-        y[2 * i] = xr * tr - xi * ti;
-        y[2 * i + 1] = xr * ti + xi * tr;
-    }
+    product<false>(in, table, conjugate, out);
 }
 
 void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
-    const std::ptrdiff_t n = in.n[0];
-    const auto* const x = reinterpret_cast<const float*>(in.p);
-    const auto* const t = reinterpret_cast<const float*>(table.p);
-    auto* const y = reinterpret_cast<float*>(out);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        const float xr = x[2 * i], xi = x[2 * i + 1];
-        y[2 * i] += xr * tr - xi * ti;
-        y[2 * i + 1] += xr * ti + xi * tr;
-    }
+    product<true>(in, table, conjugate, out);
+}
+
+void multiply_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
+                       cf* out) {
+    product<false, true>(in, table, conjugate, out, weight.p);
+}
+
+void multiply_add_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
+                           cf* out) {
+    product<true, true>(in, table, conjugate, out, weight.p);
 }
 
 Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
@@ -172,10 +172,6 @@ StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels, 
     for (const MediumLevel& level : medium.levels) nrefs_ = std::max(nrefs_, static_cast<int>(level.vref.size()));
     phase_ = arena.take<cf>(nx, nrefs_, most_levels);
     space_ = arena.take<cf>(nx, nrefs_, most_levels);
-    if (std::any_of(medium.levels.begin(), medium.levels.end(),
-                    [](const MediumLevel& l) { return l.dweight.n()[0] > 0; })) {
-        slope_ = arena.take<cf>(nx, nrefs_, most_levels);
-    }
     work_ = arena.take<float>(nx, 2);
     if (medium.drift.n()[1] > 0 && nx > 1) {
         const FfdStages stages = ifd_coeffts(par.dipop);
@@ -195,13 +191,10 @@ void StepTables::prepare(int iw, int first, int count) {
         DepthStep& step = steps_[at(j)];
         step.level = &medium_.levels[at(first + j)];
         const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
-        View<cf, 2> phase = phase_.slice(j), space = space_.slice(j), slope;
+        View<cf, 2> phase = phase_.slice(j), space = space_.slice(j);
         phase.n[1] = space.n[1] = nref;
-        if (step.level->dweight.n()[0] > 0) {
-            slope = slope_.slice(j);
-            slope.n[1] = nref;
-        }
-        prepare_phases(w, step, phase, space, slope);
+        step.blends = step.level->dweight.n()[0] > 0;
+        prepare_phases(w, step, phase, space);
     }
     if (nstage_ == 0) return;
     for (int level = first; level < first + count;) {
@@ -212,7 +205,7 @@ void StepTables::prepare(int iw, int first, int count) {
     }
 }
 
-void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space, View<cf, 2> slope) {
+void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space) {
     const MediumLevel& level = *step.level;
     const std::ptrdiff_t nx = par_.kxm.n;
     const float dz = par_.v.z.d;
@@ -232,18 +225,16 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
         cis_table(angle, scale, phase.slice(k).p, nx);
         const float* const sdiff = level.sdiff.view().slice(k).p;
         for (std::ptrdiff_t i = 0; i < nx; ++i) angle[i] = dz_w * sdiff[i];
-        if (space.n[1] == 1 || slope.p) {
+        if (space.n[1] == 1 || step.blends) {
             std::fill_n(scale, nx, unscale);
         } else {
             const float* const weight = level.weight.view().slice(k).p;
             for (std::ptrdiff_t i = 0; i < nx; ++i) scale[i] = weight[i] * unscale;
         }
         cis_table(angle, scale, space.slice(k).p, nx);
-        if (slope.p) share_slope(level, k, space.slice(k), slope.slice(k));
     }
     step.phase = phase;
     step.space = space;
-    step.slope = slope;
     step.dz_w = dz_w;
     step.trick = par_.trick;
 }

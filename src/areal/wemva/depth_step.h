@@ -63,7 +63,7 @@ struct DepthStep {
     const MediumLevel* level = nullptr;
     View<const cf, 2> phase;  ///< (nx, nref)
     View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
-    View<const cf, 2> slope;  ///< (nx, nref) the same with the weights' derivatives; empty where they are zero
+    bool blends = false;      ///< the weights have derivatives: then `space` is without them, and they are the level's
     float trick = 0.0f;       ///< the term added to the finite-difference operator
     float dz_w = 0.0f;        ///< dz w: the thin-lens term's derivative is i sign dz_w
     std::array<Stage, 5> stage;
@@ -84,7 +84,7 @@ public:
     static int batch(const Parms& par) { return par.ffd() ? lane_count : 1; }
 
 private:
-    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space, View<cf, 2> slope);
+    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space);
     void prepare_stages(float w, int block, int first, int count);
 
     const Parms& par_;
@@ -94,16 +94,21 @@ private:
     int nstage_ = 0;
     std::array<float, 5> alph_{}, beta_{};
     std::vector<DepthStep> steps_;
-    View<cf, 3> phase_, space_, slope_;  // (nx, nref, levels)
-    View<cf, 3> drive_;                  // (nx, stage, levels)
-    View<float, 4> pivot_;               // (4, nx/2, stage, levels)
-    View<float, 2> work_;                // (nx, 2)
-    View<Lanes, 2> lane_work_;           // (nx, 4)
+    View<cf, 3> phase_, space_;  // (nx, nref, levels)
+    View<cf, 3> drive_;          // (nx, stage, levels)
+    View<float, 4> pivot_;       // (4, nx/2, stage, levels)
+    View<float, 2> work_;        // (nx, 2)
+    View<Lanes, 2> lane_work_;   // (nx, 4)
 };
 
 /// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.
 void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
 void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
+/// The same with a table of real factors besides.
+void multiply_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
+                       cf* out);
+void multiply_add_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
+                           cf* out);
 
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
