@@ -93,12 +93,16 @@ int load_shot(const Inversion& run, EvaluationArrays& arrays, int ishot) {
 }
 
 /// Adds the columns of a shot's window to those of the image from column ish on, counted from 1.
-template <std::size_t N>
-void stack(View<const float, N> window, View<float, N> image, int ish) {
-    if constexpr (N == 1)
-        for (std::ptrdiff_t i = 0; i < window.n[0]; ++i) image(ish - 1 + i) += window(i);
-    else
-        for (std::ptrdiff_t i = 0; i < window.n[N - 1]; ++i) stack(window.slice(i), image.slice(i), ish);
+void stack(View<const float, 2> window, View<float, 2> image, int ish) {
+    for (std::ptrdiff_t i = 0; i < window.n[1]; ++i) {
+        float* const out = image.slice(i).p + ish - 1;
+        const float* const in = window.slice(i).p;
+        for (std::ptrdiff_t ix = 0; ix < window.n[0]; ++ix) out[ix] += in[ix];
+    }
+}
+void stack(View<const float, 3> window, View<float, 3> image, int ish, int nodes) {
+#pragma omp parallel for schedule(static) num_threads(nodes)
+    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz) stack(window.slice(iz), image.slice(iz), ish);
 }
 
 void cut_window(View<const float, 3> image, View<float, 3> window, int ish) {
@@ -217,8 +221,8 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
         const int nodes = owwei_init(par);
         owwei(context_of(run, arrays, nodes, ishot), arrays.recv, arrays.source, arrays.vel, arrays.deltai,
               arrays.illum);
-        stack<3>(arrays.deltai, arrays.b_image, ish);
-        stack<2>(arrays.illum, arrays.illumination, ish);
+        stack(arrays.deltai, arrays.b_image, ish, nodes);
+        stack(arrays.illum, arrays.illumination, ish);
         if (Parms::light && !par.timeshift) compensate(arrays.b_image, arrays.illumination);
         list_shot(run, ishot, start);
     }
@@ -305,7 +309,7 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
         else
             owwemva(context, adjoint, arrays.recv, arrays.source, arrays.vel, arrays.deltas, arrays.deltai,
                     &run.session);
-        stack<2>(arrays.deltas, arrays.scats, ish);
+        stack(arrays.deltas, arrays.scats, ish);
         list_shot(run, ishot, start);
     }
 }
