@@ -15,11 +15,11 @@ struct Slot {
     View<cf, 2> ws, wr;                          // (nx, nz) fields at every depth
     View<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
     View<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
-    View<float, 2> gradient;                     // (nx, nz)
-    View<float, 3> image;                        // (nx, nsecdim, nz)
     StepTables tables;
     StepScratch steps;
     ImageScratch imaging;
+    View<float, 2> gradient;  // (nx, nz)
+    View<float, 3> image;     // (nx, nsecdim, nz)
     Slot(const Parms& par, const Medium& medium, bool transposed, Arena& arena)
         : ws(arena.take<cf>(par.kxm.n, par.img.z.n)),
           wr(arena.take<cf>(par.kxm.n, par.img.z.n)),
@@ -29,24 +29,16 @@ struct Slot {
           ar(arena.take<cf>(par.kxm.n)),
           tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
-          imaging(par.kxm.n) {
-        if (transposed) {
-            gradient = arena.take<float>(par.kxm.n, par.img.z.n);
-        } else {
-            image = arena.take<float>(par.kxm.n, par.nsecdim, par.img.z.n);
-        }
-    }
+          imaging(par.kxm.n),
+          gradient(arena.take<float>(par.kxm.n, transposed ? par.img.z.n : 0)),
+          image(arena.take<float>(par.kxm.n, par.nsecdim, transposed ? 0 : par.img.z.n)) {}
     void clear() {
-        if (gradient.p) clear_samples(gradient);
-        if (image.p) clear_samples(image);
+        clear_samples(gradient);
+        clear_samples(image);
     }
     Side source(View<cf, 1> field, int level) { return {+1, field, source_record.slice(level)}; }
     Side receiver(View<cf, 1> field, int level) { return {-1, field, receiver_record.slice(level)}; }
 };
-
-void copy(View<const cf, 1> from, View<cf, 1> to) {
-    std::copy_n(from.p, from.n[0], to.p);
-}
 
 struct Frequency {
     const WaveContext& context;

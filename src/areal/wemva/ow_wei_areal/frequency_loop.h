@@ -18,6 +18,10 @@ struct DepthRange {
 /// preceding frequency left there at its last depth, unless `clear`.
 void load_surface(const Parms& par, View<const cf, 2> surface, int iw, bool clear, View<cf, 1> column);
 
+inline void copy(View<const cf, 1> from, View<cf, 1> to) {
+    std::copy_n(from.p, from.n[0], to.p);
+}
+
 /// column *= taper
 void apply_taper(View<const float, 1> taper, View<cf, 1> column);
 

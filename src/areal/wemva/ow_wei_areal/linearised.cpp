@@ -39,11 +39,11 @@ struct Slot {
     View<cf, 1> dws, dwr;    // running image-side fields
     View<cf, 1> ddws, ddwr;  // scattered fields of the level
     View<cf, 2> series;      // scratch of owscctr
-    View<float, 2> ggg;      // (nx, nz) sum of deltas
-    View<float, 3> gg;       // (nx, nsecdim, nz) sum of deltai
     StepTables tables;       // all depths: the steps serve background and image-side fields
     StepScratch steps;
     ImageScratch imaging;
+    View<float, 2> ggg;  // (nx, nz) sum of deltas
+    View<float, 3> gg;   // (nx, nsecdim, nz) sum of deltai
     Slot(const Parms& par, const Medium& medium, bool adj, Arena& arena)
         : ws(arena.take<cf>(par.kxm.n)),
           wr(arena.take<cf>(par.kxm.n)),
@@ -56,24 +56,16 @@ struct Slot {
           series(arena.take<cf>(par.kxm.n, 2)),
           tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
-          imaging(par.kxm.n) {
-        if (adj) {
-            ggg = arena.take<float>(par.kxm.n, par.img.z.n);
-        } else {
-            gg = arena.take<float>(par.kxm.n, par.nsecdim, par.img.z.n);
-        }
-    }
+          imaging(par.kxm.n),
+          ggg(arena.take<float>(par.kxm.n, adj ? par.img.z.n : 0)),
+          gg(arena.take<float>(par.kxm.n, par.nsecdim, adj ? 0 : par.img.z.n)) {}
     void clear() {
         clear_samples(ws);
         clear_samples(wr);
-        if (ggg.p) clear_samples(ggg);
-        if (gg.p) clear_samples(gg);
+        clear_samples(ggg);
+        clear_samples(gg);
     }
 };
-
-void copy(View<const cf, 1> from, View<cf, 1> to) {
-    std::copy_n(from.p, from.n[0], to.p);
-}
 
 /// sum += Re(a conj(b))
 void correlate(View<const cf, 1> a, View<const cf, 1> b, View<float, 1> sum) {
