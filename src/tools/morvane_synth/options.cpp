@@ -98,6 +98,8 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.real("dxk", o.dxk, 0, huge, "m", "lateral step of the spline knots; 0: no splines");
     v.real("dzk", o.dzk, 0, huge, "m", "depth step of the spline knots; 0: no splines");
     v.real("bound", o.bound, 0, 99, "percent", "bounds around the start model; 0: none");
+    v.logical("belowshots", o.below_shots,
+              "count only the columns below the shots in fun (morvane's fun_xmin, fun_xmax)");
     v.whole("niter", o.niter, 0, 100000, "", "iterations");
 }
 
@@ -244,7 +246,8 @@ void preset(SynthOptions& o, Words& w) {
         o.spec.tilt = 4;
         o.spec.start_scale = 0.92f;
         o.acquisition.angle = 50;
-        o.niter = 2;
+        o.below_shots = true;
+        o.niter = 6;
     } else if (o.model == "fast") {
         o.spec.dv = 500;
         o.spec.zc = 550;
@@ -322,7 +325,7 @@ std::string synth_help() {
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
            help.result() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
-           "body, strength=0.05 niter=2\n"
+           "body, strength=0.05 belowshots=y niter=6\n"
            "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=12\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }

@@ -23,6 +23,7 @@ struct SynthOptions {
     int nh = 33;
     float dxk = 200.0f, dzk = 100.0f;
     float bound = 25.0f;
+    bool below_shots = false;  ///< fun counts the columns below the shots only
     int niter = 12;
 };
 

@@ -133,6 +133,10 @@ std::string parameter_file(qas::Session& session, const SynthOptions& options, c
     line("extrapolator=pspi nrefvel=1 vsal=" + text_of(std::ceil(10.0 * fastest)));
     line("inversion=y dso=y expdso=1 niter=" + std::to_string(options.niter) + " mmax=5");
     line("gradient=exact firststep=0.03");
+    if (options.below_shots) {
+        const double last = g.shot.o + (g.shot.n - 1) * static_cast<double>(g.shot.d);
+        line("fun_xmin=" + text_of(g.shot.o) + " fun_xmax=" + text_of(last));
+    }
     if (options.bound > 0) line("bounds=y p_up=" + text_of(options.bound) + " p_lo=" + text_of(options.bound));
     if (options.dxk > 0 && options.dzk > 0) {
         // one knot beyond each end: the splines then add up to one everywhere

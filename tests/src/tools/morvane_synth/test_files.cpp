@@ -202,7 +202,7 @@ TEST_F(SynthFiles, ModelFromADatasetIsCutShiftedAndContinued) {
 }
 
 TEST_F(SynthFiles, ParameterFileNamesWhatWasWritten) {
-    run(small("p.", {"nh=7", "dxk=100", "dzk=50", "niter=3", "bound=10"}));
+    run(small("p.", {"nh=7", "dxk=100", "dzk=50", "niter=3", "bound=10", "belowshots=y"}));
     qas::Session session({"morvane", "par=" + file("p.par")});
     EXPECT_EQ(session.getch<std::string>("rec"), file("p.rec"));
     EXPECT_EQ(session.getch<std::string>("vel"), file("p.vel"));
@@ -212,6 +212,8 @@ TEST_F(SynthFiles, ParameterFileNamesWhatWasWritten) {
     EXPECT_EQ(session.getch<float>("zmax"), 200.0f);
     EXPECT_EQ(session.getch<bool>("areal"), false);
     EXPECT_EQ(session.getch<float>("p_lo"), 10.0f);
+    EXPECT_EQ(session.getch<float>("fun_xmin"), 200.0f);
+    EXPECT_EQ(session.getch<float>("fun_xmax"), 280.0f);
     // knots from one step before the first column (-10) to at least one after the last (480), and likewise in depth
     EXPECT_EQ(session.getch<float>("oxk"), -110.0f);
     EXPECT_EQ(session.getch<int>("nxk"), 8);
