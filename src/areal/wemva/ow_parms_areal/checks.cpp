@@ -286,7 +286,8 @@ void check_axes(const Parms& par, qas::Session& session) {
 
 void check_depths(const Parms& par) {
     const float top = par.v.z.o, step = par.v.z.d;
-    if (par.nz < 1) refuse("zmin=%g zmax=%g: the image needs zmax at or below zmin", par.zmin, par.zmax);
+    if (par.nz < 1 || par.zmax < par.zmin)
+        refuse("zmin=%g zmax=%g: the image needs zmax at or below zmin", par.zmin, par.zmax);
     if (par.nzmin != 1)
         refuse("zmin=%g: the image must begin less than a depth step d3=%g below the top of the model, o3=%g", par.zmin,
                step, top);
