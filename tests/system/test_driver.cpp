@@ -386,6 +386,37 @@ TEST(Driver, WithTheExactGradientKnotsAreTheVariablesAndTheFirstStepIsTheOneAske
     EXPECT_GT(moved, 0.005);
 }
 
+TEST(Driver, AFirstStepOutOfProportionIsWarnedAboutWithTheKeyThatScalesIt) {
+    struct Case {
+        const char* warning;
+        std::map<std::string, std::string> arguments;
+        std::vector<const char*> without;
+        int status;
+    };
+    for (const Case& c : {
+             Case{"warning: the first trial will put 112 of 112 variables on a bound; firststep=0.03", {}, {}, 0},
+             Case{"warning: the first trial will change slowness by up to ", {}, {"bounds"}, 23},
+             Case{"warning: the first trial will change slowness by up to ",
+                  {{"gradient", "exact"}, {"nxk", "2"}, {"dxk", "40"}, {"oxk", "80"}, {"nzk", "2"}, {"dzk", "40"}},
+                  {"bounds"},
+                  0},
+             Case{"", {{"gradient", "exact"}, {"firststep", "0.03"}}, {"bounds"}, 0},
+         }) {
+        SCOPED_TRACE(c.warning);
+        TinySurvey survey(true);
+        for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
+        for (const char* key : c.without) survey.arguments.erase(key);
+        const Outcome run = survey.run();
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_THAT(run.err, HasSubstr(c.warning));
+        EXPECT_EQ(run.err.find("the first trial") == std::string::npos, c.arguments.contains("firststep"));
+        if (c.status == 23) {
+            EXPECT_THAT(run.err,
+                        AllOf(HasSubstr("samples of the trial model are not positive"), HasSubstr("firststep")));
+        }
+    }
+}
+
 TEST(Driver, ObjectiveVariants) {
     TinySurvey l1(true), shifts(true);
     l1.arguments["l1norm"] = "y";
