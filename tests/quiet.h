@@ -1,7 +1,11 @@
 #pragma once
 #include <gtest/gtest.h>
 
-/// The program's own lines on standard output and standard error, kept out of the test's while it lives.
+#include <cstdio>
+#include <string>
+
+/// The program's own lines on standard output and standard error, kept out of the test's while it lives; shown after
+/// all if the test fails, since its messages are among them.
 struct Quiet {
     Quiet() {
         testing::internal::CaptureStderr();
@@ -9,7 +13,8 @@ struct Quiet {
     }
     ~Quiet() {
         testing::internal::GetCapturedStderr();
-        testing::internal::GetCapturedStdout();
+        const std::string out = testing::internal::GetCapturedStdout();
+        if (testing::Test::HasFailure()) std::fputs(out.c_str(), stdout);
     }
     Quiet(const Quiet&) = delete;
     Quiet& operator=(const Quiet&) = delete;

@@ -23,7 +23,8 @@ constexpr const char* usage =
     "first-order remainder |fun(x+hd) - fun(x)|, the second-order remainder |fun(x+hd) - fun(x) - h<g,d>|, their "
     "rates\n"
     "(1 and 2 for a right gradient, until the noise of single precision is reached), and <g,d> against the central\n"
-    "difference at a step chosen from that noise. The outputs that the parameters name are not touched.\n"
+    "difference at a step chosen from that noise. With l1norm the gradient holds the envelope fixed, fun(x+hd) does\n"
+    "not, and the two may differ. The outputs that the parameters name are not touched.\n"
     "  ndir=2         directions; every other one without a lateral mean\n"
     "  nstep=6        steps\n"
     "  reach=0.02     largest relative change of slowness at h = 1\n"
@@ -108,6 +109,8 @@ void print_line(const char* mode, int direction, bool with_mean, const TaylorLin
     }
     std::printf("  <g,d> = %.6E, central difference %.6E at h = %.3E", line.slope, line.central, line.central_h);
     std::printf(" (chosen from the noise)\n");
+    if (line.central_h < 0.5 * line.h.back())
+        std::printf("  fun bends within the smallest step: a search along d will see another slope than <g,d>\n");
 }
 
 /// Tests one mode; returns the largest error of a slope.

@@ -358,6 +358,65 @@ TEST(Driver, KnotsProjectTheGradient) {
     EXPECT_GT(mismatch(raw, gradient(knots)), 0.1);
 }
 
+TEST(Driver, WithTheExactGradientKnotsAreTheVariablesAndTheFirstStepIsTheOneAskedFor) {
+    TinySurvey survey(true);
+    for (const char* key : {"bounds", "p_up", "p_lo"}) survey.arguments.erase(key);  // natural ones then
+    const std::map<std::string, std::string> more = {{"gradient", "exact"}, {"firststep", "0.02"}, {"niter", "2"},
+                                                     {"nxk", "2"},          {"oxk", "80"},         {"dxk", "30"},
+                                                     {"nzk", "3"},          {"dzk", "30"}};
+    for (const auto& [key, value] : more) survey.arguments[key] = value;
+    const Outcome run = survey.run();
+    const std::vector<LogLine> log = read_log(survey);
+    const int evaluations = count_evaluations(log);
+    EXPECT_THAT(run.err, HasSubstr("niter=2 iterations done"));
+    EXPECT_LT(log.back().fun, log.front().fun);
+    const std::vector<float> velocity = files::read_dataset(survey.dir / "velout.H"),
+                             residual = files::read_dataset(survey.dir / "dimage.H");
+    const double fun = sum_of_squares(panel_of(residual, evaluations, 1));
+    EXPECT_NEAR(log.front().fun, fun, 2e-6 * fun) << "the log shows fun as it is, not scaled";
+    const std::vector<float> start = panel_of(velocity, evaluations, 1), first = panel_of(velocity, evaluations, 2);
+    double moved = 0.0;
+    for (std::size_t i = 0; i < start.size(); ++i) {
+        moved = std::max(moved, std::abs(static_cast<double>(start[i]) / first[i] - 1.0));
+        if (i % 16 > 8) {
+            EXPECT_EQ(first[i], start[i]) << "column " << i % 16 << " lies beyond the knots";
+        }
+    }
+    EXPECT_LE(moved, 0.02 * (1.0 + 1e-5));
+    EXPECT_GT(moved, 0.005);
+}
+
+TEST(Driver, AFirstStepOutOfProportionIsWarnedAboutWithTheKeyThatScalesIt) {
+    struct Case {
+        const char* warning;
+        std::map<std::string, std::string> arguments;
+        std::vector<const char*> without;
+        int status;
+    };
+    for (const Case& c : {
+             Case{"warning: the first trial will put 112 of 112 variables on a bound; firststep=0.03", {}, {}, 0},
+             Case{"warning: the first trial will change slowness by up to ", {}, {"bounds"}, 23},
+             Case{"warning: the first trial will change slowness by up to ",
+                  {{"gradient", "exact"}, {"nxk", "2"}, {"dxk", "40"}, {"oxk", "80"}, {"nzk", "2"}, {"dzk", "40"}},
+                  {"bounds"},
+                  0},
+             Case{"", {{"gradient", "exact"}, {"firststep", "0.03"}}, {"bounds"}, 0},
+         }) {
+        SCOPED_TRACE(c.warning);
+        TinySurvey survey(true);
+        for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
+        for (const char* key : c.without) survey.arguments.erase(key);
+        const Outcome run = survey.run();
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_THAT(run.err, HasSubstr(c.warning));
+        EXPECT_EQ(run.err.find("the first trial") == std::string::npos, c.arguments.contains("firststep"));
+        if (c.status == 23) {
+            EXPECT_THAT(run.err,
+                        AllOf(HasSubstr("samples of the trial model are not positive"), HasSubstr("firststep")));
+        }
+    }
+}
+
 TEST(Driver, ObjectiveVariants) {
     TinySurvey l1(true), shifts(true);
     l1.arguments["l1norm"] = "y";
@@ -433,8 +492,7 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
                       s.arguments["bounds"] = s.arguments["cbounds"] = "y";
                       s.arguments["vmin"] = "0", s.arguments["vmax"] = "5000";
                   }},
-             Case{"missing parameter value: p_lo\n",
-                  [](TinySurvey& s) { s.arguments.erase("p_lo"); }},
+             Case{"missing parameter value: p_lo\n", [](TinySurvey& s) { s.arguments.erase("p_lo"); }},
              Case{"mmax=100000000: 1e+08 correction pairs of 128 variables are more than the solver can number; fewer "
                   "are "
                   "needed\n",

@@ -67,35 +67,36 @@ void check_trial_model(std::span<const double> x, int titer) {
 
 /// What the solver will make of its first gradient without firststep: a step of length one in an unbounded problem, the
 /// projection of x - g in a bounded one.
-void warn_of_first_step(const Solver& state, std::span<const double> x) {
-    const bool bounded = state.bounds.nbd.front() != 0;
-    double size = 0.0, largest = 0.0;
+void warn_of_first_step(const Variables& variables, const Solver& state, std::span<const double> x) {
+    const Bounds& bounds = state.bounds;
+    const bool bounded = bounds.nbd.front() != 0;
+    double size = 0.0;
     std::size_t moved = 0, at_bound = 0;
     for (const double g : state.g) size += g * g;
-    for (std::size_t i = 0; i < state.g.size(); ++i) {
-        const double g = state.g[i];
+    std::vector<double> step(state.g.size());
+    for (std::size_t i = 0; i < step.size(); ++i) {
+        const double g = state.g[i], there = state.x[i] - g;
         if (g == 0.0) continue;
         ++moved;
-        if (bounded)
-            at_bound += state.x[i] - g <= state.bounds.l[i] || state.x[i] - g >= state.bounds.u[i];
-        else
-            largest = std::max(largest, std::abs(g) / std::sqrt(size) / x[i]);
+        at_bound += bounded && (there <= bounds.l[i] || there >= bounds.u[i]);
+        step[i] = bounded ? std::clamp(there, bounds.l[i], bounds.u[i]) - state.x[i] : g / std::sqrt(size);
     }
-    if (bounded && moved > 0 && at_bound > moved - moved / 10)
+    const double change = variables.largest_change(step, x);
+    if (at_bound > moved - moved / 10)
         warn(
             "the first trial will put %zu of %zu variables on a bound; firststep=0.03 would scale it to 3 %% of "
             "slowness",
             at_bound, moved);
-    if (!bounded && largest > 0.5)
+    else if (change > 0.5)
         warn(
             "the first trial will change slowness by up to %.3g times its value; firststep=0.03 would scale it to 3 %%",
-            largest);
+            change);
 }
 
 /// The constant that makes the first trial change no sample by more than firststep of its slowness.
 double first_step_scale(const Parms& par, const Variables& variables, const Solver& state, std::span<const double> x) {
     if (!(par.firststep > 0.0f)) {
-        warn_of_first_step(state, x);
+        warn_of_first_step(variables, state, x);
         return 1.0;
     }
     const double change = variables.largest_change(state.g, x);

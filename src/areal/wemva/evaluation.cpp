@@ -138,8 +138,7 @@ WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes
 void keep_columns(const Parms& par, View<float, 3> image) {
     if (!par.exact()) return;
     for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix) {
-        const float x = static_cast<float>(ix) * par.img.xm.d + par.img.xm.o;
-        if (x >= par.fun_xmin && x <= par.fun_xmax) continue;
+        if (par.counts_in_fun(static_cast<int>(ix))) continue;
         for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
             for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih) image(ix, ih, iz) = 0.0f;
     }

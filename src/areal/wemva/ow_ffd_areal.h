@@ -33,7 +33,7 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
 /// @param drift, curve (nx) as ffd_level left them
 /// @param gain         (nx, 2) out: q, real and imaginary
 /// @param pivot        (nx, 2) out: inverse pivots, real and imaginary: eliminated from the left below nx/2, from the
-///                     right above, and both ways at nx/2
+///                     right above, and both ways at nx/2. A pivot of exactly zero is moved off it
 void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
                  std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot);
 

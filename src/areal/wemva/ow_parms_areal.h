@@ -101,6 +101,11 @@ struct Parms {
 
     bool spline_grad() const { return axk.n != not_given || azk.n != not_given; }
     bool exact() const { return gradient == "exact"; }
+    /// Whether image column ix, from 0, counts in fun.
+    bool counts_in_fun(int ix) const {
+        const float x = static_cast<float>(ix) * img.xm.d + img.xm.o;
+        return x >= fun_xmin && x <= fun_xmax;
+    }
     bool ffd() const { return extrap.starts_with("ffd"); }
     bool pspi() const { return extrap.starts_with("pspi"); }
 };

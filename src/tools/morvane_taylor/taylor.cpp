@@ -8,6 +8,9 @@
 
 namespace {
 
+constexpr double rounding = 5.96e-8;  // of slowness in single precision, relative
+constexpr double settled = 0.0025;    // relative change of a central difference from one step to the next
+
 std::vector<double> moved(std::span<const double> x, std::span<const double> d, double h) {
     std::vector<double> out(x.begin(), x.end());
     for (std::size_t i = 0; i < out.size(); ++i) out[i] += h * d[i];
@@ -33,8 +36,8 @@ std::vector<TaylorRow> taylor_rows(const TaylorLine& line) {
 
 double slope_error(const TaylorLine& line) {
     const double blur = line.noise / line.central_h;
-    if (std::abs(line.central) <= blur)
-        return std::abs(line.slope) <= 3.0 * blur ? 0.0 : std::numeric_limits<double>::infinity();
+    if (std::abs(line.slope - line.central) <= 3.0 * blur) return 0.0;
+    if (std::abs(line.central) <= blur) return std::numeric_limits<double>::infinity();
     return std::abs(line.slope / line.central - 1.0);
 }
 
@@ -78,12 +81,25 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
         line.h.push_back(h);
         line.fun.push_back(value(moved(x, d, h)));
     }
-    constexpr double tiny = 1.0 / 4096.0;
+    double reach = 0.0;
+    for (std::size_t i = 0; i < d.size(); ++i) reach = std::max(reach, std::abs(d[i]) / x[i]);
+    const double tiny = 8.0 * rounding / reach;
     std::vector<double> near{fun0};
-    for (int i = 1; i <= 5; ++i) near.push_back(value(moved(x, d, i * tiny * line.h.back())));
+    for (int i = 1; i <= 5; ++i) near.push_back(value(moved(x, d, i * tiny)));
     line.noise = noise_of(near);
+    const auto central = [&](double step) {
+        return (value(moved(x, d, step)) - value(moved(x, d, -step))) / (2.0 * step);
+    };
     line.central_h = choose_central_step(line);
-    line.central = (value(moved(x, d, line.central_h)) - value(moved(x, d, -line.central_h))) / (2.0 * line.central_h);
+    line.central = central(line.central_h);
+    // fun may bend on a scale below the steps given: halve until the difference settles or the noise has it
+    for (double step = 0.5 * line.central_h; step > tiny && line.noise / step < settled * std::abs(line.central);
+         step *= 0.5) {
+        const double finer = central(step);
+        if (std::abs(finer - line.central) <= settled * std::abs(finer)) break;
+        line.central_h = step;
+        line.central = finer;
+    }
     return line;
 }
 

@@ -9,7 +9,7 @@
 struct TaylorLine {
     double fun0 = 0.0;           ///< at x
     double slope = 0.0;          ///< <g, d>
-    double noise = 0.0;          ///< of fun, from values a few rounding errors apart
+    double noise = 0.0;          ///< of fun, from values a few rounding errors of slowness apart
     std::vector<double> h, fun;  ///< steps, falling by halves, and values there
     double central_h = 0.0;      ///< step of the central difference
     double central = 0.0;        ///< (fun(x + h d) - fun(x - h d)) / 2h
@@ -22,11 +22,13 @@ struct TaylorRow {
 };
 std::vector<TaylorRow> taylor_rows(const TaylorLine& line);
 
-/// |<g,d> / central - 1|; infinite where the difference drowns in the noise and the slope does not vanish with it.
+/// |<g,d> / central - 1|; 0 where the two differ by the noise of the central difference alone, infinite where that
+/// drowns in the noise and the slope does not vanish with it.
 double slope_error(const TaylorLine& line);
 
 /// The largest step whose third-order error is small and the smallest that noise leaves: h of the central difference,
-/// from the noise and the curvature of the values at hand, within the steps given.
+/// from the noise and the curvature of the values at hand, within the steps given. taylor_line halves it further until
+/// the difference settles.
 double choose_central_step(const TaylorLine& line);
 
 /// Standard deviation of the noise of equally spaced values of a smooth function, from their third differences.

@@ -239,7 +239,7 @@ void check_imaging(const Parms& par) {
         warn("imgcon=imgmult forms no image with timeshift=yes: image, fun and gradient are zero");
     else if (par.imgcon == "imgmult")
         warn("imgcon=imgmult has no adjoint: the gradient is zero, and the run ends after its first evaluation");
-    if (par.timeshift)
+    if (par.timeshift && !par.exact())
         warn("timeshift=yes: fun is summed over the offset axis, which is not set with time shifts, so that it is 0");
 }
 
@@ -286,7 +286,8 @@ void check_axes(const Parms& par, qas::Session& session) {
 
 void check_depths(const Parms& par) {
     const float top = par.v.z.o, step = par.v.z.d;
-    if (par.nz < 1) refuse("zmin=%g zmax=%g: the image needs zmax at or below zmin", par.zmin, par.zmax);
+    if (par.nz < 1 || par.zmax < par.zmin)
+        refuse("zmin=%g zmax=%g: the image needs zmax at or below zmin", par.zmin, par.zmax);
     if (par.nzmin != 1)
         refuse("zmin=%g: the image must begin less than a depth step d3=%g below the top of the model, o3=%g", par.zmin,
                step, top);
@@ -346,10 +347,11 @@ void check_exact(const Parms& par, qas::Session& session) {
         refuse("nxfilt=%d: not with gradient=exact, since the prediction filters depend on the image", par.nxfilt);
     if (par.imgcon != "imgprim")
         refuse("imgcon=%s: gradient=exact has the derivative of imgprim only", par.imgcon.c_str());
-    const float first = par.img.xm.o, last = static_cast<float>(end_of(par.img.xm));
-    if (par.fun_xmin > par.fun_xmax || par.fun_xmin > last || par.fun_xmax < first)
-        refuse("fun_xmin=%g fun_xmax=%g: no image column lies between them; the image spans %g to %g", par.fun_xmin,
-               par.fun_xmax, first, last);
+    bool counts = par.img.xm.n < 1;  // refused below
+    for (int ix = 0; ix < par.img.xm.n; ++ix) counts |= par.counts_in_fun(ix);
+    if (!counts)
+        refuse("fun_xmin=%g fun_xmax=%g: no image column lies between them; the columns stand every %g from %g to %g",
+               par.fun_xmin, par.fun_xmax, par.img.xm.d, par.img.xm.o, end_of(par.img.xm));
 }
 
 void check_settings(const Parms& par, qas::Session& session) {

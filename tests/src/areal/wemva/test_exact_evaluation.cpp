@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "src/areal/wemva/evaluation.h"
+#include "src/areal/wemva/lloyd_vel.h"
 #include "src/areal/wemva/ow_taper_areal.h"
 #include "src/areal/wemva/variables.h"
 #include "tests/dot_test.h"
@@ -21,6 +22,7 @@ struct TinyRun {
     TextLog listing;
     Array<float, 1> taper;
     Array<float, 2> vel0;
+    Array<float, 3> vref;
     std::vector<float> pick1;
     EvaluationArrays arrays;
     std::vector<double> start;
@@ -40,11 +42,14 @@ struct TinyRun {
             for (int ix = 0; ix < par.img.xm.n; ++ix)
                 vel0(ix, iz) = survey.vel.samples[static_cast<std::size_t>(iz * par.v.xm.n + ix + shift)];
         start.assign(vel0.flat().begin(), vel0.flat().end());
+        if (!par.lloyd) return;
+        vref = Array<float, 3>({par.nref, 2, par.img.z.n});
+        lloyd_vel1(par, vel0, vref);
     }
     double fun(std::vector<double> x, std::vector<double>& g) {
         ++titer;
         g.resize(x.size());
-        return evaluate({par, session, listing, fft, taper, vel0, {}, pick1, {}}, arrays, x, g, 1, titer);
+        return evaluate({par, session, listing, fft, taper, vel0, vref, pick1, {}}, arrays, x, g, 1, titer);
     }
 };
 
@@ -53,7 +58,15 @@ struct Case {
     bool areal;
     std::map<std::string, std::string> arguments;
     bool horizon = false;
+    double variation = 0.05;  // of velocity across the line
 };
+
+void vary(files::TinySurvey& survey, double variation) {
+    constexpr int nx = files::TinySurvey::nx;
+    for (int i = 0; i < nx * files::TinySurvey::nz; ++i)
+        survey.vel.samples[static_cast<std::size_t>(i)] =
+            static_cast<float>(1.0 / ((1800.0 + 20.0 * (i / nx)) * (1.0 + variation * std::sin(0.2 * (i % nx)))));
+}
 
 std::vector<double> smooth_direction(const Parms& par, bool with_mean, unsigned seed) {
     const std::vector<double> r = random_vector<double>(16, seed);
@@ -88,11 +101,19 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
         {"time shifts", true, {{"timeshift", "y"}, {"nth", "5"}, {"oth", "-0.02"}, {"dth", "0.01"}}},
         {"rotated image", true, {{"migration", "y"}}},
         {"horizon", false, {}, true},
+        {"10 %, three references", false, {{"extrapolator", "pspi"}, {"vsal", "9000"}, {"nrefvel", "3"}}, false, 0.1},
+        {"30 %, three references", true, {{"extrapolator", "pspi"}, {"vsal", "9000"}, {"nrefvel", "3"}}, false, 0.3},
+        {"10 %, clusters", true, {{"extrapolator", "pspi"}, {"lloyd", "y"}, {"nrefvel", "3"}}, false, 0.1},
+        {"30 %, clusters", false, {{"extrapolator", "pspi"}, {"lloyd", "y"}, {"nrefvel", "3"}}, false, 0.3},
+        {"30 %, dip limit 45, squared weight", true, {{"expdso", "2"}, {"padtraces", "2"}}, false, 0.3},
+        {"30 %, dip limit 65", true, {{"dipop", "65"}, {"padtraces", "2"}}, false, 0.3},
+        {"30 %, dip limit 80", false, {{"dipop", "80"}, {"padtraces", "2"}}, false, 0.3},
     };
     for (const Case& c : cases) {
         for (const bool with_mean : {false, true}) {
             SCOPED_TRACE(testing::Message() << c.name << (with_mean ? ", lateral mean" : ""));
             files::TinySurvey survey(c.areal);
+            vary(survey, c.variation);
             survey.arguments["gradient"] = "exact";
             survey.arguments["stdout"] = survey.dir / "stdout";
             for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
@@ -103,7 +124,7 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
             ASSERT_GT(run.fun(run.start, g), 0.0);
             double slope = 0.0;
             for (std::size_t i = 0; i < d.size(); ++i) slope += g[i] * d[i];
-            const double h = 1e-3 * 5e-4;
+            const double h = 1e-4 * 5e-4;  // no sample passes a reference or the bound of a region
             std::vector<double> up = run.start, down = run.start;
             for (std::size_t i = 0; i < d.size(); ++i) {
                 up[i] += h * d[i];

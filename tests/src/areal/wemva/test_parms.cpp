@@ -381,8 +381,7 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         {"traces_in_taper=2 padtraces=2000000000: a line of 4000000016 columns, at most 16777216 are permitted\n",
          [](TinySurvey& s) { set(s, "padtraces", "2000000000"); }},
         // depths
-        {"zmin=20 zmax=10: the image needs zmax at or below zmin\n",
-         [](TinySurvey& s) { set(s, "zmin", "20"), set(s, "zmax", "10"); }},
+        {"zmin=0 zmax=-1: the image needs zmax at or below zmin\n", [](TinySurvey& s) { set(s, "zmax", "-1"); }},
         {"zmin=10: the image must begin less than a depth step d3=10 below the top of the model, o3=0\n",
          [](TinySurvey& s) { set(s, "zmin", "10"); }},
         {"zmin=5 zmax=70: 7 levels from zmin and 8 from the top of the model, o3=0: zmin must be the top\n",
@@ -437,13 +436,18 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         {"nxk=20000 nzk=20000: 4e+08 spline coefficients, at most 1e8 are permitted\n",
          [](TinySurvey& s) { set(s, "nxk", "20000"), set(s, "nzk", "20000"); }},
         // conditioning and the exact gradient
-        {"frame=-1: permitted are 0 to 1048576 rows\n", [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
+        {"frame=-1: permitted are 0 to 1048576 rows\n",
+         [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
         {"gradient=right: permitted are described and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
         {"firststep=1: permitted is a fraction of slowness, more than 0 and less than 1\n",
          [](TinySurvey& s) { set(s, "firststep", "1"); }},
         {"normalise: takes effect with gradient=exact only\n", [](TinySurvey& s) { set(s, "normalise", "y"); }},
         {"nxfilt=3: not with gradient=exact, since the prediction filters depend on the image\n",
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "nxfilt", "3"); }},
+        {"fun_xmin=201 fun_xmax=209: no image column lies between them; the columns stand every 10 from 80 to 230\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "fun_xmin", "201"), set(s, "fun_xmax", "209"); }},
+        {"imgcon=imgmult: gradient=exact has the derivative of imgprim only\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "imgcon", "imgmult"); }},
         {"dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun\n",
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "dipflt", "y"); }},
     };
@@ -540,6 +544,13 @@ TEST(Owparam, DoubtfulInputIsWarnedAbout) {
         EXPECT_EQ(run.fatal, "");
         EXPECT_THAT(run.err, HasSubstr("warning: " + std::string(row.text) + "\n"));
     }
+}
+
+TEST(Owparam, TimeShiftsCountInFunWithTheExactGradient) {
+    TinySurvey survey(true);
+    set(survey, "timeshift", "y");
+    set(survey, "gradient", "exact");
+    EXPECT_THAT(start(survey).err, Not(HasSubstr("timeshift=yes: fun")));
 }
 
 TEST(Owparam, AZmaxThatRoundingCutsShortIsNamedWithTheValueThatKeepsTheLevel) {

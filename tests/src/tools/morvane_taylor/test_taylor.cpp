@@ -41,12 +41,26 @@ TEST(Taylor, SlopeErrorIsRelativeToTheCentralDifference) {
     EXPECT_EQ(slope_error(flat), 0.0);
     flat.slope = 1.0;
     EXPECT_TRUE(std::isinf(slope_error(flat)));
+    flat.central = 1.5e-2;  // above the noise, and off by less than it
+    flat.slope = 2.5e-2;
+    EXPECT_EQ(slope_error(flat), 0.0);
 }
 
 TEST(Taylor, StepGrowsWithTheNoise) {
     const TaylorLine fine = line_of(2.0, 1e-12), coarse = line_of(2.0, 1e-2);
     EXPECT_LT(fine.central_h, coarse.central_h);
     EXPECT_NEAR(coarse.central, 2.0, 0.3);
+}
+
+TEST(Taylor, AFunctionThatBendsWithinTheStepsIsSeenThrough) {
+    const std::vector<double> x{1.0}, d{1.0}, g{3.0};
+    const Value kinked = [](std::span<const double> at) {  // slope 3 within 1e-3, 2 outside
+        const double h = at[0] - 1.0;
+        return 5.0 + 2.0 * h + 1e-3 * std::tanh(h / 1e-3);
+    };
+    const TaylorLine line = taylor_line(kinked, x, d, g, 5.0, 6);
+    EXPECT_LT(line.central_h, 1e-3);
+    EXPECT_LT(slope_error(line), 0.01);
 }
 
 TEST(Taylor, NoiseIsMeasuredBesideASmoothTrend) {
