@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <numeric>
 
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/parameters.h"
@@ -335,14 +336,20 @@ TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
     const std::string address = s->auxsockout("grad");
     EXPECT_THAT(address, StartsWith(qas::socket_host_name() + ":"));
     s->to_history("n1", 3, "grad");
+    std::vector<float> samples(std::size_t{4} << 20);  // more than the buffers of a connection hold
+    std::iota(samples.begin(), samples.end(), 0.0f);
+    const auto nbytes = static_cast<std::int64_t>(4 * samples.size());
     const pid_t reader = start_process([&] {
         qas::Session r(std::vector<std::string>{"reader", "rec=" + address});
         r.set_streams(in_, out_, stderr);
-        std::vector<float> back(3);
-        if (r.from_aux<int>("rec", "n1") != 3 || r.sreed("rec", back.data(), 12) != 12 || back != three) ::_exit(1);
+        std::vector<float> back(samples.size() + 1);
+        if (r.from_aux<int>("rec", "n1") != 3) ::_exit(1);
+        if (r.sreed("rec", back.data(), nbytes + 4) != nbytes ||
+            !std::equal(samples.begin(), samples.end(), back.begin()))
+            ::_exit(2);
     });
-    s->srite("grad", three.data(), 12);
-    s.reset();
+    s->srite("grad", samples.data(), nbytes);
+    s.reset();  // closes the connection, which must not take with it what is still on its way
     EXPECT_EQ(exit_status(reader), 0);
     auto t = session({"timeout=1"});
     const std::string nobody = t->auxsockout("grad");
