@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -358,15 +359,17 @@ TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
 }
 
 TEST_F(Pipes, SocketsListenOnTheLoopbackAddress) {
-    std::string service = "0";
-    const qas::Descriptor fd = qas::opensock1(service, false, "127.0.0.1");
-    EXPECT_NE(service, "0");
-    qas::Layer layer;
-    prepare(layer, {});
-    EXPECT_EQ(qas::listen_address(layer), "127.0.0.1");
-    qas::Layer open;
-    prepare(open, {"qas.listen=0.0.0.0"});
-    EXPECT_EQ(qas::listen_address(open), "0.0.0.0");
+    const auto bound_to = [&](std::vector<std::string> words) {
+        qas::Layer layer;
+        prepare(layer, std::move(words));
+        const int fd = qas::tag_info(layer, "grad", qas::Mode::socket_output)->listener.get();
+        sockaddr_in address{};
+        socklen_t length = sizeof address;
+        EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        return ntohl(address.sin_addr.s_addr);
+    };
+    EXPECT_EQ(bound_to({}), INADDR_LOOPBACK);
+    EXPECT_EQ(bound_to({"qas.listen=0.0.0.0"}), INADDR_ANY);
 }
 
 TEST_F(Pipes, SocketTexts) {
