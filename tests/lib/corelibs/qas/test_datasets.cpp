@@ -426,6 +426,13 @@ TEST_F(Datasets, AFullDiskEndsWithAMessage) {
                       HasSubstr("No space left on device")));
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "b"); }), AllOf(StartsWith("I/O error writing output history\n"),
                                                                    HasSubstr("parameter b"), HasSubstr("No space")));
+    EXPECT_THAT(errors(), EndsWith("write_title: No space left on device\n"));
+    set_input("n1=1\n");
+    EXPECT_THAT(fatal([&] {
+                    session({"stdout=/dev/full", "out=x"})->to_history("n1", 1);
+                }),
+                StartsWith("I/O error writing output history\n"));
+    EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
 }
 
 TEST_F(Datasets, WhatWasCompleteBeforeALimitStaysReadable) {
