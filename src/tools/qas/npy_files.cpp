@@ -202,10 +202,11 @@ int run_npy(Words words) {
 
     const std::string shown = output.empty() ? "the standard output" : output;
     const File file = output.empty() ? File(stdout) : open_file(output, "wb");
+    // Before the array: a reader at the other end of a pipe looks for it as soon as that begins.
+    if (!side.empty()) write_side_header(session, words, side, output);
     write_bytes(file.get(), shown, npy_header_bytes(header_of(set)));
     pass_on(session, set, set.bytes(), [&](std::span<char> block) { write_bytes(file.get(), shown, block); });
     finish(file.get(), shown);
-    if (!side.empty()) write_side_header(session, words, side, output);
     return 0;
 }
 
