@@ -440,8 +440,12 @@ TEST_F(QasTool, BadParametersAreRefusedByName) {
         {"window cube.H g1=1", "unknown parameter g1=1"},
         {"window cube.H cube.H", "2 files are given"},
         {"window cube.H data_format=xdr_int", "data_format=xdr_int: the samples of cube.H are of another kind"},
-        {"window cube.H out=cube.H", "out=cube.H is a file of the input"},
-        {"window cube.H stdout=cube.H", "stdout=cube.H is a file of the input"},
+        {"window cube.H out=cube.H", "is the file of header \"cube.H\" of tag \"in\" (parameter stdin): give out=FILE"},
+        {"window cube.H stdout=cube.H", "is the file of header \"cube.H\" of tag \"in\""},
+        {"window stdout=cube.H < cube.H", "is the file of header \"stdin\" of tag \"in\""},
+        {"window cube.H stdout=sub/cube.H", "cube.H@\" for tag \"out\" is the data file of header \"cube.H\""},
+        {"cat x.H cube.H stdout=cube.H", "is the file of header \"cube.H\" of tag \"cat1\""},
+        {"from-npy x.npy stdout=x.npy", "stdout=x.npy is the file of the input"},
         {"window 'cat cube.H|'", "is taken as no file"},
         {"window .", ". cannot be read: Is a directory"},
         {"npy cube.H cube.H", "cube.H is a file of the input"},
@@ -451,6 +455,7 @@ TEST_F(QasTool, BadParametersAreRefusedByName) {
         {"info cube.H --all", "unknown flag --all"},
     };
     const std::string header = files::read_text(dir / "cube.H"), data = files::read_text(dir / "cube.H@");
+    expect_good("mkdir sub && qas npy cube.H x.npy && qas cat cube.H > x.H");
     for (const auto& c : cases) {
         const Outcome run = shell(std::string("qas ") + c.line);
         EXPECT_EQ(run.status, 23) << c.line;

@@ -24,7 +24,7 @@ void name_header(Layer& layer, streaminf& stream, Mode mode) {
     }
     if (const auto given = getch_text(layer, stream.tagname)) {
         stream.headername = *given;
-    } else if (mode != Mode::input) {
+    } else if (mode == Mode::output || mode == Mode::inout) {
         const Values inherited = hetch(layer, stream.tagname, "s", 1);
         if (found(inherited)) {
             stream.headername = std::get<std::string>(inherited);

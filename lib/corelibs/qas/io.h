@@ -17,7 +17,7 @@ extern const IoRoutines multifd_io;
 
 /// Opens one data file by the entry type of the record: input read-only, the others created as needed.
 /// Returns an empty descriptor, the resolved name in `name` and the reason in the record, if that fails. Refuses an
-/// output that is the data file of another dataset in use. A name that came out of a header must be that of a regular
+/// output that is a file of another dataset in use. A name that came out of a header must be that of a regular
 /// file.
 Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name);
 

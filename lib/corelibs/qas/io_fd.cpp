@@ -10,6 +10,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/output_files.h"
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace qas {
@@ -17,33 +18,6 @@ namespace {
 
 // The kernel moves at most a little less than 2 GiB a call; smaller pieces also keep an interrupted run's loss small.
 constexpr std::int64_t max_call = std::int64_t{64} << 20;
-
-/// Data file names of a record, as they stand between ";".
-bool names_file(Layer& layer, streaminf& stream, const std::string& identity) {
-    for (std::size_t at = 0; at <= stream.dataname.size();) {
-        const std::size_t end = std::min(stream.dataname.find(';', at), stream.dataname.size());
-        const std::string name = stream.dataname.substr(at, end - at);
-        try {
-            if (!name.empty() && file_identity(expand_info(layer, name, stream)) == identity) return true;
-        } catch (const Fatal&) {  // a name with an unknown variable is no file's
-        }
-        at = end + 1;
-    }
-    return false;
-}
-
-void check_data_is_free(Layer& layer, const streaminf& stream, const std::string& name) {
-    const std::string identity = file_identity(name);
-    if (identity.empty()) return;
-    for (const auto& other : layer.streams) {
-        if (other.get() == &stream || !other->valid || other->iotype == FILE_IO) continue;
-        if (names_file(layer, *other, identity))
-            qaserr(
-                "output data file \"%s\" for tag \"%s\" is the data file of tag \"%s\" too: give %s.out=FILE or another"
-                " datapath=\n",
-                name.c_str(), stream.tagname.c_str(), other->tagname.c_str(), stream.tagname.c_str());
-    }
-}
 
 FdState& state_of(streaminf& stream) {
     FdState* state = stream.ioinf ? std::get_if<FdState>(&*stream.ioinf) : nullptr;
@@ -146,7 +120,7 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
             text = strprintf(" unable to open output datafile %s for tag %s \n", name.c_str(), tag);
             flags |= O_WRONLY | O_CREAT | O_TRUNC;
     }
-    if (stream.entrytype != STREAMIN) check_data_is_free(layer, stream, name);
+    check_data_is_free(layer, stream, name);
     Descriptor fd;
     std::string why;
     if (!stream.fresh_data && is_special_file(name)) {

@@ -29,6 +29,14 @@ int descriptor_of(const FileState& state) {
     return state.out ? ::fileno(state.out) : state.own.get();
 }
 
+/// The data of an output begin behind what stands in its stream when the header is complete.
+void find_start(Layer& layer, streaminf& stream, FileState& state) {
+    if (!state.out || state.started) return;
+    qasstr_ready_out(layer, stream);
+    state.started = true;
+    if (stream.backseekable) state.start = std::max<std::int64_t>(0, ::ftello(state.out));
+}
+
 /// Opens a file of the record's own with the first of the flags that works.
 Descriptor open_own(Layer& layer, streaminf& stream, std::initializer_list<int> flags, const char* format) {
     const std::string name = expand_info(layer, stream.dataname, stream);
@@ -109,8 +117,7 @@ std::int64_t file_write(Layer& layer, streaminf& stream, const void* buffer, std
     bool failed = false;
     errno = EBADF;
     if (state.out) {
-        if (stream.backseekable && state.position == 0 && state.start == 0)
-            state.start = std::max<std::int64_t>(0, ::ftello(state.out));  // behind the header's end mark
+        find_start(layer, stream, state);
         done = static_cast<std::int64_t>(std::fwrite(buffer, 1, static_cast<std::size_t>(nbytes), state.out));
         failed = std::ferror(state.out) || std::fflush(state.out) != 0;
     } else {
@@ -167,6 +174,7 @@ std::int64_t seek_stream(Layer& layer, streaminf& stream, FileState& state, std:
 
 std::int64_t file_seek(Layer& layer, streaminf& stream, std::int64_t offset, int whence) {
     FileState& state = state_of(stream);
+    find_start(layer, stream, state);
     if (!stream.backseekable) return seek_stream(layer, stream, state, offset, whence);
     if (whence < 0 || whence > 2) {
         layer.notes.warn("unknown seek type requested\n");
@@ -190,8 +198,9 @@ std::int64_t file_seek(Layer& layer, streaminf& stream, std::int64_t offset, int
     return state.position;
 }
 
-std::int64_t file_size(Layer&, streaminf& stream) {
+std::int64_t file_size(Layer& layer, streaminf& stream) {
     FileState& state = state_of(stream);
+    find_start(layer, stream, state);
     const std::int64_t size = fsize(descriptor_of(state));
     return size < 0 ? -1 : std::max<std::int64_t>(0, size - state.start);
 }

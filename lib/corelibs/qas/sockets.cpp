@@ -154,7 +154,10 @@ Descriptor socklisten(int listener, int seconds, const AlarmWake* alarm) {
         ready = ::poll(watched, 2, wait_ms);
     } while (ready < 0 && errno == EINTR);
     if (ready <= 0 || !(watched[0].revents & POLLIN)) return Descriptor();
-    return Descriptor(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    Descriptor fd(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    constexpr linger deliver{0, 0};  // inherited from the listener, closing would drop the data still on their way
+    if (fd.get() >= 0) ::setsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &deliver, sizeof deliver);
+    return fd;
 }
 
 bool strput(int fd, std::string_view text) {

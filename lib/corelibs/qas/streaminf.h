@@ -34,6 +34,7 @@ struct FileState {
     bool open = false;
     std::int64_t position = 0;  // from the start of the data
     std::int64_t start = 0;     // where the data start in the stream
+    bool started = false;       // of an output: start is known
     std::FILE* out = nullptr;   // written through here,
     ByteSource* in = nullptr;   // read from here,
     Descriptor own;             // or a file of its own, both ways
@@ -77,6 +78,7 @@ struct streaminf {
     ByteSource header_source;              ///< an open input header, and what follows it
     std::FILE* headfile = nullptr;         ///< an open output or in/out header
     bool close_headfile = false;           ///< headfile is this record's to close
+    bool new_headfile = false;             ///< headfile did not exist before
     pid_t command = 0;                     ///< process at the other end of the header, if it is a command
     Descriptor listener;                   ///< where the reader of a socket output will connect
     std::string pending;                   ///< header text of a socket output that no reader has come for

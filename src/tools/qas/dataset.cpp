@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-#include "lib/corelibs/qas/files.h"
 #include "src/tools/qas/words.h"
 
 namespace qastool {
@@ -143,16 +142,6 @@ void check_output_format(qas::Session& session, const Dataset& set) {
     if (wanted && kind_of_format(*wanted, set.esize) != set.kind)
         qaserr("data_format=%s: the samples of %s are of another kind (%s)\n", printable(*wanted).c_str(),
                set.name.c_str(), set.format.c_str());
-}
-
-void check_outputs(qas::Session& session, const std::vector<std::string>& inputs) {
-    for (const char* key : {"out", "stdout", "head"}) {
-        const std::string name = session.getch<std::string>(key).value_or("");
-        const std::string identity = qas::file_identity(name);
-        for (const std::string& input : inputs)
-            if (!identity.empty() && qas::file_identity(input) == identity)
-                qaserr("%s=%s is a file of the input: give the output another name\n", key, printable(name).c_str());
-    }
 }
 
 std::string position_text(const std::vector<GridAxis>& axes, std::int64_t sample) {

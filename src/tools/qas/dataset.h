@@ -64,8 +64,6 @@ void put_integer(qas::Session& session, const std::string& name, std::int64_t va
 
 /// Refuses a `data_format=` parameter for "out" that would change what the samples are.
 void check_output_format(qas::Session& session, const Dataset& set);
-/// Refuses parameters that would make "out" overwrite one of the input files.
-void check_outputs(qas::Session& session, const std::vector<std::string>& inputs);
 /// What the samples of a data format are.
 Kind kind_of_format(const std::string& format, std::int64_t esize);
 

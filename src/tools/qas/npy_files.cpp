@@ -147,6 +147,16 @@ void check_overrides(qas::Session& session) {
         }
 }
 
+/// Refuses parameters that would make "out" overwrite the .npy file, which the dataset layer does not know.
+void check_not_overwritten(qas::Session& session, const std::string& npy) {
+    const std::string identity = qas::file_identity(npy == "stdin" ? "/dev/stdin" : npy);
+    for (const char* key : {"out", "stdout", "head"}) {
+        const std::string name = session.getch<std::string>(key).value_or("");
+        if (!identity.empty() && qas::file_identity(name) == identity)
+            qaserr("%s=%s is the file of the input: give the output another name\n", key, printable(name).c_str());
+    }
+}
+
 void write_axes(qas::Session& session, const Dataset& side, const std::vector<std::int64_t>& lengths) {
     const bool with_side = !side.axes.empty();
     for (std::size_t i = 0; i < std::max(lengths.size(), side.axes.size()); ++i) {
@@ -192,10 +202,11 @@ int run_npy(Words words) {
 
     const std::string shown = output.empty() ? "the standard output" : output;
     const File file = output.empty() ? File(stdout) : open_file(output, "wb");
+    // Before the array: a reader at the other end of a pipe looks for it as soon as that begins.
+    if (!side.empty()) write_side_header(session, words, side, output);
     write_bytes(file.get(), shown, npy_header_bytes(header_of(set)));
     pass_on(session, set, set.bytes(), [&](std::span<char> block) { write_bytes(file.get(), shown, block); });
     finish(file.get(), shown);
-    if (!side.empty()) write_side_header(session, words, side, output);
     return 0;
 }
 
@@ -212,7 +223,7 @@ int run_from_npy(Words words) {
     qas::Session session(session_words(words, {{"stdin", side_name}}));
     Dataset side = read_description(session, "in", side_name);
     check_overrides(session);
-    check_outputs(session, {words.files[0], side_name});
+    check_not_overwritten(session, words.files[0]);
     const Kind kind = header.type == 'c'   ? Kind::complex
                       : header.type == 'f' ? Kind::real
                       : header.type == 'i' ? Kind::integer

@@ -111,7 +111,6 @@ int run_window(Words words) {
     qas::Session session(session_words(words, {{"stdin", words.files[0]}}));
     const Dataset set = read_description(session, "in", words.files[0]);
     check_output_format(session, set);
-    check_outputs(session, words.files);
     if (set.axes.empty()) require_data(session, set, 0);
     const qas::Window window = chosen_window(session, set);
     require_data(session, set, reach(window));

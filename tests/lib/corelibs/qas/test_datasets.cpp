@@ -158,10 +158,20 @@ TEST_F(Datasets, WhereTheDataOfOutGo) {
     ::unsetenv("QASVAR");
 }
 
+TEST_F(Datasets, HeadNamesTheHeaderOfAnyOutputOnTheStandardOutput) {
+    session({"g=stdout", "head=h.H", "g.write_title=n"})->to_history("n1", 1, "g");
+    EXPECT_EQ(read_file("h.H"), "\t\tn1=1\n");
+}
+
 TEST_F(Datasets, ANamelessOutputGetsAUniqueDataName) {
     auto s = session({"head=stderr", "datapath=./"});
     s->to_history("n1", 1);
-    EXPECT_THAT(errors(), HasSubstr("sets next: in=\"./prog@"));
+    const std::string unique = errors().substr(errors().find("./prog@"), 13);
+    EXPECT_THAT(unique, MatchesRegex("./prog@......"));
+    write_file(unique, "precious");  // somebody takes the name before it is used
+    const float one = 1.0f;
+    EXPECT_THAT(fatal([&] { s->srite("out", &one, 4); }), HasSubstr("File exists"));
+    EXPECT_EQ(read_file(unique), "precious");
     std::rewind(err_);
     auto t = session({"head=stderr", "datapath=/no/such/folder/"});  // asked for nowhere: no reason to end
     t->to_history("n1", 1);
@@ -175,6 +185,8 @@ TEST_F(Datasets, HeaderAndDataInOneFile) {
     {
         auto s = session({"out=stdout"});
         s->to_history("n1", 3);
+        EXPECT_EQ(s->sseek("out", 0, 0), 0);  // behind the header
+        EXPECT_EQ(s->file_position("out"), 0);
         EXPECT_EQ(s->srite("out", samples.data(), 8), 8);
         EXPECT_EQ(s->srite("out", samples.data() + 2, 4), 4);
         s->to_history("n1", 4);  // would land in the data
@@ -397,6 +409,7 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
     auto s = session({"a=/no/such/a.H", "datapath=/no/such/"});
     EXPECT_EQ(fatal([&] { s->to_history("n1", 1, "a"); }),
               "cannot create output header \"/no/such/a.H\" for tag \"a\" (parameter a): No such file or directory\n");
+    EXPECT_EQ(errors(), "qasstrhead, openfile(): No such file or directory\n");
     s->to_history("n1", 1, "b");
     EXPECT_EQ(
         fatal([&] { s->srite("b", &one, 4); }),
@@ -413,6 +426,13 @@ TEST_F(Datasets, AFullDiskEndsWithAMessage) {
                       HasSubstr("No space left on device")));
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "b"); }), AllOf(StartsWith("I/O error writing output history\n"),
                                                                    HasSubstr("parameter b"), HasSubstr("No space")));
+    EXPECT_THAT(errors(), EndsWith("write_title: No space left on device\n"));
+    set_input("n1=1\n");
+    EXPECT_THAT(fatal([&] {
+                    session({"stdout=/dev/full", "out=x"})->to_history("n1", 1);
+                }),
+                StartsWith("I/O error writing output history\n"));
+    EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
 }
 
 TEST_F(Datasets, WhatWasCompleteBeforeALimitStaysReadable) {
@@ -439,16 +459,82 @@ TEST_F(Datasets, WhatWasCompleteBeforeALimitStaysReadable) {
 }
 
 TEST_F(Datasets, OutputsMayNotOverwriteDatasetsInUse) {
-    const float one = 1.0f;
-    make_input("m.H", "n1=1\n", xdr<float>({5}));
+    using Words = std::vector<std::string>;
+    using Call = void (*)(qas::Session&);
+    make_input("m.H", "n1=1 \n", xdr<float>({5}));
+    write_file("parts.H", "n1=1 in=\"p.H@;p.H@1\"\n");
+    write_file("p.H@", "1234");
+    write_file("p.H@1", "5678");
     std::filesystem::create_directory("sub");
-    auto s = session({"vel=m.H", "Velout=./m.H", "grad=sub/m.H", "datapath=" + dir_.string() + "/"});
-    s->from_aux<int>("vel", "n1");
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "Velout"); }), HasSubstr("is the header of tag \"vel\" too"));
-    s->to_history("n1", 1, "grad");
-    EXPECT_THAT(fatal([&] { s->srite("grad", &one, 4); }), HasSubstr("is the data file of tag \"vel\" too"));
-    EXPECT_EQ(read_file("m.H@"), xdr<float>({5}));
-    EXPECT_THAT(read_file("m.H"), StartsWith("n1=1\n"));
+    std::filesystem::create_hard_link("m.H@", "hard");
+    const std::string here = dir_.string() + "/";
+    const std::string of_vel = "header \"m.H\" of tag \"vel\" (parameter vel): give ";
+    const Call line = [](qas::Session& s) { s.to_history("n1", 1, "g"); };
+    const Call record = [](qas::Session& s) { s.from_param<int>("nh", 1); };
+    struct {
+        const char* fault;
+        Words words;
+        Call call;
+        std::string part;
+    } const refused[] = {
+        {"header is a header",
+         {"g=./m.H"},
+         line,
+         "output header \"./m.H\" of tag \"g\" (parameter g) is the file of " + of_vel + "it another name\n"},
+        {"header is a data file", {"g=m.H@"}, line, "(parameter g) is the data file of " + of_vel},
+        {"data under one datapath",
+         {"g=sub/m.H"},
+         line,
+         "output data file \"" + here + "m.H@\" for tag \"g\" is the data file of " + of_vel +
+             "g.out=FILE or another datapath=\n"},
+        {"data file by a link", {"g=x.H", "g.out=hard"}, line, "is the data file of " + of_vel},
+        {"data file is a header", {"g=x.H", "g.out=sub/../m.H"}, line, "is the file of " + of_vel},
+        {"data file is the own header", {"g=x.H", "g.out=x.H"}, line, "is the file of header \"x.H\" of tag \"g\""},
+        {"the second of several files",
+         {"g=sub/p.H", "nfiles=2", "vel=parts.H"},
+         line,
+         "output data file \"" + here + "p.H@"},
+        {"one of several of the input",
+         {"g=x.H", "g.out=p.H@1", "vel=parts.H"},
+         line,
+         "is the data file of header \"parts.H\""},
+        {"the data of out", {"out=m.H@", "stdout=x.H"}, record, "give out=FILE or another datapath="},
+        {"header of out and of in",
+         {"stdin=m.H", "stdout=m.H"},
+         record,
+         "of tag \"out\" (parameter stdout) is the file of"},
+        {"two outputs that do not exist yet",
+         {"g=sub/y.H", "h=y.H"},
+         [](qas::Session& s) {
+             s.to_history("n1", 1, "g");
+             s.to_history("n1", 1, "h");
+         },
+         "output data file \"" + here + "y.H@\" for tag \"h\" is the data file of header \"sub/y.H\""},
+        {"a scratch dataset", {"g=sub/m.H"}, [](qas::Session& s) { s.auxscr("g"); }, "is the data file of " + of_vel},
+        {"a new in/out dataset",
+         {"g=sub/m.H"},
+         [](qas::Session& s) { s.auxinout("g"); },
+         "is the data file of " + of_vel},
+    };
+    for (const auto& row : refused) {
+        SCOPED_TRACE(row.fault);
+        Words words{"vel=m.H", "datapath=" + here};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        auto s = session(words);
+        s->from_aux<int>("vel", "n1");
+        EXPECT_THAT(fatal([&] { row.call(*s); }), HasSubstr(row.part));
+        EXPECT_EQ(read_file("m.H@") + read_file("p.H@") + read_file("p.H@1"), xdr<float>({5}) + "12345678");
+        EXPECT_THAT(read_file("m.H"), StartsWith("n1=1 \n"));
+        for (const char* name : {"x.H", "sub/m.H", "sub/p.H"}) EXPECT_FALSE(std::filesystem::exists(name)) << name;
+    }
+    const float one = 1.0f;
+    auto s = session({"vel=m.H", "g=/dev/null", "h=/dev/null", "out=/dev/null", "head=stderr", "i=x.H",
+                      "p=|cat > piped", "isoutstream=1", "datapath=" + here});
+    write_file("x.H", "in=m.H@ n1=1\n");
+    EXPECT_EQ(s->from_aux<int>("vel", "n1"), 1);
+    s->auxinout("i");  // reads and rewrites what another tag reads
+    for (const char* tag : {"g", "h", "out", "p", "i"}) EXPECT_EQ(s->srite(tag, &one, 4), 4) << tag;
+    EXPECT_EQ(read_file("m.H@"), xdr<float>({1}));
 }
 
 TEST_F(Datasets, RunningAgainOverwrites) {
@@ -495,12 +581,14 @@ TEST_F(Datasets, FixedInputHeaders) {
     session({"noheader=yes", "out=x", "out.write_title=n"})->to_history("n1", 1);
     EXPECT_EQ(read_file("o.H"), "No input header \t\tsets next: in=\"" + dir_.string() + "/x\"\n\t\tn1=1\n");
     set_output_file("o.H");
+    write_file("old.H", "n1=7\n");
     EXPECT_EQ(fatal([&] {
-                  session({"stdin=missing.H", "data_format=xdr_int", "out=x"})->to_history("n1", 1);
+                  session({"stdin=missing.H", "stdout=old.H", "data_format=xdr_int", "out=x"})->to_history("n1", 1);
               }),
               " error copying header to output history\n  header \"missing.H\" of tag \"in\" (parameter stdin): No "
               "such file or"
               " directory\n");
+    EXPECT_EQ(read_file("old.H"), "n1=7\n");
 }
 
 TEST_F(Datasets, HeaderLengthLeavesOutTheEndMark) {
@@ -528,6 +616,8 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
     auto s = session({"datapath=./"});
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
     EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), StartsWith(refused));
+    s->auxscr("grad");  // only the command line names scratch datasets
+    EXPECT_TRUE(std::filesystem::exists("grad"));
     EXPECT_EQ(read_file("from_history.H"), "dear diary\n");
 }
 

@@ -214,6 +214,11 @@ TEST_F(Faults, StreamsThatFail) {
     const std::string message = fatal([&] { s->srite("g", panel.data(), 4000); });
     ::setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_THAT(message, StartsWith("file_write() : I/O error, tag \"g\"\n"));
+    auto o = session({"o.out=stdin"});  // a file of that name
+    write_fault = {"/stdin", SIZE_MAX, EIO, 0};
+    EXPECT_EQ(fatal([&] { o->srite("o", panel.data(), 4); }),
+              "xdr_rite(): I/O error on output for tag \"o\" -- ierr=0 \n");
+    EXPECT_THAT(errors(), EndsWith("unexpected eof for tag o\n"));
 
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);

@@ -1,11 +1,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <csignal>
+#include <numeric>
 
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/parameters.h"
@@ -335,14 +337,20 @@ TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
     const std::string address = s->auxsockout("grad");
     EXPECT_THAT(address, StartsWith(qas::socket_host_name() + ":"));
     s->to_history("n1", 3, "grad");
+    std::vector<float> samples(std::size_t{4} << 20);  // more than the buffers of a connection hold
+    std::iota(samples.begin(), samples.end(), 0.0f);
+    const auto nbytes = static_cast<std::int64_t>(4 * samples.size());
     const pid_t reader = start_process([&] {
         qas::Session r(std::vector<std::string>{"reader", "rec=" + address});
         r.set_streams(in_, out_, stderr);
-        std::vector<float> back(3);
-        if (r.from_aux<int>("rec", "n1") != 3 || r.sreed("rec", back.data(), 12) != 12 || back != three) ::_exit(1);
+        std::vector<float> back(samples.size() + 1);
+        if (r.from_aux<int>("rec", "n1") != 3) ::_exit(1);
+        if (r.sreed("rec", back.data(), nbytes + 4) != nbytes ||
+            !std::equal(samples.begin(), samples.end(), back.begin()))
+            ::_exit(2);
     });
-    s->srite("grad", three.data(), 12);
-    s.reset();
+    s->srite("grad", samples.data(), nbytes);
+    s.reset();  // closes the connection, which must not take with it what is still on its way
     EXPECT_EQ(exit_status(reader), 0);
     auto t = session({"timeout=1"});
     const std::string nobody = t->auxsockout("grad");
@@ -351,15 +359,17 @@ TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
 }
 
 TEST_F(Pipes, SocketsListenOnTheLoopbackAddress) {
-    std::string service = "0";
-    const qas::Descriptor fd = qas::opensock1(service, false, "127.0.0.1");
-    EXPECT_NE(service, "0");
-    qas::Layer layer;
-    prepare(layer, {});
-    EXPECT_EQ(qas::listen_address(layer), "127.0.0.1");
-    qas::Layer open;
-    prepare(open, {"qas.listen=0.0.0.0"});
-    EXPECT_EQ(qas::listen_address(open), "0.0.0.0");
+    const auto bound_to = [&](std::vector<std::string> words) {
+        qas::Layer layer;
+        prepare(layer, std::move(words));
+        const int fd = qas::tag_info(layer, "grad", qas::Mode::socket_output)->listener.get();
+        sockaddr_in address{};
+        socklen_t length = sizeof address;
+        EXPECT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        return ntohl(address.sin_addr.s_addr);
+    };
+    EXPECT_EQ(bound_to({}), INADDR_LOOPBACK);
+    EXPECT_EQ(bound_to({"qas.listen=0.0.0.0"}), INADDR_ANY);
 }
 
 TEST_F(Pipes, SocketTexts) {
