@@ -437,7 +437,8 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         {"nxk=20000 nzk=20000: 4e+08 spline coefficients, at most 1e8 are permitted\n",
          [](TinySurvey& s) { set(s, "nxk", "20000"), set(s, "nzk", "20000"); }},
         // conditioning and the exact gradient
-        {"frame=-1: permitted are 0 to 1048576 rows\n", [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
+        {"frame=-1: permitted are 0 to 1048576 rows\n",
+         [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
         {"gradient=right: permitted are described and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
         {"firststep=1: permitted is a fraction of slowness, more than 0 and less than 1\n",
          [](TinySurvey& s) { set(s, "firststep", "1"); }},
@@ -474,6 +475,10 @@ TEST(Owparam, NoOutputOverwritesAnInputOrAnotherOutput) {
     survey.arguments["grad"] = survey.dir.text() + "/other/velout.H";
     EXPECT_EQ(start(survey).fatal, "grad=" + survey.dir / "other/velout.H" + ": the data of the output Velout=" +
                                        survey.dir / "velout.H" + " would go to the same file\n");
+    survey.arguments["grad"] = survey.dir / "grad.H";
+    survey.arguments["nxfilt"] = "1";
+    survey.arguments["oper-fxdecon.H"] = survey.dir / "rec.H";
+    EXPECT_THAT(start(survey).fatal, HasSubstr("overwrite the input rec"));
 }
 
 TEST(Owparam, AMismatchTellsItsNumbers) {
