@@ -8,8 +8,12 @@
 #include "lib/class/solver_reg_mod.h"
 
 int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d) {
-    assert(m.size() == mask.size() && d.size() == mask.size());
     adjnull(adj, add, m, d);
+    return mask_op2(mask, adj, add, m, d);
+}
+
+int mask_op2(std::span<const float> mask, bool adj, bool /*add*/, std::span<float> m, std::span<float> d) {
+    assert(m.size() == mask.size() && d.size() == mask.size());
     for (std::size_t i = 0; i < mask.size(); ++i) {
         if (adj) {
             m[i] += mask[i] * d[i];

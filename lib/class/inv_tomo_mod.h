@@ -6,6 +6,9 @@
 /// Diagonal operator: d = mask m; its own transpose. All of one size.
 int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d);
 
+/// The same without clearing: the caller prepares the output, whatever add says.
+int mask_op2(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d);
+
 /// Smooth along dips by niter conjugate-direction steps, S = polynomial division by `filt`.
 ///
 /// Without a mask: min over m of |S m - slow0|^2 + eps^2 |m|^2.

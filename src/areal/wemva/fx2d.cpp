@@ -141,7 +141,7 @@ class Predictor {
     static std::size_t at(int i) { return static_cast<std::size_t>(i); }
 
     /// Gaussian elimination without pivoting.
-    void solve() {
+    void ngauss() {
         for (int k = 0; k < m_; ++k) {
             reciprocal(a(k, k), inverse_[at(k)]);
             for (int i = k + 1; i < m_; ++i) {
@@ -187,7 +187,7 @@ class Predictor {
             return;
         }
         for (int i = 0; i < m_; ++i) a(i, i).re *= 1.0f + lambda_ * lambda_;
-        solve();
+        ngauss();
     }
 
 public:
@@ -206,7 +206,7 @@ public:
     /// The mean of the predictions from below and from above: f(k) x(i-k) and, since the filter of the reversed line is
     /// the conjugate of the line's own, conj(f(k)) x(i+k). The ends have one prediction; a single sample has none.
     /// @param x n samples, and noper - 1 zeros before the first and after the last
-    void run(const ComplexLanes* x, int n, ComplexLanes* predicted) {
+    void predict(const ComplexLanes* x, int n, ComplexLanes* predicted) {
         find_filter(x, n);
         for (int i = 0; i < n; ++i) {
             ComplexLanes sum;
@@ -339,7 +339,7 @@ class Window {
         for (int i2 = 0; i2 < d_.w2; ++i2)
             ft_.forward(&panel_[at(o1, o2 + i2)], d_.w1, &fdata_[margin + static_cast<std::size_t>(i2)], padded_);
         for (std::size_t k = 0; k < static_cast<std::size_t>(nfreq_); ++k) {
-            predictor_.run(&fdata_[k * padded_ + margin], d_.w2, &predicted_[k * w2]);
+            predictor_.predict(&fdata_[k * padded_ + margin], d_.w2, &predicted_[k * w2]);
             std::ranges::copy(predictor_.filter(), filters_.begin() + static_cast<Index>(k * margin));
         }
     }

@@ -31,7 +31,8 @@ std::vector<float> read_horizon(const std::string& name, int n) {
         refuse("horv0=%s: cannot read this horizon file: %s", name.c_str(), std::strerror(file ? EISDIR : errno));
     std::vector<float> depths;
     std::string text;
-    for (int line = 1; static_cast<int>(depths.size()) < n && std::getline(file, text); ++line) {
+    int line = 1;
+    for (; static_cast<int>(depths.size()) < n && std::getline(file, text); ++line) {
         const std::size_t first = text.find_first_not_of(separators);
         if (first == std::string::npos) continue;
         const std::string word = text.substr(first, text.find_first_of(separators, first) - first);
@@ -42,7 +43,7 @@ std::vector<float> read_horizon(const std::string& name, int n) {
         depths.push_back(value);
     }
     if (static_cast<int>(depths.size()) < n)
-        refuse("horv0=%s: %zu values, one a line for each of the %d columns of the image are needed", name.c_str(),
-               depths.size(), n);
+        refuse("horv0=%s: %zu values in its %d lines, one a line for each of the %d columns of the image are needed",
+               name.c_str(), depths.size(), line - 1, n);
     return depths;
 }

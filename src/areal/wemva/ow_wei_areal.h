@@ -48,6 +48,16 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
 void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
              View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session);
 
+/// Objective and gradient of one shot in a single pass: each frequency is imaged from its own background fields, the
+/// image weighted twice by owdso (without a horizon), measured and carried back, before the next frequency. A thread's
+/// image is not cleared between its frequencies: what the earlier ones left is weighted again. No run calls it.
+/// @param f       += for each thread the sum of squares of its image at its last frequency, in single precision; on
+///                several threads it depends on which frequencies each of them took
+/// @param deltas  (kxm.n, img.z.n) += as owwemva with adj true, the weighted image as residual
+/// @param deltai  (kxm.n, nsecdim, img.z.n) += the threads' weighted images from level nzmin down
+void owwemva_adj(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
+                 double& f, View<float, 2> deltas, View<float, 3> deltai);
+
 /// Exact derivative of the image that owwei forms, with respect to slowness: deltai += J deltas. For "imgprim"; needs
 /// context.references and context.clear_margins, without which the image is not a function of the slowness alone.
 /// Piecewise choices (regions, integer parts of the references) count as fixed.

@@ -1,5 +1,6 @@
 #include "src/tools/morvane_synth/earth_model.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -58,6 +59,30 @@ EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
             model.start(ix, iz) = static_cast<float>(1.0 / start);
         }
     return model;
+}
+
+Array<float, 2> layer_dips(const ModelSpec& spec, const Axis& x, const Axis& z) {
+    Array<float, 2> dips({z.n, x.n});
+    std::vector<std::pair<double, double>> layers;  // depth in the column, slope
+    for (int ix = 0; ix < x.n; ++ix) {
+        const double rx = x.o + ix * static_cast<double>(x.d) - spec.middle;
+        layers.clear();
+        for (const Reflector& r : spec.reflectors) layers.emplace_back(r.z + rx * slope(r.dip), slope(r.dip));
+        if (layers.empty()) layers.emplace_back(0.0, slope(spec.tilt));
+        std::ranges::sort(layers);
+        for (int iz = 0; iz < z.n; ++iz) {
+            const double depth = z.o + iz * static_cast<double>(z.d);
+            const auto below = std::ranges::find_if(layers, [&](const auto& layer) { return layer.first >= depth; });
+            double p = below == layers.end() ? layers.back().second : below->second;
+            if (below != layers.begin() && below != layers.end()) {
+                const auto above = below - 1;
+                const double share = (depth - above->first) / (below->first - above->first);
+                p = above->second + share * (below->second - above->second);
+            }
+            dips(iz, ix) = static_cast<float>(std::atan(p * x.d / z.d) * 180.0 / std::numbers::pi);
+        }
+    }
+    return dips;
 }
 
 Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, float length) {

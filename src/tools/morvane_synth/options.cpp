@@ -90,6 +90,7 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.name("vel", "start model, slowness");
     v.name("true", "true model, slowness, without the thin reflectors");
     v.name("full", "model that the waves saw, slowness; written only if named");
+    v.name("dips", "dips of the layers for morvane's dipflt, degrees between depth samples and columns; only if named");
     v.name("rec", "receiver wavefields");
     v.name("sou", "source function, or source wavefields with areal=y");
     v.text("parfile", o.parfile, "parameter file for morvane");
@@ -352,6 +353,8 @@ SynthOptions read_options(qas::Session& session) {
     preset(o, w);
     Reader reader(session);
     visit(reader, o, w);
+    if (o.from_file && session.exist_file("dips"))
+        qaserr("dips=: the layers of a model from a dataset, model=%s, are not known\n", o.model.c_str());
     if (o.from_file) take_steps_of_file(session, o, w.zmax_given);
 
     Geometry& g = o.geometry;

@@ -169,6 +169,11 @@ void write_survey(qas::Session& session, const SynthOptions& options, const Eart
     session.to_history("zmax", bottom, "true");
     write_model(session, "true", model, model.smooth);
     if (session.exist_file("full")) write_model(session, "full", model, model.full);
+    if (session.exist_file("dips")) {
+        write_header(session, "dips",
+                     {{{model.z.n, model.z.d, model.z.o}, {model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {1, 1, 0}}}, 4);
+        write_samples<float>(session, "dips", layer_dips(options.spec, model.x, model.z).flat());
+    }
 
     const HeaderAxis none{1, 1, 0}, frequencies{freq.n, freq.d, freq.o}, shots{shot.n, shot.d, shot.o};
     for (const char* tag : {"rec", "sou"}) session.to_history("model", options.model, tag);

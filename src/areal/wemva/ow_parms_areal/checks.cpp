@@ -352,6 +352,9 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (!counts)
         refuse("fun_xmin=%g fun_xmax=%g: no image column lies between them; the columns stand every %g from %g to %g",
                par.fun_xmin, par.fun_xmax, par.img.xm.d, par.img.xm.o, end_of(par.img.xm));
+    for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"})
+        if (session.exist_file(tag))
+            warn("%s: gradient=exact forms no such wavefield; only its header is written", tag);
 }
 
 void check_settings(const Parms& par, qas::Session& session) {
@@ -388,7 +391,7 @@ void check_settings(const Parms& par, qas::Session& session) {
     check_transform_length(par, width);
 }
 
-void check_output_names(qas::Session& session) {
+void check_output_names(const Parms& par, qas::Session& session) {
     struct Name {
         const char* tag;
         std::filesystem::path path;
@@ -404,6 +407,9 @@ void check_output_names(qas::Session& session) {
     for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage"}) outputs.push_back(look_up(tag));
     for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz"})
         if (session.exist_file(tag)) outputs.push_back(look_up(tag));
+    if (par.dipflt) inputs.push_back(look_up("dipfile"));
+    if (par.dipflt && session.exist_file("maskout")) outputs.push_back(look_up("maskout"));
+    if (par.nxfilt != not_given) outputs.push_back(look_up("oper-fxdecon.H"));
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         for (const Name& input : inputs)
             if (input.path == outputs[i].path)

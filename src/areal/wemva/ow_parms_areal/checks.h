@@ -16,7 +16,7 @@ void check_settings(const Parms& par, qas::Session& session);
 void check_depths(const Parms& par);
 
 /// No output may take the header of an input, or that of another output.
-void check_output_names(qas::Session& session);
+void check_output_names(const Parms& par, qas::Session& session);
 
 /// The start model on the image grid (img.xm.n, img.z.n): positive and finite, of a plausible unit, against vsal.
 void check_model(const Parms& par, View<const float, 2> vel0);

@@ -6,6 +6,7 @@
 
 #include "src/areal/wemva/ow_scttr_areal.h"
 #include "src/areal/wemva/ow_wei_areal/frequency_loop.h"
+#include "src/areal/wemva/ow_wei_areal/linearised.h"
 
 namespace {
 
@@ -177,14 +178,13 @@ struct Frequency {
     }
 };
 
-}  // namespace
-
-void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
-             View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session) {
+/// The frequency loop; `work` runs on each frequency after its background fields are kept, `sum` on the slots.
+template <class Work, class Sum>
+void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                      View<const float, 2> vel, bool adj, Work work, Sum sum) {
     const Parms& par = context.par;
     const Medium medium = prepare_medium(par, vel, context.sref, context.references);
     const ImageCondition condition(par);
-    Histories histories(par, adj ? session : nullptr);
     std::vector<Arena> own;
     std::vector<Slot> slots;
     for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, adj, arena);
@@ -195,20 +195,42 @@ void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<
         const int inode = omp_get_thread_num();
         const Frequency frequency(context, condition, vel, iw, slots[static_cast<std::size_t>(inode)]);
         frequency.background(recv, source);
+        work(frequency, inode);
+        report_frequency(par, iw, inode);
+    }
+    std::fflush(stdout);
+    sum(slots, std::max(par.nzmin, 1) - 1, std::min(par.nzmax, par.img.z.n));
+}
+
+}  // namespace
+
+void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<const cf, 2> source,
+             View<const float, 2> vel, View<float, 2> deltas, View<float, 3> deltai, qas::Session* session) {
+    Histories histories(context.par, adj ? session : nullptr);
+    const auto work = [&](const Frequency& frequency, int /*inode*/) {
         if (adj) {
             frequency.adjoint(deltai, histories);
         } else {
             frequency.forward(deltas);
         }
-        report_frequency(par, iw, inode);
-    }
-    std::fflush(stdout);
-
+    };
+    over_frequencies(context, recv, source, vel, adj, work, [&](const std::vector<Slot>& slots, int first, int end) {
+        if (adj) {
+            reduce(slots, deltas, first, end, [](const Slot& slot) { return slot.ggg; });
+        } else {
+            reduce(slots, deltai, first, end, [](const Slot& slot) { return slot.gg; });
+        }
+    });
     if (adj && session != nullptr) histories.write(*session);
-    const int first = std::max(par.nzmin, 1) - 1, end = std::min(par.nzmax, par.img.z.n);
-    if (adj) {
+}
+
+void back_project(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                  View<const float, 2> vel, View<float, 2> deltas, const ResidualOf& residual_of) {
+    Histories none(context.par, nullptr);
+    const auto work = [&](const Frequency& frequency, int inode) {
+        frequency.adjoint(residual_of(frequency.iw, inode, frequency.slot.bws, frequency.slot.bwr), none);
+    };
+    over_frequencies(context, recv, source, vel, true, work, [&](const std::vector<Slot>& slots, int first, int end) {
         reduce(slots, deltas, first, end, [](const Slot& slot) { return slot.ggg; });
-    } else {
-        reduce(slots, deltai, first, end, [](const Slot& slot) { return slot.gg; });
-    }
+    });
 }

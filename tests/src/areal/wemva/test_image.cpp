@@ -89,17 +89,17 @@ TEST(Image, TimeShiftsTurnTheCorrelation) {
 }
 
 TEST(Image, EitherSideIsTheTransposeOfTheForwardImage) {
-    for (const int nh : {1, 4, 9}) {
-        Parms par = WaveCase{.nx = 16, .nh = nh}.parms();
+    for (const auto& [nx, nh] : {std::pair(16, 1), {16, 4}, {17, 9}, {1, 1}}) {
+        Parms par = WaveCase{.nx = nx, .nh = nh}.parms();
         const ImageCondition condition(par);
-        const Fields f(16);
-        ImageScratch scratch(16);
-        Array<float, 2> y({16, nh});
+        const Fields f(nx);
+        ImageScratch scratch(nx);
+        Array<float, 2> y({nx, nh});
         randomize(y.flat(), 9);
         for (const Spread side : {Spread::source, Spread::receiver}) {
-            Array<cf, 1> x({16}), back({16});
+            Array<cf, 1> x({nx}), back({nx});
             randomize(x.flat(), 13);
-            Array<float, 2> ax({16, nh});
+            Array<float, 2> ax({nx, nh});
             const bool source = side == Spread::source;
             owimage_forward(condition, 0, source ? x.view() : f.ws.view(), source ? f.wr.view() : x.view(), ax,
                             scratch);

@@ -478,6 +478,10 @@ TEST(Owparam, NoOutputOverwritesAnInputOrAnotherOutput) {
     survey.arguments["grad"] = survey.dir.text() + "/other/velout.H";
     EXPECT_EQ(start(survey).fatal, "grad=" + survey.dir / "other/velout.H" + ": the data of the output Velout=" +
                                        survey.dir / "velout.H" + " would go to the same file\n");
+    survey.arguments["grad"] = survey.dir / "grad.H";
+    survey.arguments["nxfilt"] = "1";
+    survey.arguments["oper-fxdecon.H"] = survey.dir / "rec.H";
+    EXPECT_THAT(start(survey).fatal, HasSubstr("overwrite the input rec"));
 }
 
 TEST(Owparam, AMismatchTellsItsNumbers) {

@@ -101,6 +101,11 @@ TEST(Spline, DotProducts) {
     EXPECT_LT(dot_mismatch<double>(one, 9, 41), 1e-14);
     EXPECT_LT(dot_mismatch<double>(two, 9 * 6, 41 * 30), 1e-14);
     EXPECT_LT(dot_mismatch<double>(three, 9 * 6 * 4, 41 * 30 * 7), 1e-14);
+    const Axis sample{1, 10, 5, {}}, knot{1, 60, 0, {}};
+    const auto point = [&](bool adj, bool add, std::span<double> m, std::span<double> d) {
+        return base_spln2d_oper({sample, sample, knot, knot}, adj, add, m, d);
+    };
+    EXPECT_LT(dot_mismatch<double>(point, 1, 1), 1e-14);
 }
 
 TEST(Spline, FamilyMembersAgree) {

@@ -55,6 +55,30 @@ TEST(EarthModel, ReflectorsFollowTheirDip) {
     }
 }
 
+// Depth fastest; the angle counts samples, here four a column where the layer falls by one in one.
+TEST(EarthModel, DipsFollowTheLayers) {
+    const Axis wide{11, 20.0f, -100.0f, {}}, fine{81, 5.0f, 0.0f, {}};
+    const auto degrees = [](double slope) { return std::atan(4 * slope) * 180 / M_PI; };
+    ModelSpec spec = plain();
+    spec.tilt = 45.0f;
+    const Array<float, 2> tilted = layer_dips(spec, wide, fine);
+    ASSERT_EQ(tilted.n(), (Extents<2>{81, 11}));
+    EXPECT_NEAR(tilted(40, 0), degrees(1), 1e-4);
+    spec.reflectors = {{300, 0, 0.1f}, {100, static_cast<float>(std::atan(0.5) * 180 / M_PI), 0.1f}};
+    const Array<float, 2> dips = layer_dips(spec, wide, fine);
+    for (const auto& [ix, depth, slope] : {std::tuple{5, 0.0, 0.5},
+                                           {5, 100.0, 0.5},
+                                           {5, 150.0, 0.375},
+                                           {5, 300.0, 0.0},
+                                           {5, 400.0, 0.0},
+                                           {10, 100.0, 0.5},
+                                           {10, 150.0, 0.5},
+                                           {10, 225.0, 0.25},
+                                           {0, 50.0, 0.5},
+                                           {0, 175.0, 0.25}})
+        EXPECT_NEAR(dips(std::lround(depth / 5), ix), degrees(slope), 1e-3) << ix << ' ' << depth;
+}
+
 TEST(EarthModel, TiltMovesTheBackgroundDownTheDip) {
     ModelSpec spec = plain();
     spec.tilt = static_cast<float>(std::atan(0.2) * 180 / M_PI);

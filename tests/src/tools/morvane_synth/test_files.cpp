@@ -109,10 +109,11 @@ double distance(const std::vector<cf>& a, const std::vector<cf>& b) {
 }  // namespace
 
 TEST_F(SynthFiles, HeadersOfBothLayouts) {
-    run(small("a.", {}));
+    run(small("a.", {"dips=" + file("a.dips")}));
     const int columns = 30 + 12 + 8;  // spread, margins of 6 traces, two shot steps of 4 columns
     expect_axes("a.vel", {{columns, 1, 21, 1}, {10, 1, 10, 1}, {200 - 150 - 60, 0, 0, 0}, 4});
     expect_axes("a.true", {{columns, 1, 21, 1}, {10, 1, 10, 1}, {-10, 0, 0, 0}, 4});
+    expect_axes("a.dips", {{21, columns, 1, 1}, {10, 10, 1, 1}, {0, -10, 0, 0}, 4});
     expect_axes("a.rec", {{30, 1, 4, 3}, {10, 1, 4, 40}, {-150, 0, 8, 200}, 8});
     expect_axes("a.sou", {{1, 1, 4, 1}, {10, 1, 4, 1}, {0, 0, 8, 0}, 8});
     run(small("b.", {"areal=y"}));
@@ -252,6 +253,7 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
         SCOPED_TRACE(c.word);
         EXPECT_THAT(refusal(small("bad.", {c.word})), HasSubstr(c.says));
     }
+    EXPECT_THAT(refusal(small("bad.", {"model=m", "dips=d"})), HasSubstr("not known"));
 }
 
 TEST(SynthOptions, HelpListsEveryParameterThatIsRead) {
