@@ -12,7 +12,13 @@ namespace {
 constexpr int levels = 64;
 
 WaveCase wave(const benchmark::State& state, const char* extrap, int nref) {
-    return {.nx = static_cast<int>(state.range(0)), .nz = levels, .nw = 1, .f0 = 20.0f, .extrap = extrap, .nref = nref, .nh = 41};
+    return {.nx = static_cast<int>(state.range(0)),
+            .nz = levels,
+            .nw = 1,
+            .f0 = 20.0f,
+            .extrap = extrap,
+            .nref = nref,
+            .nh = 41};
 }
 
 void step(benchmark::State& state, const char* extrap, int nref) {
