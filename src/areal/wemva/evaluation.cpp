@@ -120,6 +120,17 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
                     image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
 }
 
+/// Reference velocities of the exact mode. The finite-difference form stays below the velocities of the start model:
+/// where the two are equal its stages are at resonance just beyond the evanescent edge, undamped, and fun jumps with
+/// every model beside a laterally constant one; where the reference is the greater, they may amplify.
+ReferenceTable freeze_references(const Inversion& run, View<const float, 2> vel) {
+    constexpr float below = 0.95f;
+    ReferenceTable table = references_of(prepare_medium(run.par, vel, run.vref, nullptr));
+    if (run.par.ffd())
+        for (std::vector<float>& level : table) level[0] *= below;
+    return table;
+}
+
 /// The context of shot ishot; in the exact mode with the reference velocities of its window of the start model, which
 /// is the model of the first evaluation.
 WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot) {
@@ -127,7 +138,7 @@ WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes
     context.memory = &arrays.memory;
     if (run.par.exact()) {
         ReferenceTable& table = arrays.references[run.par.areal ? 0 : static_cast<std::size_t>(ishot - 1)];
-        if (table.empty()) table = references_of(prepare_medium(run.par, arrays.vel, run.vref, nullptr));
+        if (table.empty()) table = freeze_references(run, arrays.vel);
         context.references = &table;
         context.clear_margins = true;
     }
