@@ -8,19 +8,40 @@
 
 namespace {
 
-/// In partial sums that a SIMD register holds side by side.
-double dot(std::span<const float> a, std::span<const float> b) {
-    constexpr std::size_t lanes = 16;
-    double part[lanes] = {};
-    std::size_t i = 0;
-    for (; i + lanes <= a.size(); i += lanes)
-        for (std::size_t l = 0; l < lanes; ++l)
-            part[l] += static_cast<double>(a[i + l]) * static_cast<double>(b[i + l]);
-    double sum = 0.0;
-    for (; i < a.size(); ++i) sum += static_cast<double>(a[i]) * static_cast<double>(b[i]);
-    for (const double p : part) sum += p;
-    return sum;
-}
+/// What a step needs to know of the residual rr, its change gg along the gradient and the last step ss, in double
+/// precision; in one pass, by partial sums that SIMD registers hold side by side.
+struct Products {
+    double gdg = 0.0, sds = 0.0, gds = 0.0, gdr = 0.0, sdr = 0.0;
+    Products(std::span<const float> gg, std::span<const float> ss, std::span<const float> rr) {
+        constexpr std::size_t lanes = 8;
+        double part[5][lanes] = {};
+        std::size_t i = 0;
+        for (; i + lanes <= gg.size(); i += lanes)
+            for (std::size_t l = 0; l < lanes; ++l) {
+                const double g = gg[i + l], s = ss[i + l], r = rr[i + l];
+                part[0][l] += g * g;
+                part[1][l] += s * s;
+                part[2][l] += g * s;
+                part[3][l] += g * r;
+                part[4][l] += s * r;
+            }
+        for (std::size_t l = 0; l < lanes; ++l) {
+            gdg += part[0][l];
+            sds += part[1][l];
+            gds += part[2][l];
+            gdr += part[3][l];
+            sdr += part[4][l];
+        }
+        for (; i < gg.size(); ++i) {
+            const double g = gg[i], s = ss[i], r = rr[i];
+            gdg += g * g;
+            sds += s * s;
+            gds += g * s;
+            gdr += g * r;
+            sdr += s * r;
+        }
+    }
+};
 
 /// step = alfa direction + beta step; at += step
 void advance(double alfa, std::span<const float> direction, double beta, std::span<float> step, std::span<float> at) {
@@ -44,15 +65,16 @@ int cgstep(CgState& state, bool& forget, std::span<float> x, std::span<const flo
     if (forget) {
         std::ranges::fill(state.s, 0.0f);
         std::ranges::fill(state.ss, 0.0f);
+    }
+    const auto [gdg, sds, gds, gr, sr] = Products(gg, state.ss, rr);
+    if (forget) {
+        if (gdg <= 0.0) qas::erexit("cgstep: grad vanishes identically");
         beta = 0.0;
-        alfa = dot(gg, gg);
-        if (alfa <= 0.0) qas::erexit("cgstep: grad vanishes identically");
-        alfa = -dot(gg, rr) / alfa;
+        alfa = -gr / gdg;
     } else {
-        const double gdg = dot(gg, gg), sds = dot(state.ss, state.ss), gds = dot(gg, state.ss);
         if (gdg == 0.0 || sds == 0.0) return 1;
         const double determ = gdg * sds * std::max(1.0 - (gds / gdg) * (gds / sds), 1e-12);
-        const double gdr = -dot(gg, rr), sdr = -dot(state.ss, rr);
+        const double gdr = -gr, sdr = -sr;
         alfa = (sds * gdr - gds * sdr) / determ;
         beta = (gdg * sdr - gds * gdr) / determ;
     }

@@ -54,7 +54,8 @@ void build_steering(const FilterChoice& choice, int n1shift, int n1skip, float a
     const float slope = angle * pi / 180.0f;
     const float p = std::tan(slope);
     const float whole = std::floor(p);
-    const bool steep = slope > std::atan(static_cast<float>(n1skip) * 0.5f);
+    const float half = static_cast<float>(n1skip) * 0.5f;
+    const bool steep = slope > 0.0f && (p < 0.0f || p > 0.5f * half) && slope > std::atan(half);
     // tan turns positive at -90 in single precision
     const bool backward = angle < 0.0f && (p > 0.0f || (whole - static_cast<float>(nh)) * static_cast<float>(n1shift) +
                                                                static_cast<float>(n1skip) <
@@ -109,7 +110,13 @@ Filter new_steering(const FilterChoice& choice, const std::vector<int>& datadims
     for (std::ptrdiff_t ifilt = 0; steering_run && ifilt < nfilt; ++ifilt) {
         const std::span<float> coef = filt.coeffs.view().slice(ifilt).flat().subspan(static_cast<std::size_t>(nlap));
         const std::span<int> lags = filt.lags.view().slice(ifilt).flat().subspan(static_cast<std::size_t>(nlap));
-        build_steering(choice, 1, datadims[0], angle[static_cast<std::size_t>(ifilt)], lags, coef);
+        const auto at = static_cast<std::size_t>(ifilt);
+        if (at > 0 && angle[at] == angle[at - 1]) {  // as in the frames
+            std::copy_n(lags.data() - filt.na(), lags.size(), lags.data());
+            std::copy_n(coef.data() - filt.na(), coef.size(), coef.data());
+            continue;
+        }
+        build_steering(choice, 1, datadims[0], angle[at], lags, coef);
         for (float& c : coef) c *= choice.steering_scale;
     }
     return filt;

@@ -6,13 +6,42 @@
 #include <functional>
 #include <numeric>
 
-#include "lib/class/lin_op.h"
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace {
 
 std::ptrdiff_t product(const std::vector<int>& dims) {
     return std::accumulate(dims.begin(), dims.end(), std::ptrdiff_t{1}, std::multiplies<>());
+}
+
+/// The recursion in place, for na lags; 0: as many as there are.
+template <int na>
+void divide(const Filter& aa, bool adj, std::span<float> out) {
+    const std::ptrdiff_t n = std::ssize(out), count = na > 0 ? na : aa.na(), shared = aa.filterj;
+    const std::ptrdiff_t sets = (n + shared - 1) / shared;
+    const float* const coeffs = aa.coeffs.view().p;
+    const int* const lags = aa.lags.view().p;
+    float* const y = out.data();
+    if (!adj) {
+        for (std::ptrdiff_t set = 0; set < sets; ++set) {
+            const float* const c = coeffs + set * count;
+            const int* const lag = lags + set * count;
+            for (std::ptrdiff_t iy = set * shared; iy < std::min((set + 1) * shared, n); ++iy) {
+                float sum = y[iy];
+                for (std::ptrdiff_t ia = 0; ia < count; ++ia)
+                    if (iy >= lag[ia]) sum -= c[ia] * y[iy - lag[ia]];
+                y[iy] = sum;
+            }
+        }
+        return;
+    }
+    for (std::ptrdiff_t set = sets; set-- > 0;) {
+        const float* const c = coeffs + set * count;
+        const int* const lag = lags + set * count;
+        for (std::ptrdiff_t iy = std::min((set + 1) * shared, n); iy-- > set * shared;)
+            for (std::ptrdiff_t ia = 0; ia < count; ++ia)
+                if (iy >= lag[ia]) y[iy - lag[ia]] -= c[ia] * y[iy];
+    }
 }
 
 }  // namespace
@@ -27,29 +56,24 @@ void polydiv_init(const Filter& aa) {
 }
 
 int polydiv_lop(const Filter& aa, bool adj, bool add, std::span<float> xx, std::span<float> yy) {
-    assert(xx.size() == yy.size());
-    const std::ptrdiff_t n = std::ssize(xx), na = aa.na();
-    assert(n <= aa.filterj * aa.nfilters());
-    adjnull(adj, add, xx, yy);
-    const float* const coeffs = aa.coeffs.view().p;
-    const int* const lags = aa.lags.view().p;
-    if (!adj) {
-        float* const y = yy.data();
-        for (std::ptrdiff_t iy = 0; iy < n; ++iy) {
-            const std::ptrdiff_t set = iy / aa.filterj * na;
-            float sum = y[iy] + xx[static_cast<std::size_t>(iy)];
-            for (std::ptrdiff_t ia = set; ia < set + na; ++ia)
-                if (const std::ptrdiff_t ix = iy - lags[ia]; ix >= 0) sum -= coeffs[ia] * y[ix];
-            y[iy] = sum;
-        }
-    } else {
-        float* const x = xx.data();
-        for (std::ptrdiff_t i = 0; i < n; ++i) x[i] += yy[static_cast<std::size_t>(i)];
-        for (std::ptrdiff_t iy = n; iy-- > 0;) {
-            const std::ptrdiff_t set = iy / aa.filterj * na;
-            for (std::ptrdiff_t ia = set; ia < set + na; ++ia)
-                if (const std::ptrdiff_t ix = iy - lags[ia]; ix >= 0) x[ix] -= coeffs[ia] * x[iy];
-        }
+    assert(xx.size() == yy.size() && std::ssize(xx) <= aa.filterj * aa.nfilters());
+    const std::span<float> in = adj ? yy : xx, out = adj ? xx : yy;
+    if (add)
+        for (std::size_t i = 0; i < in.size(); ++i) out[i] += in[i];
+    else
+        std::ranges::copy(in, out.begin());
+    switch (aa.na()) {  // the usual numbers of lags with their loops unrolled
+        case 2:
+            divide<2>(aa, adj, out);
+            break;
+        case 3:
+            divide<3>(aa, adj, out);
+            break;
+        case 4:
+            divide<4>(aa, adj, out);
+            break;
+        default:
+            divide<0>(aa, adj, out);
     }
     return 0;
 }
