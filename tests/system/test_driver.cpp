@@ -526,6 +526,22 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
     }
 }
 
+TEST(Driver, ABadInputLeavesTheHeadersOfAnEarlierRun) {
+    for (const bool bad_model : {true, false}) {
+        TinySurvey survey(true);
+        survey.arguments["niter"] = "1";
+        ASSERT_EQ(survey.run().status, 0);
+        const std::string before = files::read_text(survey.dir / "velout.H");
+        ASSERT_THAT(before, HasSubstr("in="));
+        if (bad_model)
+            survey.vel.samples[8] = -1.0f;
+        else
+            survey.arguments["horv0"] = "absent";
+        EXPECT_EQ(survey.run().status, 23);
+        EXPECT_EQ(files::read_text(survey.dir / "velout.H"), before) << bad_model;
+    }
+}
+
 TEST(Driver, MissingInputFilesAreNamed) {
     for (const char* tag : {"vel", "rec", "sou"}) {
         TinySurvey survey(true);

@@ -47,11 +47,16 @@ bool above(const Parms& par, float pick, std::ptrdiff_t j) {
 
 }  // namespace
 
+int cut_image(const Parms& par, View<const float, 2> velint, View<float, 2> vel) {
+    const int ni = truncate(std::floor((par.img.xm.o - par.v.xm.o) / par.v.xm.d)) + 1;
+    copy_columns(velint, ni - 1, vel);
+    return ni;
+}
+
 int owgrab_vel(const Parms& par, qas::Session& session, View<const float, 2> velint, View<float, 2> vel, bool imagem,
                int ixs) {
     if (imagem) {
-        const int ni = truncate(std::floor((par.img.xm.o - par.v.xm.o) / par.v.xm.d)) + 1;
-        copy_columns(velint, ni - 1, vel);
+        const int ni = cut_image(par, velint, vel);
         if (session.exist_file("xxx")) write_velocity(par, session, "xxx", vel, par.img.xm.o);
         return ni;
     }

@@ -11,7 +11,9 @@
 #include "lib/class/ow_steer_parms.h"
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/fx2d.h"
+#include "src/areal/wemva/horizon_file.h"
 #include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/ow_grabvel_areal.h"
 #include "src/areal/wemva/truncate.h"
 
 namespace {
@@ -423,7 +425,14 @@ void check_output_names(const Parms& par, qas::Session& session) {
     }
 }
 
-void check_model(const Parms& par, View<const float, 2> vel0) {
+namespace {
+
+struct Range {
+    float least, most;
+};
+
+/// Smallest and largest slowness of a model whose samples are all positive and finite; any other is refused.
+Range slowness_range(View<const float, 2> vel0) {
     std::int64_t bad = 0, first = 0;
     float least = INFINITY, most = 0.0f;
     const auto samples = vel0.flat();
@@ -442,7 +451,23 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
             static_cast<long long>(bad), samples.size(), static_cast<long long>(first % vel0.n[0] + 1),
             static_cast<long long>(first / vel0.n[0] + 1),
             static_cast<double>(samples[static_cast<std::size_t>(first)]));
+    return {least, most};
+}
 
+}  // namespace
+
+void check_input_files(const Parms& par, qas::Session& session) {
+    if (session.exist_file("horv0")) read_horizon(session.getch<std::string>("horv0").value_or(""), par.img.xm.n);
+    if (!session.sseekable("vel")) return;
+    Array<float, 2> whole({par.v.xm.n, par.v.z.n}), image({par.img.xm.n, par.img.z.n});
+    session.sreed("vel", whole.view().p, static_cast<std::int64_t>(whole.flat().size_bytes()));
+    session.sseek("vel", 0, 0);
+    cut_image(par, whole, image);
+    slowness_range(image);
+}
+
+void check_model(const Parms& par, View<const float, 2> vel0) {
+    const auto [least, most] = slowness_range(vel0);
     // Cycles of the highest frequency within one depth step: about 0.01 to 0.5 in any consistent set of units.
     const double frequency = std::max<double>(par.sou.w.o, end_of(par.sou.w));
     const double cycles = frequency * most * par.v.z.d;

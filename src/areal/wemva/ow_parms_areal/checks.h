@@ -18,6 +18,10 @@ void check_depths(const Parms& par);
 /// No output may take the header of an input, or that of another output.
 void check_output_names(const Parms& par, qas::Session& session);
 
+/// Looks into inputs that are read for good only after the output headers have been opened, so that a bad one does not
+/// cost the headers of an earlier run: the horizon file and, where it can be rewound, the start model.
+void check_input_files(const Parms& par, qas::Session& session);
+
 /// The start model on the image grid (img.xm.n, img.z.n): positive and finite, of a plausible unit, against vsal.
 void check_model(const Parms& par, View<const float, 2> vel0);
 
