@@ -255,6 +255,7 @@ void preset(SynthOptions& o, Words& w) {
         o.spec.wx = 300;
         o.spec.wz = 120;
         w.depths = {230, 800, 950, 1100, 1250};
+        o.niter = 3;
     } else {
         o.from_file = true;
     }
@@ -327,7 +328,7 @@ std::string synth_help() {
            help.result() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
            "body, strength=0.05 belowshots=y niter=6\n"
-           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=12\n"
+           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=3\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
 
