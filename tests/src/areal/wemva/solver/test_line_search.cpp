@@ -16,14 +16,10 @@ struct Step {
     const char* what;
 };
 
-struct Interval {
-    double stx, sty, stp;
-    bool brackt;
-};
-
-Interval take(Step s) {
+/// The routine sets stx, sty, stp and brackt of `s`.
+Step take(Step s) {
     solver::dcstep(s.stx, s.fx, s.dx, s.sty, s.fy, s.dy, s.stp, s.fp, s.dp, s.brackt, s.stpmin, s.stpmax);
-    return {s.stx, s.sty, s.stp, s.brackt};
+    return s;
 }
 
 /// The same along the reversed axis.
@@ -85,7 +81,7 @@ TEST(Dcstep, TableOfAllCasesInBothDirections) {
     for (const Step& plain : steps) {
         for (const Step& s : {plain, mirrored(plain)}) {
             SCOPED_TRACE(s.what + std::string(s.stp < 0 ? ", mirrored" : ""));
-            const Interval got = take(s);
+            const Step got = take(s);
             EXPECT_NEAR(got.stp, s.next, 1e-14 * std::max(1.0, std::abs(s.next)));
             EXPECT_EQ(got.brackt, s.bracketed);
             EXPECT_EQ(got.stx, s.best);
@@ -96,12 +92,8 @@ TEST(Dcstep, TableOfAllCasesInBothDirections) {
 
 TEST(Dcstep, ValuesThatAllowNoInterpolationHalveTheInterval) {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    constexpr double inf = std::numeric_limits<double>::infinity();
-    const auto value = [](double fp, double dp) {
-        return take({0, 0, -1, 0, 0, -1, 1, fp, dp, false, 0, 5, 0, false, 0, 0, ""});
-    };
-    for (const double fp : {nan, inf}) {
-        const Interval got = value(fp, nan);
+    for (const double fp : {nan, std::numeric_limits<double>::infinity()}) {
+        const Step got = take({0, 0, -1, 0, 0, -1, 1, fp, nan, false, 0, 5, 0, false, 0, 0, ""});
         EXPECT_EQ(got.stp, 0.5);
         EXPECT_TRUE(got.brackt);
         EXPECT_EQ(got.stx, 0);
@@ -113,36 +105,31 @@ TEST(Dcstep, ValuesThatAllowNoInterpolationHalveTheInterval) {
 }
 
 TEST(Dcsrch, ArgumentsAreCheckedAndTheLastFaultIsReported) {
-    const auto start = [](double stp, double g, double ftol, double gtol, double xtol, double stpmin, double stpmax) {
-        Search1d s = search(stp, stpmin, stpmax);
-        s.ftol = ftol, s.gtol = gtol, s.xtol = xtol;
-        s.call(0, g);
-        return s.text();
+    struct Row {
+        double stp, g, ftol, gtol, xtol, stpmin, stpmax;
+        std::string text;
     };
-    EXPECT_EQ(start(1, -1, 0, 0, 0, 2, 5), "ERROR: STP .LT. STPMIN");
-    EXPECT_EQ(start(6, -1, 0, 0, 0, 2, 5), "ERROR: STP .GT. STPMAX");
-    EXPECT_EQ(start(3, 0, 0, 0, 0, 2, 5), "ERROR: INITIAL G .GE. ZERO");
-    EXPECT_EQ(start(3, -1, -1, 0, 0, 2, 5), "ERROR: FTOL .LT. ZERO");
-    EXPECT_EQ(start(3, -1, 0, -1, 0, 2, 5), "ERROR: GTOL .LT. ZERO");
-    EXPECT_EQ(start(3, -1, 0, 0, -1, 2, 5), "ERROR: XTOL .LT. ZERO");
-    EXPECT_EQ(start(3, -1, 0, 0, 0, -2, 5), "ERROR: STPMIN .LT. ZERO");
-    EXPECT_EQ(start(6, 1, -1, -1, -1, 7, 5), "ERROR: STPMAX .LT. STPMIN");
-    EXPECT_EQ(start(6, 1, 0, 0, -1, 2, 5), "ERROR: XTOL .LT. ZERO");
-    EXPECT_EQ(start(2, -1, 0, 0, 0, 2, 2), "FG");
-}
-
-TEST(Dcsrch, AnErrorStandsUntilTheCallerGivesUp) {
-    Search1d s = search(6, 0, 5);
-    s.call(0, -1);
-    s.call(-1, -0.1);
-    EXPECT_EQ(s.text(), "ERROR: STP .GT. STPMAX");
-    EXPECT_EQ(s.stp, 6);
+    for (const Row& row :
+         {Row{1, -1, 0, 0, 0, 2, 5, "ERROR: STP .LT. STPMIN"}, Row{6, -1, 0, 0, 0, 2, 5, "ERROR: STP .GT. STPMAX"},
+          Row{3, 0, 0, 0, 0, 2, 5, "ERROR: INITIAL G .GE. ZERO"}, Row{3, -1, -1, 0, 0, 2, 5, "ERROR: FTOL .LT. ZERO"},
+          Row{3, -1, 0, -1, 0, 2, 5, "ERROR: GTOL .LT. ZERO"}, Row{3, -1, 0, 0, -1, 2, 5, "ERROR: XTOL .LT. ZERO"},
+          Row{3, -1, 0, 0, 0, -2, 5, "ERROR: STPMIN .LT. ZERO"}, Row{6, 1, 0, 0, 0, 2, 5, "ERROR: INITIAL G .GE. ZERO"},
+          Row{6, 1, -1, -1, -1, 7, 5, "ERROR: STPMAX .LT. STPMIN"}, Row{6, 1, 0, 0, -1, 2, 5, "ERROR: XTOL .LT. ZERO"},
+          Row{2, -1, 0, 0, 0, 2, 2, "FG"}}) {
+        Search1d s = search(row.stp, row.stpmin, row.stpmax);
+        s.ftol = row.ftol, s.gtol = row.gtol, s.xtol = row.xtol;
+        s.call(0, row.g);
+        EXPECT_EQ(s.text(), row.text);
+        if (row.text == "FG") continue;
+        s.call(-1, -0.1);  // an error stands until the caller gives up
+        EXPECT_EQ(s.text(), row.text);
+        EXPECT_EQ(s.stp, row.stp);
+    }
 }
 
 TEST(Dcsrch, StateAfterTheStart) {
     Search1d s = search(2, 0, 10);
     s.call(7, -3);
-    EXPECT_EQ(s.text(), "FG");
     EXPECT_EQ(s.isave, (std::array<int, 2>{0, 1}));
     //                                        ginit gtest gx gy finit fx fy stx sty stmin stmax width width1
     EXPECT_EQ(s.dsave, (std::array<double, 13>{-3, 1e-3 * -3, -3, -3, 7, 7, 7, 0, 0, 0, 10, 10, 20}));
@@ -150,80 +137,44 @@ TEST(Dcsrch, StateAfterTheStart) {
 }
 
 TEST(Dcsrch, TextsThatEndASearch) {
-    {
-        SCOPED_TRACE("both conditions at the first trial step");
-        Search1d s = search(1, 0, 10);
+    struct Row {
+        const char* what;
+        double stp, stpmin, stpmax, gtol;
+        std::vector<std::pair<double, double>> values;  // f and slope; the last ones again until the search ends
+        std::string text;
+    };
+    for (const Row& row :
+         {Row{"both conditions at the first trial step", 1, 0, 10, 0.9, {{-0.5, -0.9}}, "CONVERGENCE"},
+          Row{"the slope may be steep the other way", 1, 0, 10, 0.9, {{-0.5, 0.91}}, "FG"},
+          Row{"a decrease just short of the sufficient one", 1, 0, 10, 0.9, {{-0.00099, 0}}, "FG"},
+          Row{"still falling at the longest step", 4, 0, 4, 0.9, {{-4, -1}}, "WARNING: STP = STPMAX"},
+          Row{"too high at the shortest step", 0.5, 0.5, 4, 0.9, {{1, 1}}, "WARNING: STP = STPMIN"},
+          Row{"as flat as the sufficient decrease there", 0.5, 0.5, 4, 0, {{-1, -1e-3}}, "WARNING: STP = STPMIN"},
+          Row{"higher everywhere: down to a step of zero", 1, 0, 10, 0.9, {{1, 1}}, "WARNING: STP = STPMIN"},
+          // Best step 1 and other end 0, then a best step below 1: steep on both sides.
+          Row{"a narrow interval", 1, 0, 10, 0.9, {{-0.5, 2}, {-0.9, -0.95}}, "WARNING: XTOL TEST SATISFIED"}}) {
+        SCOPED_TRACE(row.what);
+        Search1d s = search(row.stp, row.stpmin, row.stpmax);
+        s.gtol = row.gtol;
         s.call(0, -1);
-        s.call(-0.5, -0.9);
-        EXPECT_EQ(s.text(), "CONVERGENCE");
+        const std::size_t calls = row.text == "FG" ? 1 : 50;
+        for (std::size_t k = 0; k < calls && s.text() == "FG"; ++k) {
+            const auto& [f, g] = row.values[std::min(k, row.values.size() - 1)];
+            s.call(f, g);
+        }
+        EXPECT_EQ(s.text(), row.text);
+        if (row.text == "FG") {
+            EXPECT_EQ(s.isave, (std::array<int, 2>{1, row.values[0].second > 0.5 ? 2 : 1}));
+        }
     }
-    {
-        SCOPED_TRACE("the slope may be steep the other way");
-        Search1d s = search(1, 0, 10);
-        s.call(0, -1);
-        s.call(-0.5, 0.91);
-        EXPECT_EQ(s.text(), "FG");
-        EXPECT_EQ(s.isave[0], 1);
-        EXPECT_EQ(s.isave[1], 2);  // f low enough and rising: the second stage
-    }
-    {
-        SCOPED_TRACE("a decrease just short of the sufficient one");
-        Search1d s = search(1, 0, 10);
-        s.call(0, -1);
-        s.call(-0.00099, 0);
-        EXPECT_EQ(s.text(), "FG");
-    }
-    {
-        SCOPED_TRACE("still falling at the longest step");
-        Search1d s = search(4, 0, 4);
-        s.call(0, -1);
-        s.call(-4, -1);
-        EXPECT_EQ(s.text(), "WARNING: STP = STPMAX");
-        EXPECT_EQ(s.stp, 4);
-    }
-    {
-        SCOPED_TRACE("too high at the shortest step");
-        Search1d s = search(0.5, 0.5, 4);
-        s.call(0, -1);
-        s.call(1, 1);
-        EXPECT_EQ(s.text(), "WARNING: STP = STPMIN");
-    }
-    {
-        SCOPED_TRACE("as flat as the sufficient decrease at the shortest step");
-        Search1d s = search(0.5, 0.5, 4);
-        s.gtol = 0;
-        s.call(0, -1);
-        s.call(-1, -1e-3);
-        EXPECT_EQ(s.text(), "WARNING: STP = STPMIN");
-    }
-    {
-        SCOPED_TRACE("higher wherever it is evaluated: down to a step of zero");
-        Search1d s = search(1, 0, 10);
-        s.call(0, -1);
-        for (int calls = 0; s.text() == "FG" && calls < 50; ++calls) s.call(1, 1);
-        EXPECT_EQ(s.text(), "WARNING: STP = STPMIN");
-        EXPECT_EQ(s.stp, 0);
-    }
-    {
-        SCOPED_TRACE("a narrow interval");
-        Search1d s = search(1, 0, 10);
-        s.call(0, -1);
-        s.call(-0.5, 2);      // best step 1, other end 0
-        s.call(-0.9, -0.95);  // best step below 1: steep on both sides
-        int calls = 0;
-        while (s.text() == "FG" && ++calls < 20) s.call(-0.9 - 1e-3 * calls, -0.95);
-        EXPECT_EQ(s.text(), "WARNING: XTOL TEST SATISFIED");
-    }
-    {
-        SCOPED_TRACE("a trial step at an end of the interval");
-        Search1d s = search(1, 0, 10);
-        s.xtol = 0;
-        s.call(0, -1);
-        s.call(-0.5, 2);
-        s.stp = s.dsave[10];  // stmax
-        s.call(-0.2, 2);
-        EXPECT_EQ(s.text(), "WARNING: ROUNDING ERRORS PREVENT PROGRESS");
-    }
+    // A trial step at an end of the interval.
+    Search1d s = search(1, 0, 10);
+    s.xtol = 0;
+    s.call(0, -1);
+    s.call(-0.5, 2);
+    s.stp = s.dsave[10];  // stmax
+    s.call(-0.2, 2);
+    EXPECT_EQ(s.text(), "WARNING: ROUNDING ERRORS PREVENT PROGRESS");
 }
 
 TEST(Dcsrch, WithoutABracketTheStepGrowsWithinItsLimits) {
@@ -231,16 +182,12 @@ TEST(Dcsrch, WithoutABracketTheStepGrowsWithinItsLimits) {
     s.call(0, -1);
     s.call(-1, -1);  // no curvature: the limit of 1 + 4
     EXPECT_EQ(s.stp, 5);
-    EXPECT_EQ(s.isave[1], 1);            // still the first stage: it falls
-    EXPECT_EQ(s.dsave[7], 1);            // stx
-    EXPECT_EQ(s.dsave[9], 5 + 1.1 * 4);  // stmin
-    EXPECT_EQ(s.dsave[10], 5 + 4 * 4);   // stmax
-    s.call(-5, -1);
-    EXPECT_EQ(s.stp, 21);
-    s.call(-21, -1);
-    EXPECT_EQ(s.stp, 21 + 4 * 16);
-    s.call(-85, -1);
-    EXPECT_EQ(s.stp, 100);  // stpmax, not 85 + 4 * 64
+    EXPECT_EQ(s.isave[1], 1);  // still the first stage: it falls
+    EXPECT_EQ((Vector{s.dsave[7], s.dsave[9], s.dsave[10]}), (Vector{1, 5 + 1.1 * 4, 5 + 4 * 4}));  // stx, stmin, stmax
+    for (const double next : {21, 85, 100}) {  // the last one is stpmax, not 85 + 4 * 64
+        s.call(-s.stp, -1);
+        EXPECT_EQ(s.stp, next);
+    }
 }
 
 TEST(Dcsrch, AnIntervalThatShrinksTooSlowlyIsHalved) {
@@ -279,10 +226,8 @@ TEST(Dcsrch, TheFirstStageLooksAtTheFunctionLessItsSufficientDecrease) {
     s.call(-0.25, -0.125);  // above the line -0.5 t
     // The modified function has values 0 and 0.25, slopes -0.5 and 0.375: higher, so bracketed by the cubic of case 1.
     EXPECT_EQ(s.isave[0], 1);
-    EXPECT_EQ(s.dsave[7], 0);       // stx
-    EXPECT_EQ(s.dsave[8], 1);       // sty
-    EXPECT_EQ(s.dsave[6], -0.25);   // fy, of the function itself again
-    EXPECT_EQ(s.dsave[3], -0.125);  // gy
+    // gy, fy (of the function itself again), stx, sty
+    EXPECT_EQ((Vector{s.dsave[3], s.dsave[6], s.dsave[7], s.dsave[8]}), (Vector{-0.125, -0.25, 0, 1}));
     const double theta = -0.75 - 0.5 + 0.375;
     const double gamma = std::sqrt(theta * theta + 0.5 * 0.375);
     const double cubic = (gamma + 0.5 + theta) / (2 * gamma + 0.5 + 0.375);
@@ -346,48 +291,31 @@ TEST(Lnsrlb, FirstAndLongestSteps) {
         ASSERT_EQ(line.call(row.iter, 9, row.boxed, cnstnd), 0);
         EXPECT_DOUBLE_EQ(line.search.stp, row.stp);
         EXPECT_DOUBLE_EQ(line.search.stpmx, row.stpmx);
-        EXPECT_EQ(line.search.dnorm, 5);
-        EXPECT_EQ(line.search.dtd, 25);
-        EXPECT_EQ(line.search.gd, -25);
-        EXPECT_EQ(line.search.gdold, -25);
-        EXPECT_EQ(line.search.fold, 9);
+        const solver::Search& s = line.search;
+        EXPECT_EQ((Vector{s.dnorm, s.dtd, s.gd, s.gdold, s.fold}), (Vector{5, 25, -25, -25, 9}));
+        EXPECT_EQ((std::vector{line.nfgv, s.ifun, s.iback}), (std::vector{2, 1, 0}));
         EXPECT_EQ(line.task.text(), "FG_LNSRCH");
         EXPECT_EQ(line.t, (Vector{4, 4}));
         EXPECT_EQ(line.r, (Vector{3, 4}));
-        EXPECT_EQ(line.nfgv, 2);
-        EXPECT_EQ(line.search.ifun, 1);
-        EXPECT_EQ(line.search.iback, 0);
         const Vector expected = row.stp == 1 ? Vector{100, 200} : Vector{4 - 0.2 * 3, 4 - 0.2 * 4};
         for (std::size_t i = 0; i < 2; ++i) EXPECT_NEAR(line.x[i], expected[i], 1e-15);
     }
-    Line up;
-    up.d = {3, 4}, up.g = {-3, -4}, up.nbd = {2, 3};
-    ASSERT_EQ(up.call(1, 9, false, true), 0);
-    EXPECT_DOUBLE_EQ(up.search.stpmx, 1.5);  // (10 - 4) / 4
-    Line against;
-    against.x = {0, 4}, against.nbd = {1, 1};
-    ASSERT_EQ(against.call(1, 9, false, true), 0);
-    EXPECT_EQ(against.search.stpmx, 0);
-    Line beyond;
-    beyond.x = {-1, 4}, beyond.nbd = {1, 1};
-    ASSERT_EQ(beyond.call(1, 9, false, true), 0);
-    EXPECT_EQ(beyond.search.stpmx, 0);
-    beyond.x = {11, 4}, beyond.nbd = {2, 3}, beyond.d = {3, 4}, beyond.g = {-3, -4}, beyond.task = "NEW_X";
-    ASSERT_EQ(beyond.call(1, 9, false, true), 0);
-    EXPECT_EQ(beyond.search.stpmx, 0);
-    EXPECT_EQ(against.csave.text(), "ERROR: STP .GT. STPMAX");
-    EXPECT_EQ(against.task.text(), "FG_LNSRCH");
+    // Upwards, at a bound, and beyond one, where a caller put the point.
+    for (const auto& [x, sign, nbd, stpmx] : {std::tuple{4.0, 1, std::vector{2, 3}, 1.5},  // (10 - 4) / 4
+                                              {0.0, -1, {1, 1}, 0.0},
+                                              {-1.0, -1, {1, 1}, 0.0},
+                                              {11.0, 1, {2, 3}, 0.0}}) {
+        Line line;
+        line.x = {x, 4}, line.nbd = nbd;
+        line.d = {3.0 * sign, 4.0 * sign}, line.g = {-3.0 * sign, -4.0 * sign};
+        ASSERT_EQ(line.call(1, 9, false, true), 0);
+        EXPECT_DOUBLE_EQ(line.search.stpmx, stpmx);
+        EXPECT_EQ(line.csave.text(), stpmx == 0 ? "ERROR: STP .GT. STPMAX" : "FG");
+        EXPECT_EQ(line.task.text(), "FG_LNSRCH");
+    }
 }
 
-TEST(Lnsrlb, NoDescentDirection) {
-    Line line;
-    line.g = {4, -3};  // at right angles
-    EXPECT_EQ(line.call(1, 9, false, false), -4);
-    EXPECT_EQ(line.x, (Vector{4, 4}));
-    EXPECT_EQ(line.nfgv, 1);
-}
-
-TEST(Lnsrlb, EndsWithTheFirstGoodStep) {
+TEST(Lnsrlb, EndsWithTheFirstGoodStepAndNeedsADescentDirection) {
     Line line;
     ASSERT_EQ(line.call(1, 9, false, false), 0);
     line.g = {0.3, 0.4};
@@ -396,6 +324,11 @@ TEST(Lnsrlb, EndsWithTheFirstGoodStep) {
     EXPECT_EQ(line.search.iback, 0);
     EXPECT_EQ(line.search.xstep, 5);
     EXPECT_EQ(line.nfgv, 2);
+    Line level;
+    level.g = {4, -3};  // at right angles
+    EXPECT_EQ(level.call(1, 9, false, false), -4);
+    EXPECT_EQ(level.x, (Vector{4, 4}));
+    EXPECT_EQ(level.nfgv, 1);
 }
 
 TEST(Lnsrlb, ATrialPointIsWithinTheBoundsToTheLastBit) {
