@@ -14,6 +14,7 @@
 #include "lib/class/geodip.h"
 #include "src/areal/wemva/fx2d.h"
 #include "tests/quiet.h"
+#include "tests/system/panels.h"
 #include "tests/tiny_survey.h"
 
 namespace {
@@ -121,23 +122,6 @@ Panel gradient_at(const Panel& velocity, const Arguments& more) {
     });
     EXPECT_EQ(plain.fun.size(), 1u);
     return plain.panels("grad.H").front();
-}
-
-/// Largest difference over the largest value.
-double mismatch(const Panel& a, const Panel& b) {
-    if (a.size() != b.size()) return INFINITY;
-    double difference = 0.0, size = 0.0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        difference = std::max(difference, std::abs(static_cast<double>(a[i]) - b[i]));
-        size = std::max(size, std::abs(static_cast<double>(a[i])));
-    }
-    return difference / size;
-}
-
-double sum_of_squares(const Panel& samples) {
-    double sum = 0.0;
-    for (const float s : samples) sum += static_cast<double>(s) * s;
-    return sum;
 }
 
 /// Times |h / max h| of a symmetric second axis of n samples; midpoint fastest, depth slowest.

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "src/areal/wemva/base_spline_mod.h"
+#include "tests/system/panels.h"
 #include "tests/tiny_survey.h"
 
 namespace {
@@ -66,23 +67,6 @@ std::vector<float> panel_of(const std::vector<float>& samples, int panels, int n
     const std::size_t size = samples.size() / static_cast<std::size_t>(panels);
     const auto first = samples.begin() + static_cast<std::ptrdiff_t>(size * static_cast<std::size_t>(number - 1));
     return {first, first + static_cast<std::ptrdiff_t>(size)};
-}
-
-double sum_of_squares(const std::vector<float>& samples) {
-    double sum = 0.0;
-    for (const float s : samples) sum += static_cast<double>(s) * s;
-    return sum;
-}
-
-/// Largest difference over the largest value.
-double mismatch(const std::vector<float>& a, const std::vector<float>& b) {
-    if (a.size() != b.size()) return INFINITY;
-    double difference = 0.0, size = 0.0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        difference = std::max(difference, std::abs(static_cast<double>(a[i]) - b[i]));
-        size = std::max(size, std::abs(static_cast<double>(a[i])));
-    }
-    return difference / size;
 }
 
 struct OutputFile {
