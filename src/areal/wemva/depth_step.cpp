@@ -48,14 +48,15 @@ void drive(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs) {
     }
 }
 
-void add_correction(const cf* correction, int sign, std::ptrdiff_t n, cf* a, cf* b) {
+/// out = in + correction, of both fields
+void add_correction(const cf* correction, int sign, std::ptrdiff_t n, const cf* a, const cf* b, cf* a_out, cf* b_out) {
     const Both turn = signs(sign);
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         Both e;
         std::memcpy(&e, static_cast<const void*>(correction + 2 * i), sizeof e);
         const Both sum = load_both(a + i, b + i) + e * turn;
-        a[i] = cf(sum[0], sum[1]);
-        b[i] = cf(sum[2], sum[3]);
+        a_out[i] = cf(sum[0], sum[1]);
+        b_out[i] = cf(sum[2], sum[3]);
     }
 }
 
@@ -84,19 +85,17 @@ void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* 
 void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& s) {
     const bool conjugate = sign < 0;
     const std::ptrdiff_t nref = step.phase.n[1];
+    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
+    fft.forward.run(field, spectrum);
     if (nref == 1) {
-        fft.forward.run(field);
-        multiply(field, step.phase.slice(0), conjugate, field.p);
-        fft.inverse.run(field);
+        multiply(spectrum, step.phase.slice(0), conjugate, spectrum.p);
+        fft.inverse.run(spectrum, field);
         multiply(field, step.space.slice(0), conjugate, field.p);
         return;
     }
-    const View<cf, 1> spectrum = s.spectrum, work = s.field;
-    std::copy_n(field.p, field.n[0], spectrum.p);
-    fft.forward.run(spectrum);
     for (std::ptrdiff_t k = 0; k < nref; ++k) {
-        multiply(spectrum, step.phase.slice(k), conjugate, work.p);
-        fft.inverse.run(work);
+        multiply(spectrum, step.phase.slice(k), conjugate, shifted.p);
+        fft.inverse.run(shifted, work);
         if (step.blends) {
             (k == 0 ? multiply_weighted : multiply_add_weighted)(
                 work, step.space.slice(k), step.level->weight.view().slice(k), conjugate, field.p);
@@ -237,6 +236,8 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     step.space = space;
     step.dz_w = dz_w;
     step.trick = par_.trick;
+    step.half_dz = par_.img.z.d * 0.5f;
+    step.dx2 = par_.img.xm.d * par_.img.xm.d;
 }
 
 void StepTables::prepare_stages(float w, int block, int first, int count) {
@@ -269,25 +270,32 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
     }
 }
 
-StepScratch::StepScratch(int nx) : spectrum({nx}), field({nx}), correction({2, nx + 1}), chain(at(nx / 2 + 1)) {}
+StepScratch::StepScratch(int nx)
+    : spectrum({nx}),
+      shifted({nx}),
+      field({nx}),
+      correction({2, nx + 1}),
+      differences({2 * nx, 4}),
+      chain(at(nx / 2 + 1)) {}
 
 void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch) {
     shift(step, fft, sign, field, scratch);
     const View<cf, 1> nothing = scratch.field;
     std::fill_n(nothing.p, nothing.n[0], cf{});
-    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, nothing, scratch);
+    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, nothing, field, nothing, scratch);
 }
 
-void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch) {
+void apply_stage(const DepthStep::Stage& stage, int sign, View<const cf, 1> field, View<const cf, 1> other,
+                 View<cf, 1> out, View<cf, 1> other_out, StepScratch& scratch) {
     cf* const rhs = scratch.correction.view().p;
     drive(stage.drive, sign, field.p, other.p, rhs);
     ffd_solve(stage, scratch.correction, scratch.chain);
-    add_correction(rhs, sign, field.n[0], field.p, other.p);
+    add_correction(rhs, sign, field.n[0], field.p, other.p, out.p, other_out.p);
 }
 
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
                      StepScratch& scratch) {
     shift(step, fft, sign, field, scratch);
     shift(step, fft, -sign, other, scratch);
-    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, other, scratch);
+    for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, other, field, other, scratch);
 }

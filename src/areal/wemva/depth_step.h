@@ -26,7 +26,7 @@ struct MediumLevel {
     Array<float, 2> sdiff;       ///< (nx, nref) slowness less the reference slowness
     Array<float, 2> weight;      ///< (nx, nref) share of each reference's field in a sample; empty with one reference
     Array<float, 2> dweight;     ///< (nx, nref) its derivative with respect to slowness; empty where all are zero
-    Array<float, 2> fd;          ///< (nx, 4) with given references: drift, curve (below) and their derivatives
+    Array<float, 1> velocity;    ///< (nx) finite-difference form with given references: 1 / slowness
     std::vector<int> untouched;  ///< samples that keep the spectrum coefficient of their index (a tie of region bounds)
 };
 
@@ -65,6 +65,8 @@ struct DepthStep {
     View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
     bool blends = false;      ///< the weights have derivatives: then `space` is without them, and they are the level's
     float trick = 0.0f;       ///< the term added to the finite-difference operator
+    float half_dz = 0.0f;     ///< dz / 2
+    float dx2 = 0.0f;         ///< dx^2
     float dz_w = 0.0f;        ///< dz w: the thin-lens term's derivative is i sign dz_w
     std::array<Stage, 5> stage;
     int nstage = 0;
@@ -112,14 +114,16 @@ void multiply_add_weighted(View<const cf, 1> in, View<const cf, 1> table, View<c
 
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
-    Array<cf, 1> spectrum, field;  // (nx)
-    Array<cf, 2> correction;       // (2, nx + 1), the last column zero
-    std::vector<Lanes> chain;      // nx/2 + 1
+    Array<cf, 1> spectrum, shifted, field;  // (nx)
+    Array<cf, 2> correction;                // (2, nx + 1), the last column zero
+    Array<float, 2> differences;            // (2 nx, 4)
+    std::vector<Lanes> chain;               // nx/2 + 1
     explicit StepScratch(int nx);
 };
 
-/// One finite-difference stage of two fields, the first with sign, the second with -sign.
-void apply_stage(const DepthStep::Stage& stage, int sign, View<cf, 1> field, View<cf, 1> other, StepScratch& scratch);
+/// One finite-difference stage of two fields, the first with sign, the second with -sign. May run in place.
+void apply_stage(const DepthStep::Stage& stage, int sign, View<const cf, 1> field, View<const cf, 1> other,
+                 View<cf, 1> out, View<cf, 1> other_out, StepScratch& scratch);
 
 /// Carry a field through one step. sign +1: the factors as they are (source side); -1: their conjugates (receiver
 /// side).

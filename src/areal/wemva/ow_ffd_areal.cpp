@@ -87,7 +87,7 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
     }
     level.vref = {c};
     level.sdiff = Array<float, 2>({nx, 1});
-    level.fd = Array<float, 2>({vref ? nx : 0, 4});
+    level.velocity = Array<float, 1>({vref ? nx : 0});
     const float dx2 = par.img.xm.d * par.img.xm.d;
     const float half_dz = par.img.z.d * 0.5f;
     const float sref = 1.0f / c;
@@ -98,11 +98,7 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
         curve[i][lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
         const auto ix = static_cast<std::ptrdiff_t>(i);
         level.sdiff(ix, 0) = vel[i] - sref;
-        if (!vref) continue;
-        level.fd(ix, 0) = drift[i][lane];
-        level.fd(ix, 1) = curve[i][lane];
-        level.fd(ix, 2) = -half_dz * v * v / dx2;
-        level.fd(ix, 3) = -(c + 2.0f * v) * v * v / dx2;
+        if (vref) level.velocity(ix) = v;
     }
 }
 

@@ -12,13 +12,14 @@ fftwf_complex* raw(cf* p) {
 
 FftPlan::FftPlan(int n, int sign, unsigned flags) {
     if (n % 2) flags |= FFTW_UNALIGNED;  // columns of odd length lie off the 16-byte boundary
-    Array<cf, 1> scratch({n});           // planning overwrites its array
-    plan_.reset(fftwf_plan_dft_1d(n, raw(scratch.view().p), raw(scratch.view().p), sign, flags));
+    Array<cf, 1> from({n}), to({n});     // planning overwrites its arrays
+    plan_.reset(fftwf_plan_dft_1d(n, raw(from.view().p), raw(to.view().p), sign, flags | FFTW_PRESERVE_INPUT));
 }
 
-void FftPlan::run(View<cf, 1> column) const {
-    assert(column.n[0] % 2 || fftwf_alignment_of(reinterpret_cast<float*>(column.p)) == 0);
-    fftwf_execute_dft(plan_.get(), raw(column.p), raw(column.p));
+void FftPlan::run(View<const cf, 1> from, View<cf, 1> to) const {
+    fftwf_complex *const in = raw(const_cast<cf*>(from.p)), *const out = raw(to.p);  // the input is preserved
+    assert(from.n[0] % 2 || (fftwf_alignment_of(*in) == 0 && fftwf_alignment_of(*out) == 0));
+    fftwf_execute_dft(plan_.get(), in, out);
 }
 
 unsigned plan_flags(int nodes) {

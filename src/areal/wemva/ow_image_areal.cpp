@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -13,6 +14,32 @@ void split(View<const cf, 1> field, float* re, float* im) {
         im[i] = z[2 * i + 1];
     }
 }
+
+typedef float Eight __attribute__((vector_size(32)));
+
+Eight load(const float* p) {
+    Eight v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+void store(Eight v, float* p) {
+    std::memcpy(p, &v, sizeof v);
+}
+
+/// Brings a stretch of samples into the cache, a line at a time between other work. An image is larger than the cache,
+/// and what the processor fetches by itself ends with each row of offsets.
+class Fetch {
+public:
+    Fetch(const float* first, std::ptrdiff_t n) : first_(first), n_(n) {}
+    void line() {
+        if (at_ < n_) __builtin_prefetch(first_ + at_, 0, 2);  // for the second level: the first has work in hand
+        at_ += 16;
+    }
+
+private:
+    const float* first_;
+    std::ptrdiff_t n_, at_ = 0;
+};
 
 void rotate(float* re, float* im, std::ptrdiff_t n, cf phase) {
     const float c = phase.real(), s = phase.imag();
@@ -35,19 +62,69 @@ struct Range {
     Range(std::ptrdiff_t n, std::ptrdiff_t h) : first(std::abs(h)), end(n - std::abs(h)) {}
 };
 
-/// out += image spread onto one field; the known field turned by `phase`, a time shift t by exp(i turn 2 w t).
-void spread(const ImageCondition& condition, int iw, Spread side, cf phase, float turn, View<const cf, 1> known,
-            View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch) {
+/// out(y) += sum_h image(y + d, h) known(y + 2d), d = h onto the source side and -h onto the receiver side: sums of a
+/// few samples at a time stay in registers while the offsets pass by. What is read beyond the ends of an image row
+/// meets the zeros around the known field.
+/// @param kr, ki parts of the known field, with a block of zeros on either side
+/// @param gr, gi parts of the sum, as many whole blocks as hold the line
+void spread_offsets(const std::vector<int>& ihso, Spread side, const float* kr, const float* ki,
+                    View<const float, 2> image, float* gr, float* gi, Fetch next) {
+    constexpr std::ptrdiff_t lanes = 8, rows = 4, block = lanes * rows;
+    static_assert(block == ImageScratch::block);
+    const std::ptrdiff_t nx = image.n[0], size = image.size();
+    for (std::ptrdiff_t y = 0; y < nx; y += block) {
+        Eight re[rows] = {}, im[rows] = {};
+        for (std::size_t ih = 0; ih < ihso.size(); ++ih) {
+            const std::ptrdiff_t d = side == Spread::source ? ihso[ih] : -ihso[ih];
+            const std::ptrdiff_t k = y + 2 * d;
+            next.line();
+            if (k >= nx || k + block <= 0) continue;
+            const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(ih) * nx + y + d;
+            const float* in = image.p + first;
+            float inside[block];
+            if (first < 0 || first + block > size) {
+                for (std::ptrdiff_t j = 0; j < block; ++j)
+                    inside[j] = first + j < 0 || first + j >= size ? 0.0f : in[j];
+                in = inside;
+            }
+            for (std::ptrdiff_t j = 0; j < rows; ++j) {
+                const Eight s = load(in + j * lanes);
+                re[j] += s * load(kr + k + j * lanes);
+                im[j] += s * load(ki + k + j * lanes);
+            }
+        }
+        for (std::ptrdiff_t j = 0; j < rows; ++j) {
+            store(re[j], gr + y + j * lanes);
+            store(im[j], gi + y + j * lanes);
+        }
+    }
+}
+
+/// Parts of a field in the scratch: the known one between zeros, and the sums.
+struct Parts {
+    float *kr, *ki, *gr, *gi;
+    explicit Parts(ImageScratch& scratch)
+        : kr(scratch.padded.view().slice(0).p + ImageScratch::block),
+          ki(scratch.padded.view().slice(1).p + ImageScratch::block),
+          gr(scratch.sum.view().slice(0).p),
+          gi(scratch.sum.view().slice(1).p) {}
+};
+
+/// gr, gi = image spread onto one field; the known field, in kr and ki, is turned by `phase`, a time shift t by
+/// exp(i turn 2 w t).
+void spread(const ImageCondition& condition, int iw, Spread side, cf phase, float turn, View<const float, 2> image,
+            View<const float, 2> next, const Parts& parts) {
     using Kind = ImageCondition::Kind;
-    const std::ptrdiff_t nx = known.n[0];
-    float* const kr = scratch.part.view().p;
-    float* const ki = kr + nx;
-    float* const gr = ki + nx;
-    float* const gi = gr + nx;
-    split(known, kr, ki);
+    const std::ptrdiff_t nx = image.n[0];
+    const auto [kr, ki, gr, gi] = parts;
     if (phase != cf(1.0f)) rotate(kr, ki, nx, phase);
-    std::fill_n(gr, 2 * nx, 0.0f);
-    if (condition.kind == Kind::time_shift) {
+    if (condition.kind == Kind::offset) {
+        const std::ptrdiff_t half = next.size() / 2;  // the other side's call brings the other half
+        const Fetch part = side == Spread::source ? Fetch(next.p, half) : Fetch(next.p + half, next.size() - half);
+        spread_offsets(condition.ihso, side, kr, ki, image, gr, gi, part);
+    } else {
+        std::fill_n(gr, nx, 0.0f);
+        std::fill_n(gi, nx, 0.0f);
         for (std::size_t it = 0; it < condition.hto.size(); ++it) {
             const float a = turn * 2.0f * condition.hto[it] * condition.w[static_cast<std::size_t>(iw)];
             const float c = std::cos(a), s = std::sin(a);
@@ -57,22 +134,6 @@ void spread(const ImageCondition& condition, int iw, Spread side, cf phase, floa
                 gi[i] += in[i] * (ki[i] * c + kr[i] * s);
             }
         }
-    } else {
-        for (std::size_t ih = 0; ih < condition.ihso.size(); ++ih) {
-            const std::ptrdiff_t h = condition.ihso[ih];
-            const std::ptrdiff_t to = side == Spread::source ? -h : h;  // source partner at x - h, receiver at x + h
-            const Range range(nx, h);
-            const float* const in = image.slice(static_cast<std::ptrdiff_t>(ih)).p;
-            for (std::ptrdiff_t x = range.first; x < range.end; ++x) {
-                gr[x + to] += in[x] * kr[x - to];
-                gi[x + to] += in[x] * ki[x - to];
-            }
-        }
-    }
-    auto* const z = reinterpret_cast<float*>(out.p);
-    for (std::ptrdiff_t i = 0; i < nx; ++i) {
-        z[2 * i] += gr[i];
-        z[2 * i + 1] += gi[i];
     }
 }
 
@@ -135,16 +196,35 @@ void owimage_forward(const ImageCondition& condition, int iw, View<const cf, 1> 
 }
 
 void owimage_adjoint(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
-                     View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch) {
+                     View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch, View<const float, 2> next) {
     using Kind = ImageCondition::Kind;
     if (condition.kind != Kind::offset && condition.kind != Kind::time_shift) return;
-    spread(condition, iw, side, 1.0f, -1.0f, known, image, out, scratch);
+    const Parts parts(scratch);
+    split(known, parts.kr, parts.ki);
+    spread(condition, iw, side, 1.0f, -1.0f, image, next, parts);
+    auto* const z = reinterpret_cast<float*>(out.p);
+    for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
+        z[2 * i] += parts.gr[i];
+        z[2 * i + 1] += parts.gi[i];
+    }
 }
 
-void owimage_transpose(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
-                       View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch) {
+void owimage_transpose(const ImageCondition& condition, int iw, Spread side, View<const float, 1> taper,
+                       View<const cf, 1> known, View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch,
+                       View<const float, 2> next) {
     const bool source = side == Spread::source;
     cf phase = 1.0f;
     if (condition.rotated) phase = migration_phase(condition.w[static_cast<std::size_t>(iw)]);
-    spread(condition, iw, side, source ? phase : std::conj(phase), source ? 1.0f : -1.0f, known, image, out, scratch);
+    const Parts parts(scratch);
+    const auto* const k = reinterpret_cast<const float*>(known.p);
+    for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
+        parts.kr[i] = taper.p[i] * k[2 * i];
+        parts.ki[i] = taper.p[i] * k[2 * i + 1];
+    }
+    spread(condition, iw, side, source ? phase : std::conj(phase), source ? 1.0f : -1.0f, image, next, parts);
+    auto* const z = reinterpret_cast<float*>(out.p);
+    for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
+        z[2 * i] = taper.p[i] * (z[2 * i] + parts.gr[i]);
+        z[2 * i + 1] = taper.p[i] * (z[2 * i + 1] + parts.gi[i]);
+    }
 }

@@ -23,8 +23,12 @@ struct ImageCondition {
 
 /// Scratch of owimage: real and imaginary parts of both fields. One a thread.
 struct ImageScratch {
-    Array<float, 2> part;  ///< (nx, 4)
-    explicit ImageScratch(int nx) : part({nx, 4}) {}
+    static constexpr int block = 32;  ///< samples that the adjoint sums at a time
+    Array<float, 2> part;             ///< (nx, 4)
+    Array<float, 2> padded;           ///< (nx + 2 block, 2) one field between zeros
+    Array<float, 2> sum;              ///< (nx up to whole blocks, 2)
+    explicit ImageScratch(int nx)
+        : part({nx, 4}), padded({nx + 2 * block, 2}), sum({(nx + block - 1) / block * block, 2}) {}
 };
 
 /// Which field the adjoint adds into.
@@ -39,10 +43,15 @@ void owimage_forward(const ImageCondition& condition, int iw, View<const cf, 1> 
 /// Adjoint: out += the image spread onto one field, given the other. Without phase, whatever `rotated` says. For time
 /// shifts both sides carry exp(-2i w t), so that only the receiver side is the transpose of the forward image.
 /// @param known (nx) the other field: the receiver field to spread onto the source side, and the other way round
+/// @param next  the slice that is asked for next, to be brought into the cache meanwhile; may be empty
 void owimage_adjoint(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
-                     View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch);
+                     View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch,
+                     View<const float, 2> next = {});
 
-/// The transpose of the derivative of owimage_forward with respect to one field: out += ..., arguments as above. For
-/// "imgprim" only.
-void owimage_transpose(const ImageCondition& condition, int iw, Spread side, View<const cf, 1> known,
-                       View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch);
+/// With J the derivative with respect to one field of the image of tapered fields: out = taper out + J' image, where J
+/// takes fields from before the taper. For "imgprim" only.
+/// @param taper (nx)
+/// @param known (nx) the other field, before the taper
+void owimage_transpose(const ImageCondition& condition, int iw, Spread side, View<const float, 1> taper,
+                       View<const cf, 1> known, View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch,
+                       View<const float, 2> next = {});

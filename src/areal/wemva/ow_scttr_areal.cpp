@@ -26,16 +26,15 @@ void owscctr(const Parms& par, const LateralFft& fft, const std::array<float, 10
     }
     const bool higher = std::any_of(series.begin() + 1, series.end(), [](float c) { return c != 0.0f; });
     if (higher) {
-        const View<cf, 1> spectrum = work.slice(0), term = work.slice(1);
-        std::copy_n(wv.p, nx, spectrum.p);
-        fft.forward.run(spectrum);
+        const View<cf, 1> spectrum = work.slice(0), factor = work.slice(1), term = work.slice(2);
+        fft.forward.run(wv, spectrum);
         for (std::size_t k = 1; k < series.size(); ++k) {
             if (series[k] == 0.0f) continue;
             const int j = static_cast<int>(2 * k);
             for (std::ptrdiff_t i = 0; i < nx; ++i) {
-                term.p[i] = spectrum.p[i] * (side * power(std::abs(par.kxm.all[static_cast<std::size_t>(i)]), j));
+                factor.p[i] = spectrum.p[i] * (side * power(std::abs(par.kxm.all[static_cast<std::size_t>(i)]), j));
             }
-            fft.inverse.run(term);
+            fft.inverse.run(factor, term);
             const float scale = series[k] / static_cast<float>(nx);
             for (std::ptrdiff_t i = 0; i < nx; ++i) ddws.p[i] += term.p[i] * (power(vel.p[i] / w, j) * scale);
         }

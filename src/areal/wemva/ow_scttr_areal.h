@@ -16,6 +16,6 @@ inline constexpr std::array<float, 10> scattering_series = {1.0f, 0, 0, 0, 0, 0,
 /// @param ddws  (kxm.n) in and out
 /// @param wv    (kxm.n) background field
 /// @param vel   (kxm.n) slowness at this depth
-/// @param work  (kxm.n, 2) overwritten if the series has terms beyond the first
+/// @param work  (kxm.n, 3) overwritten if the series has terms beyond the first
 void owscctr(const Parms& par, const LateralFft& fft, const std::array<float, 10>& series, int iw, int sign,
              View<cf, 1> ddws, View<const cf, 1> wv, View<const float, 1> vel, View<cf, 2> work);

@@ -17,159 +17,140 @@ const float* parts(const cf* z) {
     return reinterpret_cast<const float*>(z);
 }
 
-void taper_column(View<const float, 1> taper, cf* column) {
-    float* const z = parts(column);
-    for (std::ptrdiff_t i = 0; i < taper.n[0]; ++i) {
-        z[2 * i] *= taper.p[i];
-        z[2 * i + 1] *= taper.p[i];
-    }
-}
-
-/// sum += Re(conj(a) b)
-void correlate(const cf* a, const cf* b, View<float, 1> sum) {
+/// sum += Re(conj(a) factor b)
+void correlate(const cf* a, cf factor, const cf* b, View<float, 1> sum) {
     const float* const x = parts(a);
     const float* const y = parts(b);
-    for (std::ptrdiff_t i = 0; i < sum.n[0]; ++i) sum.p[i] += x[2 * i] * y[2 * i] + x[2 * i + 1] * y[2 * i + 1];
-}
-
-/// sum += Re(conj(a) i c b)
-void correlate_turned(const cf* a, float c, const cf* b, View<float, 1> sum) {
-    const float* const x = parts(a);
-    const float* const y = parts(b);
+    const float c = factor.real(), t = factor.imag();
     for (std::ptrdiff_t i = 0; i < sum.n[0]; ++i) {
-        sum.p[i] += c * (x[2 * i + 1] * y[2 * i] - x[2 * i] * y[2 * i + 1]);
+        sum.p[i] += c * (x[2 * i] * y[2 * i] + x[2 * i + 1] * y[2 * i + 1]) +
+                    t * (x[2 * i + 1] * y[2 * i] - x[2 * i] * y[2 * i + 1]);
     }
 }
 
-/// v = in * table: field (+)= weight v, and slope (+)= dweight v
-template <bool add>
+/// v = fields_k space_k: out (+)= weight_k v, record (+)= dweight_k v; with the last, record += i c out.
+template <bool add, bool last>
 void blend(View<const cf, 1> in, View<const cf, 1> table, const float* weight, const float* dweight, bool conjugate,
-           cf* field, cf* slope) {
+           float c, cf* out, cf* record) {
     const float* const x = parts(in.p);
     const float* const t = parts(table.p);
-    float* const y = parts(field);
-    float* const d = parts(slope);
+    float* const y = parts(out);
+    float* const d = parts(record);
     const float turn = conjugate ? -1.0f : 1.0f;
     for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
         const float tr = t[2 * i], ti = turn * t[2 * i + 1];
         const float re = x[2 * i] * tr - x[2 * i + 1] * ti, im = x[2 * i] * ti + x[2 * i + 1] * tr;
-        y[2 * i] = (add ? y[2 * i] : 0.0f) + weight[i] * re;
-        y[2 * i + 1] = (add ? y[2 * i + 1] : 0.0f) + weight[i] * im;
-        d[2 * i] = (add ? d[2 * i] : 0.0f) + dweight[i] * re;
-        d[2 * i + 1] = (add ? d[2 * i + 1] : 0.0f) + dweight[i] * im;
+        const float yr = (add ? y[2 * i] : 0.0f) + weight[i] * re, yi = (add ? y[2 * i + 1] : 0.0f) + weight[i] * im;
+        const float dr = (add ? d[2 * i] : 0.0f) + dweight[i] * re, di = (add ? d[2 * i + 1] : 0.0f) + dweight[i] * im;
+        y[2 * i] = yr;
+        y[2 * i + 1] = yi;
+        d[2 * i] = last ? dr - c * yi : dr;
+        d[2 * i + 1] = last ? di + c * yr : di;
     }
 }
 
-/// Everything but the finite-difference stages; the blending weights' derivative goes to `slope`, if there is one.
-void shift_recorded(const DepthStep& step, const LateralFft& fft, const Side& side, cf* slope, StepScratch& s) {
-    const bool conjugate = side.sign < 0;
-    if (step.phase.n[1] == 1) {
-        fft.forward.run(side.field);
-        multiply(side.field, step.phase.slice(0), conjugate, side.field.p);
-        fft.inverse.run(side.field);
-        multiply(side.field, step.space.slice(0), conjugate, side.field.p);
-        return;
-    }
-    const View<cf, 1> spectrum = s.spectrum, work = s.field;
-    std::copy_n(side.field.p, side.field.n[0], spectrum.p);
-    fft.forward.run(spectrum);
-    for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
+/// Everything but the finite-difference stages. `out` may be `in`. The derivative of blended references goes to
+/// `record`, if there is one.
+void shift_recorded(const DepthStep& step, const LateralFft& fft, int sign, View<const cf, 1> in, View<cf, 1> out,
+                    cf* record, StepScratch& s) {
+    const bool conjugate = sign < 0;
+    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
+    fft.forward.run(in, spectrum);
+    const std::ptrdiff_t nref = step.phase.n[1];
+    for (std::ptrdiff_t k = 0; k < nref; ++k) {
         const View<const cf, 1> space = step.space.slice(k);
-        multiply(spectrum, step.phase.slice(k), conjugate, work.p);
-        fft.inverse.run(work);
-        if (slope) {
-            (k == 0 ? blend<false> : blend<true>)(work, space, step.level->weight.view().slice(k).p,
-                                                  step.level->dweight.view().slice(k).p, conjugate, side.field.p,
-                                                  slope);
+        multiply(spectrum, step.phase.slice(k), conjugate, shifted.p);
+        fft.inverse.run(shifted, work);
+        if (record) {
+            const auto part = k == 0 ? blend<false, false> : k + 1 < nref ? blend<true, false> : blend<true, true>;
+            part(work, space, step.level->weight.view().slice(k).p, step.level->dweight.view().slice(k).p, conjugate,
+                 static_cast<float>(sign) * step.dz_w, out.p, record);
         } else if (step.blends) {
             (k == 0 ? multiply_weighted : multiply_add_weighted)(work, space, step.level->weight.view().slice(k),
-                                                                 conjugate, side.field.p);
+                                                                 conjugate, out.p);
         } else {
-            (k == 0 ? multiply : multiply_add)(work, space, conjugate, side.field.p);
+            (k == 0 ? multiply : multiply_add)(work, space, conjugate, out.p);
         }
     }
 }
 
-void shift_transposed(const DepthStep& step, const LateralFft& fft, const Side& side, StepScratch& s) {
+/// The transpose of that; gradient += Re(conj(field) factor derivative).
+void shift_transposed(const DepthStep& step, const LateralFft& fft, const Side& side, cf factor,
+                      View<const cf, 1> derivative, View<float, 1> gradient, StepScratch& s) {
     const bool conjugate = side.sign > 0;
-    if (step.phase.n[1] == 1) {
-        multiply(side.field, step.space.slice(0), conjugate, side.field.p);
-        fft.forward.run(side.field);
-        multiply(side.field, step.phase.slice(0), conjugate, side.field.p);
-        fft.inverse.run(side.field);
-        return;
-    }
-    const View<cf, 1> spectrum = s.spectrum, work = s.field;
+    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
+    correlate(side.field.p, factor, derivative.p, gradient);
     for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
         if (step.blends) {
             multiply_weighted(side.field, step.space.slice(k), step.level->weight.view().slice(k), conjugate, work.p);
         } else {
             multiply(side.field, step.space.slice(k), conjugate, work.p);
         }
-        fft.forward.run(work);
-        (k == 0 ? multiply : multiply_add)(work, step.phase.slice(k), conjugate, spectrum.p);
+        fft.forward.run(work, shifted);
+        (k == 0 ? multiply : multiply_add)(shifted, step.phase.slice(k), conjugate, spectrum.p);
     }
-    fft.inverse.run(spectrum);
-    std::copy_n(spectrum.p, side.field.n[0], side.field.p);
+    fft.inverse.run(spectrum, side.field);
 }
 
-/// T z at sample i, its neighbours weighted by 1, or by 0 beyond the ends
 struct Complex {
     float re, im;
 };
-Complex second_difference(const float* z, std::ptrdiff_t i, std::ptrdiff_t below, std::ptrdiff_t above, float wb,
-                          float wa) {
-    return {wb * z[2 * below] - 2.0f * z[2 * i] + wa * z[2 * above],
-            wb * z[2 * below + 1] - 2.0f * z[2 * i + 1] + wa * z[2 * above + 1]};
+Complex operator*(Complex a, Complex b) {
+    return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
 }
 
-/// R = (conj(a') T f - a' T u) / a of a stage, f before it and u after it; on the receiver side of the conjugates.
-struct StageFields {
-    const cf* before;
-    const cf* after;
-    cf* record;
+/// Second differences, T(f - u) and T(f + u), of the fields f before a stage and u after it.
+struct Differences {
+    float *less, *sum;  // (2 nx)
 };
-void record_stage(const DepthStep& step, const DepthStep::Stage& stage, const StageFields& source,
-                  const StageFields& receiver) {
-    const View<const float, 2> fd = step.level->fd.view();
-    const std::ptrdiff_t n = fd.n[0];
-    const float* const drift = fd.p;
-    const float *const curve = drift + n, *const ddrift = curve + n, *const dcurve = ddrift + n;
-    const float *const sf = parts(source.before), *const su = parts(source.after);
-    const float *const rf = parts(receiver.before), *const ru = parts(receiver.after);
-    float* const sr = parts(source.record);
-    float* const rr = parts(receiver.record);
-    const float trick = step.trick;
-    const auto sample = [&](std::ptrdiff_t i, std::ptrdiff_t below, std::ptrdiff_t above, float wb, float wa) {
-        // a = bb - i aa, a' = db - i da
-        const float aa = stage.alph_w * drift[i], bb = stage.beta_w2 * curve[i] + trick;
-        const float da = stage.alph_w * ddrift[i], db = stage.beta_w2 * dcurve[i];
-        const float inv = 1.0f / std::max(aa * aa + bb * bb, 1e-30f);
-        const float fr = (bb * db - aa * da) * inv, fi = (aa * db + bb * da) * inv;  // conj(a') / a
-        const float ur = (bb * db + aa * da) * inv, ui = (aa * db - bb * da) * inv;  // a' / a
-        const Complex tsf = second_difference(sf, i, below, above, wb, wa);
-        const Complex tsu = second_difference(su, i, below, above, wb, wa);
-        sr[2 * i] = fr * tsf.re - fi * tsf.im - (ur * tsu.re - ui * tsu.im);
-        sr[2 * i + 1] = fr * tsf.im + fi * tsf.re - (ur * tsu.im + ui * tsu.re);
-        const Complex trf = second_difference(rf, i, below, above, wb, wa);
-        const Complex tru = second_difference(ru, i, below, above, wb, wa);
-        rr[2 * i] = fr * trf.re + fi * trf.im - (ur * tru.re + ui * tru.im);
-        rr[2 * i + 1] = fr * trf.im - fi * trf.re - (ur * tru.im - ui * tru.re);
+void stage_differences(View<const cf, 1> before, View<const cf, 1> after, Differences out) {
+    const std::ptrdiff_t n = 2 * before.n[0];
+    const float *const f = parts(before.p), *const u = parts(after.p);
+    const auto put = [&](std::ptrdiff_t i, float tf, float tu) {
+        out.less[i] = tf - tu;
+        out.sum[i] = tf + tu;
     };
-    sample(0, 0, std::min<std::ptrdiff_t>(1, n - 1), 0.0f, 1.0f);
+    const auto end = [&](std::ptrdiff_t i) {
+        const auto t = [&](const float* z) {
+            return (i >= 2 ? z[i - 2] : 0.0f) - 2.0f * z[i] + (i + 2 < n ? z[i + 2] : 0.0f);
+        };
+        put(i, t(f), t(u));
+    };
+    for (std::ptrdiff_t i = 0; i < 2; ++i) end(i);
 #pragma GCC ivdep
-    for (std::ptrdiff_t i = 1; i < n - 1; ++i) sample(i, i - 1, i + 1, 1.0f, 1.0f);
-    if (n > 1) sample(n - 1, n - 2, n - 1, 1.0f, 0.0f);
+    for (std::ptrdiff_t i = 2; i < n - 2; ++i)
+        put(i, f[i - 2] - 2.0f * f[i] + f[i + 2], u[i - 2] - 2.0f * u[i] + u[i + 2]);
+    for (std::ptrdiff_t i = std::max<std::ptrdiff_t>(n - 2, 2); i < n; ++i) end(i);
 }
 
-/// x += T w
-void add_second_difference(const cf* second, View<cf, 1> x) {
-    const std::ptrdiff_t n = 2 * x.n[0];
-    const float* const w = parts(second);
-    float* const out = parts(x.p);
-    for (std::ptrdiff_t i : {std::ptrdiff_t{0}, std::ptrdiff_t{1}}) out[i] += (n > 2 ? w[i + 2] : 0.0f) - 2.0f * w[i];
-    for (std::ptrdiff_t i = 2; i < n - 2; ++i) out[i] += w[i - 2] - 2.0f * w[i] + w[i + 2];
-    for (std::ptrdiff_t i = std::max<std::ptrdiff_t>(n - 2, 2); i < n; ++i) out[i] += w[i - 2] - 2.0f * w[i];
+/// a = b - i c of a stage, b = beta/w^2 (v^2 + v r + r^2) / dx^2 + trick and c = alph/w dz/2 (v - r) / dx^2 with the
+/// velocity v and its reference r; its inverse; and its derivative with respect to slowness, db - i dc.
+struct StageTerms {
+    const float* v;
+    float r, of_b, of_c, trick;
+    StageTerms(const DepthStep& step, const DepthStep::Stage& stage)
+        : v(step.level->velocity.view().p),
+          r(step.level->vref[0]),
+          of_b(stage.beta_w2 / step.dx2),
+          of_c(stage.alph_w * step.half_dz / step.dx2),
+          trick(step.trick) {}
+    float c(std::ptrdiff_t i) const { return of_c * (v[i] - r); }
+    float dc(std::ptrdiff_t i) const { return -of_c * v[i] * v[i]; }
+    float db(std::ptrdiff_t i) const { return -of_b * (2.0f * v[i] + r) * v[i] * v[i]; }
+    Complex inverse(std::ptrdiff_t i) const {
+        const float b = of_b * (v[i] * v[i] + v[i] * r + r * r) + trick;
+        const float size = 1.0f / std::max(b * b + c(i) * c(i), 1e-30f);
+        return {b * size, c(i) * size};
+    }
+};
+
+/// R = (conj(a') T f - a' T u) / a = (db T(f - u) + i dc T(f + u)) / a of a stage; on the receiver side (sign -1) with
+/// the conjugates of a and a'.
+cf stage_response(const StageTerms& terms, int sign, const Differences& t, std::ptrdiff_t i) {
+    const auto side = static_cast<float>(sign);
+    const cf less(t.less[2 * i], t.less[2 * i + 1]), sum(t.sum[2 * i], t.sum[2 * i + 1]);
+    const Complex inverse = terms.inverse(i);
+    return cf(inverse.re, side * inverse.im) * (terms.db(i) * less + cf(0.0f, side * terms.dc(i)) * sum);
 }
 
 /// The two fields side by side, the first conjugated.
@@ -185,119 +166,131 @@ void put_pair(View<const cf, 1> source, View<const cf, 1> receiver, cf* pair) {
     }
 }
 
-/// For one side p of such a pair, conjugated on request: gradient += Re(conj(p) record), out = conj(table) p or table
-/// p.
-void use_solution(const cf* pair, bool conjugate, const cf* record, const cf* table, View<float, 1> gradient, cf* out) {
-    const float turn = conjugate ? -1.0f : 1.0f;
+/// From such a pair z after the transposed solution, p = conj(z) on the source side and z on the receiver side, and
+/// y = z / a: gradient += Re(conj(p) R) of both sides, w = conj(q) p and q p, which are conj(2i c y) and 2i c y.
+void use_solution(const StageTerms& terms, const cf* pair, const Differences& source, const Differences& receiver,
+                  View<float, 1> gradient, cf* source_w, cf* receiver_w) {
     const float* const z = parts(pair);
-    const float* const r = parts(record);
-    const float* const t = parts(table);
-    float* const y = parts(out);
+    float *const ws = parts(source_w), *const wr = parts(receiver_w);
+#pragma GCC ivdep
     for (std::ptrdiff_t i = 0; i < gradient.n[0]; ++i) {
-        const float pr = z[4 * i], pi = turn * z[4 * i + 1];
-        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        gradient.p[i] += pr * r[2 * i] + pi * r[2 * i + 1];
-        y[2 * i] = pr * tr - pi * ti;
-        y[2 * i + 1] = pr * ti + pi * tr;
+        const std::ptrdiff_t re = 2 * i, im = 2 * i + 1;
+        const Complex inverse = terms.inverse(i);
+        const Complex s = inverse * Complex{z[4 * i], z[4 * i + 1]}, r = inverse * Complex{z[4 * i + 2], z[4 * i + 3]};
+        const float by_b =
+            s.re * source.less[re] - s.im * source.less[im] + r.re * receiver.less[re] + r.im * receiver.less[im];
+        const float by_c =
+            s.re * source.sum[im] + s.im * source.sum[re] - r.re * receiver.sum[im] + r.im * receiver.sum[re];
+        gradient.p[i] += terms.db(i) * by_b - terms.dc(i) * by_c;
+        const float c2 = 2.0f * terms.c(i);
+        ws[re] = -c2 * s.im;
+        ws[im] = -c2 * s.re;
+        wr[re] = -c2 * r.im;
+        wr[im] = c2 * r.re;
     }
+}
+
+/// x += T w
+void add_second_difference(const cf* second, View<cf, 1> x) {
+    const std::ptrdiff_t n = 2 * x.n[0];
+    const float* const w = parts(second);
+    float* const out = parts(x.p);
+    for (std::ptrdiff_t i : {std::ptrdiff_t{0}, std::ptrdiff_t{1}}) out[i] += (n > 2 ? w[i + 2] : 0.0f) - 2.0f * w[i];
+    for (std::ptrdiff_t i = 2; i < n - 2; ++i) out[i] += w[i - 2] - 2.0f * w[i] + w[i + 2];
+    for (std::ptrdiff_t i = std::max<std::ptrdiff_t>(n - 2, 2); i < n; ++i) out[i] += w[i - 2] - 2.0f * w[i];
+}
+
+/// The field before a stage, and the field after it.
+View<const cf, 1> before_stage(const Side& side, int stage) {
+    return side.record.slice(stage);
+}
+View<cf, 1> after_stage(const DepthStep& step, const Side& side, int stage) {
+    return stage + 1 < step.nstage ? side.record.slice(stage + 1) : side.out;
+}
+
+/// Both sides' differences of a stage, in the scratch.
+std::pair<Differences, Differences> differences(const DepthStep& step, const Side& source, const Side& receiver,
+                                                int stage, StepScratch& scratch) {
+    const View<float, 2> rows = scratch.differences;
+    const std::pair out(Differences{rows.slice(0).p, rows.slice(1).p}, Differences{rows.slice(2).p, rows.slice(3).p});
+    stage_differences(before_stage(source, stage), after_stage(step, source, stage), out.first);
+    stage_differences(before_stage(receiver, stage), after_stage(step, receiver, stage), out.second);
+    return out;
+}
+
+/// The derivative of the shifted field with respect to slowness: a factor, and the field that it multiplies.
+std::pair<cf, View<const cf, 1>> shift_derivative(const DepthStep& step, const Side& side) {
+    const cf thin_lens(0.0f, static_cast<float>(side.sign) * step.dz_w);
+    if (step.blends) return {1.0f, side.record.slice(0)};
+    return {thin_lens, step.nstage > 0 ? before_stage(side, 0) : side.out};
 }
 
 }  // namespace
 
 int record_columns(const DepthStep& step) {
-    return step.nstage > 0 ? 1 + step.nstage : step.blends ? 1 : 0;
+    return step.nstage > 0 ? step.nstage : step.blends ? 1 : 0;
 }
 
 int record_columns(const Parms& par, const Medium& medium) {
-    if (par.ffd()) return 1 + ifd_coeffts(par.dipop).nstage;
+    if (par.ffd()) return ifd_coeffts(par.dipop).nstage;
     const auto blend = [](const MediumLevel& level) { return level.dweight.n()[0] > 0; };
     return std::any_of(medium.levels.begin(), medium.levels.end(), blend) ? 1 : 0;
 }
 
-void apply_step_recorded(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                         Side receiver, StepScratch& scratch) {
-    const std::ptrdiff_t n = source.field.n[0];
+void apply_step_recorded(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
+                         StepScratch& scratch) {
     for (const Side& side : {source, receiver}) {
-        shift_recorded(step, fft, side, step.blends ? side.record.slice(0).p : nullptr, scratch);
-        if (step.nstage > 0) std::copy_n(side.field.p, n, side.record.slice(0).p);
+        shift_recorded(step, fft, side.sign, side.field, step.nstage > 0 ? side.record.slice(0) : side.out,
+                       step.blends ? side.record.slice(0).p : nullptr, scratch);
     }
     for (int i = 0; i < step.nstage; ++i) {
-        const DepthStep::Stage& stage = step.stage[at(i)];
-        const cf* before[] = {source.record.slice(0).p, receiver.record.slice(0).p};
-        if (i > 0) {
-            before[0] = std::copy_n(source.field.p, n, scratch.field.view().p) - n;
-            before[1] = std::copy_n(receiver.field.p, n, scratch.spectrum.view().p) - n;
-        }
-        apply_stage(stage, source.sign, source.field, receiver.field, scratch);
-        record_stage(step, stage, {before[0], source.field.p, source.record.slice(i + 1).p},
-                     {before[1], receiver.field.p, receiver.record.slice(i + 1).p});
-    }
-    for (const Side& side : {source, receiver}) {
-        taper_column(taper, side.field.p);
-        if (step.blends) taper_column(taper, side.record.slice(0).p);
+        apply_stage(step.stage[at(i)], source.sign, before_stage(source, i), before_stage(receiver, i),
+                    after_stage(step, source, i), after_stage(step, receiver, i), scratch);
     }
 }
 
-void apply_step_transposed(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                           View<const cf, 1> source_out, Side receiver, View<const cf, 1> receiver_out,
+void apply_step_transposed(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
                            View<float, 1> gradient, StepScratch& scratch) {
-    const std::pair<const Side&, View<const cf, 1>> sides[] = {{source, source_out}, {receiver, receiver_out}};
-    for (const auto& [side, out] : sides) {
-        const auto sign = static_cast<float>(side.sign);
-        if (step.nstage == 0) correlate_turned(side.field.p, sign * step.dz_w, out.p, gradient);
-        if (step.blends) correlate(side.field.p, side.record.slice(0).p, gradient);
-        taper_column(taper, side.field.p);
-    }
     for (int i = step.nstage - 1; i >= 0; --i) {
         const DepthStep::Stage& stage = step.stage[at(i)];
+        const StageTerms terms(step, stage);
+        const auto [ds, dr] = differences(step, source, receiver, i, scratch);
         cf* const pair = scratch.correction.view().p;
         put_pair(source.field, receiver.field, pair);  // conj(S)^-1 x = conj(S^-1 conj(x)); the receiver side has
         ffd_solve(stage, scratch.correction, scratch.chain);  // conj(S) for S
-        cf* const w = scratch.field.view().p;
-        use_solution(pair, true, source.record.slice(i + 1).p, stage.drive.p, gradient, w);
-        add_second_difference(w, source.field);
-        use_solution(pair + 1, false, receiver.record.slice(i + 1).p, stage.drive.p, gradient, w);
-        add_second_difference(w, receiver.field);
+        cf *const ws = scratch.field.view().p, *const wr = scratch.shifted.view().p;
+        use_solution(terms, pair, ds, dr, gradient, ws, wr);
+        add_second_difference(ws, source.field);
+        add_second_difference(wr, receiver.field);
     }
     for (const Side& side : {source, receiver}) {
-        if (step.nstage > 0) {
-            correlate_turned(side.field.p, static_cast<float>(side.sign) * step.dz_w, side.record.slice(0).p, gradient);
-        }
-        shift_transposed(step, fft, side, scratch);
+        const auto [factor, derivative] = shift_derivative(step, side);
+        shift_transposed(step, fft, side, factor, derivative, gradient, scratch);
     }
 }
 
-void apply_step_derivative(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                           View<const cf, 1> source_out, Side receiver, View<const cf, 1> receiver_out,
+void apply_step_derivative(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
                            View<const float, 1> ds, StepScratch& scratch) {
     const std::ptrdiff_t n = source.field.n[0];
     for (const Side& side : {source, receiver}) {
-        shift_recorded(step, fft, side, nullptr, scratch);
-        if (step.nstage == 0) continue;
-        const cf turn(0.0f, static_cast<float>(side.sign) * step.dz_w);
-        for (std::ptrdiff_t i = 0; i < n; ++i) side.field(i) += turn * side.record(i, 0) * ds(i);
+        const auto [factor, derivative] = shift_derivative(step, side);
+        shift_recorded(step, fft, side.sign, side.field, side.field, nullptr, scratch);
+        for (std::ptrdiff_t i = 0; i < n; ++i) side.field(i) += factor * derivative(i) * ds(i);
     }
     for (int i = 0; i < step.nstage; ++i) {
         const DepthStep::Stage& stage = step.stage[at(i)];
-        apply_stage(stage, source.sign, source.field, receiver.field, scratch);
+        apply_stage(stage, source.sign, source.field, receiver.field, source.field, receiver.field, scratch);
         const View<cf, 2> p = scratch.correction;  // + S^-1 (R ds)
+        const StageTerms terms(step, stage);
+        const auto [us, ur] = differences(step, source, receiver, i, scratch);
         for (std::ptrdiff_t k = 0; k < n; ++k) {
-            p(0, k) = source.record(k, i + 1) * ds(k);
-            p(1, k) = std::conj(receiver.record(k, i + 1) * ds(k));
+            p(0, k) = stage_response(terms, +1, us, k) * ds(k);
+            p(1, k) = std::conj(stage_response(terms, -1, ur, k) * ds(k));
         }
         ffd_solve(stage, p, scratch.chain);
         for (std::ptrdiff_t k = 0; k < n; ++k) {
             source.field(k) += p(0, k);
             receiver.field(k) += std::conj(p(1, k));
-        }
-    }
-    const std::pair<const Side&, View<const cf, 1>> sides[] = {{source, source_out}, {receiver, receiver_out}};
-    for (const auto& [side, out] : sides) {
-        taper_column(taper, side.field.p);
-        const cf turn(0.0f, static_cast<float>(side.sign) * step.dz_w);
-        for (std::ptrdiff_t i = 0; i < n; ++i) {
-            if (step.nstage == 0) side.field(i) += turn * out(i) * ds(i);
-            if (step.blends) side.field(i) += side.record(i, 0) * ds(i);
         }
     }
 }

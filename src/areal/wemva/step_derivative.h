@@ -8,32 +8,30 @@
 /// p = conj(S)^-1 x, out = x + T (conj(q) p), gradient Re(conj(p) R) with R = (conj(a') T f - a' T u) / a.
 #include "src/areal/wemva/depth_step.h"
 
-/// Complex columns that a recorded step leaves for its derivative.
+/// Complex columns that a recorded step leaves for its derivative besides its result.
 int record_columns(const DepthStep& step);
 /// The most that any step of these run parameters and this medium leaves.
 int record_columns(const Parms& par, const Medium& medium);
 
-/// A field and what its steps leave behind.
+/// A field, and what a step through it leaves behind. Fields are taken and left after one taper and before
+/// the next, which is not part of the step.
 struct Side {
     int sign;            ///< +1 source side, -1 receiver side
-    View<cf, 1> field;   ///< (nx) the field that is stepped; of the transpose: the adjoint field
-    View<cf, 2> record;  ///< (nx, record_columns)
+    View<cf, 1> field;   ///< (nx) what is stepped: the field, the adjoint field, the change of the field
+    View<cf, 1> out;     ///< (nx) the field after the recorded step
+    View<cf, 2> record;  ///< (nx, record_columns) the field before each stage, or the derivative of blended references
 };
 
-/// As apply_step_pair for sides of opposite sign, keeping the records. The taper is applied to fields and records here.
-void apply_step_recorded(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                         Side receiver, StepScratch& scratch);
+/// As apply_step_pair for sides of opposite sign, from `field` to `out`, keeping the records.
+void apply_step_recorded(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
+                         StepScratch& scratch);
 
-/// One side's transpose: the adjoint field of a level goes back to the level above, and the gradient of the step's
-/// slowness row is added.
-/// @param out      (nx) the side's tapered field after the step
-/// @param gradient (nx) += Re(conj(adjoint) d out / d s)
-/// Both sides are carried together.
-void apply_step_transposed(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                           View<const cf, 1> source_out, Side receiver, View<const cf, 1> receiver_out,
+/// The transpose: the adjoint fields after the step go back to those before it, and the gradient of the step's slowness
+/// row is added.
+/// @param gradient (nx) += Re(conj(adjoint) d out / d s) of both sides
+void apply_step_transposed(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
                            View<float, 1> gradient, StepScratch& scratch);
 
 /// The derivative forward: each side's field holds d in and receives d out for a change ds of the slowness row.
-void apply_step_derivative(const DepthStep& step, const LateralFft& fft, View<const float, 1> taper, Side source,
-                           View<const cf, 1> source_out, Side receiver, View<const cf, 1> receiver_out,
+void apply_step_derivative(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
                            View<const float, 1> ds, StepScratch& scratch);

@@ -35,14 +35,14 @@ void owzphase(const Parms& par, View<float, 3> wgcig) {
 
     const LateralFft fft(static_cast<int>(n), FFTW_ESTIMATE);
     const float root_n = std::sqrt(static_cast<float>(n));
-    Array<cf, 1> tfld({n});
+    Array<cf, 1> tfld({n}), spectrum({n});
     for (std::ptrdiff_t ish = 0; ish < wgcig.n[1]; ++ish) {
         for (std::ptrdiff_t ix = 0; ix < wgcig.n[0]; ++ix) {
             for (std::ptrdiff_t iz = 0; iz < n; ++iz) tfld(iz) = wgcig(ix, ish, iz);
-            fft.forward.run(tfld);
+            fft.forward.run(tfld.view(), spectrum);
             for (std::ptrdiff_t iz = 0; iz < n; ++iz)
-                tfld(iz) = tfld(iz) / root_n * phase[static_cast<std::size_t>(iz)];
-            fft.inverse.run(tfld);
+                spectrum(iz) = spectrum(iz) / root_n * phase[static_cast<std::size_t>(iz)];
+            fft.inverse.run(spectrum.view(), tfld);
             for (std::ptrdiff_t iz = 0; iz < n; ++iz) wgcig(ix, ish, iz) = -tfld(iz).real() / root_n;
         }
     }
@@ -53,20 +53,20 @@ void owenvelope(const Parms& par, View<float, 3> b_image) {
     const std::ptrdiff_t n2 = n / 2;
     const LateralFft fft(static_cast<int>(n), FFTW_ESTIMATE);
     const float root_n = std::sqrt(static_cast<float>(n));
-    Array<cf, 1> cdata({n});
+    Array<cf, 1> cdata({n}), spectrum({n});
     Array<float, 2> bot({n, nh});
     Array<float, 3> data(b_image.n);
     float a = 0.0f;
     for (std::ptrdiff_t i3 = 0; i3 < nx; ++i3) {
         for (std::ptrdiff_t i2 = 0; i2 < nh; ++i2) {
             for (std::ptrdiff_t iz = 0; iz < n; ++iz) cdata(iz) = b_image(i3, i2, iz);
-            fft.forward.run(cdata);
-            divide(cdata, root_n);
+            fft.forward.run(cdata.view(), spectrum);
+            divide(spectrum, root_n);
             // the positive half alone: the analytic signal at half amplitude
-            cdata(0) *= 0.5f;
-            cdata(n2) *= 0.5f;
-            for (std::ptrdiff_t iz = n2 + 1; iz < n; ++iz) cdata(iz) = 0.0f;
-            fft.inverse.run(cdata);
+            spectrum(0) *= 0.5f;
+            spectrum(n2) *= 0.5f;
+            for (std::ptrdiff_t iz = n2 + 1; iz < n; ++iz) spectrum(iz) = 0.0f;
+            fft.inverse.run(spectrum.view(), cdata);
             divide(cdata, root_n);
             for (std::ptrdiff_t iz = 0; iz < n; ++iz) bot(iz, i2) = std::norm(cdata(iz));
         }

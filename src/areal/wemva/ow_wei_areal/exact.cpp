@@ -12,8 +12,9 @@
 namespace {
 
 struct Slot {
-    View<cf, 2> ws, wr;                          // (nx, nz) fields at every depth
+    View<cf, 2> ws, wr;                          // (nx, nz) fields at every depth, before the taper
     View<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
+    View<cf, 1> ts, tr;                          // fields of one depth after the taper
     View<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
     StepTables tables;
     StepScratch steps;
@@ -25,6 +26,8 @@ struct Slot {
           wr(arena.take<cf>(par.kxm.n, par.img.z.n)),
           source_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
           receiver_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
+          ts(arena.take<cf>(par.kxm.n)),
+          tr(arena.take<cf>(par.kxm.n)),
           as(arena.take<cf>(par.kxm.n)),
           ar(arena.take<cf>(par.kxm.n)),
           tables(par, medium, par.img.z.n, arena),
@@ -36,8 +39,11 @@ struct Slot {
         clear_samples(gradient);
         clear_samples(image);
     }
-    Side source(View<cf, 1> field, int level) { return {+1, field, source_record.slice(level)}; }
-    Side receiver(View<cf, 1> field, int level) { return {-1, field, receiver_record.slice(level)}; }
+    /// The sides of the step that arrives at a level.
+    Side source(View<cf, 1> field, int level) { return {+1, field, ws.slice(level), source_record.slice(level - 1)}; }
+    Side receiver(View<cf, 1> field, int level) {
+        return {-1, field, wr.slice(level), receiver_record.slice(level - 1)};
+    }
 };
 
 struct Frequency {
@@ -50,36 +56,38 @@ struct Frequency {
 
     void background(View<const cf, 2> recv, View<const cf, 2> source) const {
         const Parms& par = context.par;
-        load_surface(par, source, iw, true, slot.as);
-        load_surface(par, recv, iw, true, slot.ar);
+        load_surface(par, source, iw, true, slot.ts);
+        load_surface(par, recv, iw, true, slot.tr);
         if (steps) slot.tables.prepare(iw, 0, par.img.z.n);
-        copy(slot.as, slot.ws.slice(0));
-        copy(slot.ar, slot.wr.slice(0));
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
-            copy(slot.ws.slice(iz - 1), ws);
-            copy(slot.wr.slice(iz - 1), wr);
             if (steps) {
-                apply_step_recorded(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(ws, iz - 1),
-                                    slot.receiver(wr, iz - 1), slot.steps);
+                apply_step_recorded(slot.tables.step(iz - 1), context.fft, slot.source(slot.ts, iz),
+                                    slot.receiver(slot.tr, iz), slot.steps);
             } else {
-                apply_taper(context.taper, ws);
-                apply_taper(context.taper, wr);
+                copy(slot.ts, slot.ws.slice(iz));
+                copy(slot.tr, slot.wr.slice(iz));
             }
+            taper_fields(iz);
         }
+    }
+
+    void taper_fields(int iz) const {
+        apply_taper(context.taper, slot.ws.slice(iz), slot.ts);
+        apply_taper(context.taper, slot.wr.slice(iz), slot.tr);
     }
 
     void transposed(View<const float, 3> deltai) const {
         clear_samples(slot.as);
         clear_samples(slot.ar);
         for (int iz = depths.end - 1; iz >= depths.first; --iz) {
-            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
-            const View<const float, 2> image = deltai.slice(iz);
-            owimage_transpose(condition, iw, Spread::source, wr, image, slot.as, slot.imaging);
-            owimage_transpose(condition, iw, Spread::receiver, ws, image, slot.ar, slot.imaging);
+            const View<const float, 2> image = deltai.slice(iz), next = deltai.slice(iz - 1);
+            owimage_transpose(condition, iw, Spread::source, context.taper, slot.wr.slice(iz), image, slot.as,
+                              slot.imaging, next);
+            owimage_transpose(condition, iw, Spread::receiver, context.taper, slot.ws.slice(iz), image, slot.ar,
+                              slot.imaging, next);
             if (!steps) continue;
-            apply_step_transposed(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(slot.as, iz - 1),
-                                  ws, slot.receiver(slot.ar, iz - 1), wr, slot.gradient.slice(iz - 1), slot.steps);
+            apply_step_transposed(slot.tables.step(iz - 1), context.fft, slot.source(slot.as, iz),
+                                  slot.receiver(slot.ar, iz), slot.gradient.slice(iz - 1), slot.steps);
         }
     }
 
@@ -88,12 +96,14 @@ struct Frequency {
         clear_samples(slot.ar);
         if (!steps) return;
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            const View<cf, 1> ws = slot.ws.slice(iz), wr = slot.wr.slice(iz);
-            apply_step_derivative(slot.tables.step(iz - 1), context.fft, context.taper, slot.source(slot.as, iz - 1),
-                                  ws, slot.receiver(slot.ar, iz - 1), wr, deltas.slice(iz - 1), slot.steps);
+            apply_step_derivative(slot.tables.step(iz - 1), context.fft, slot.source(slot.as, iz),
+                                  slot.receiver(slot.ar, iz), deltas.slice(iz - 1), slot.steps);
+            apply_taper(context.taper, slot.as);
+            apply_taper(context.taper, slot.ar);
+            taper_fields(iz);
             const View<float, 2> image = slot.image.slice(iz);
-            owimage_forward(condition, iw, slot.as, wr, image, slot.imaging);
-            owimage_forward(condition, iw, ws, slot.ar, image, slot.imaging);
+            owimage_forward(condition, iw, slot.as, slot.tr, image, slot.imaging);
+            owimage_forward(condition, iw, slot.ts, slot.ar, image, slot.imaging);
         }
     }
 };

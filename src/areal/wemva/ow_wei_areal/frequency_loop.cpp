@@ -52,11 +52,13 @@ void load_surface(const Parms& par, View<const cf, 2> surface, int iw, bool clea
     std::copy_n(surface.slice(iw).p, par.rec.h.n, column.p + par.tapertr + par.padtraces);
 }
 
-void apply_taper(View<const float, 1> taper, View<cf, 1> column) {
-    auto* const z = reinterpret_cast<float*>(column.p);
+void apply_taper(View<const float, 1> taper, View<const cf, 1> column, View<cf, 1> out) {
+    const auto* const z = reinterpret_cast<const float*>(column.p);
+    auto* const tapered = reinterpret_cast<float*>(out.p);
+#pragma GCC ivdep
     for (std::ptrdiff_t i = 0; i < column.n[0]; ++i) {
-        z[2 * i] *= taper.p[i];
-        z[2 * i + 1] *= taper.p[i];
+        tapered[2 * i] = z[2 * i] * taper.p[i];
+        tapered[2 * i + 1] = z[2 * i + 1] * taper.p[i];
     }
 }
 

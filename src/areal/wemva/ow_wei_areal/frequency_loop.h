@@ -22,8 +22,11 @@ inline void copy(View<const cf, 1> from, View<cf, 1> to) {
     std::copy_n(from.p, from.n[0], to.p);
 }
 
-/// column *= taper
-void apply_taper(View<const float, 1> taper, View<cf, 1> column);
+/// out = column * taper; may run in place
+void apply_taper(View<const float, 1> taper, View<const cf, 1> column, View<cf, 1> out);
+inline void apply_taper(View<const float, 1> taper, View<cf, 1> column) {
+    apply_taper(taper, column, column);
+}
 
 /// sum += part, sample by sample
 void add_to(std::span<const float> part, std::span<float> sum);

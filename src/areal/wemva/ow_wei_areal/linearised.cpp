@@ -54,7 +54,7 @@ struct Slot {
           dwr(arena.take<cf>(par.kxm.n)),
           ddws(arena.take<cf>(par.kxm.n)),
           ddwr(arena.take<cf>(par.kxm.n)),
-          series(arena.take<cf>(par.kxm.n, 2)),
+          series(arena.take<cf>(par.kxm.n, 3)),
           tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
           imaging(par.kxm.n),
@@ -138,8 +138,9 @@ struct Frequency {
         for (int iz = par.img.z.n - 1; iz >= std::max(par.nzmin, 1) - 1; --iz) {
             const View<cf, 1> bws = slot.bws.slice(iz), bwr = slot.bwr.slice(iz);
             const View<const float, 2> image = deltai.slice(iz);
-            owimage_adjoint(condition, iw, Spread::source, bwr, image, slot.dws, slot.imaging);
-            owimage_adjoint(condition, iw, Spread::receiver, bws, image, slot.dwr, slot.imaging);
+            const View<const float, 2> next = iz > 0 ? deltai.slice(iz - 1) : View<const float, 2>{};
+            owimage_adjoint(condition, iw, Spread::source, bwr, image, slot.dws, slot.imaging, next);
+            owimage_adjoint(condition, iw, Spread::receiver, bws, image, slot.dwr, slot.imaging, next);
             apply_taper(context.taper, slot.dws);
             apply_taper(context.taper, slot.dwr);
             if (steps) apply_step_pair(slot.tables.step(iz), context.fft, -1, slot.dws, slot.dwr, slot.steps);

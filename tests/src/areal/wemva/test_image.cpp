@@ -136,7 +136,7 @@ TEST(Scattering, FirstTermTurnsAndScalesTheBackground) {
     const LateralFft fft(10, FFTW_ESTIMATE);
     const Array<float, 2> s = slowness(10, 1, 0.2f);
     Array<cf, 1> wv({10}), plus({10}), minus({10}), kept({10});
-    Array<cf, 2> work({10, 2});
+    Array<cf, 2> work({10, 3});
     randomize(wv.flat(), 21);
     kept(4) = cf(3.0f, 1.0f);
     owscctr(par, fft, scattering_series, 1, +1, plus, wv.view(), s.view().slice(0), work);
@@ -160,7 +160,7 @@ TEST(Scattering, HigherTermsArePowersOfTheHorizontalWavenumber) {
     const std::array<float, 10> series{1.0f, 0.5f, 0.375f, 0, 0, 0, 0, 0, 0, 0};
     const double k = 2.0 * std::numbers::pi * 2 / (nx * par.rec.h.d), w = par.rec.w.all[0];
     Array<cf, 1> wave({nx}), out({nx});
-    Array<cf, 2> work({nx, 2});
+    Array<cf, 2> work({nx, 3});
     for (int i = 0; i < nx; ++i) wave(i) = cf(std::polar(1.0, k * i * par.rec.h.d));
     owscctr(par, fft, series, 0, -1, out, wave.view(), View<const float, 1>{s.data(), {nx}}, work);
     const double q = std::pow(k * 5e-4 / w, 2);
