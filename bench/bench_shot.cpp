@@ -1,4 +1,5 @@
-// The passes of one shot: migration, described gradient, exact gradient; one and two threads.
+// The passes of one shot, migration and gradient, with the described and the exact gradient, whose references are
+// given; one and two threads.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -9,9 +10,9 @@
 
 namespace {
 
-enum class Pass { migration, described, exact };
+enum class Pass { migration, gradient };
 
-void shot(benchmark::State& state, Pass pass, const char* extrap, int nref) {
+void shot(benchmark::State& state, Pass pass, bool exact, const char* extrap, int nref) {
     const int nodes = static_cast<int>(state.range(0));
     const WaveCase wave{.nx = 360,
                         .nz = 135,
@@ -28,25 +29,28 @@ void shot(benchmark::State& state, Pass pass, const char* extrap, int nref) {
     Array<float, 2> flat({360, 135});
     randomize(image.flat(), 3);
     std::vector<Arena> memory;
-    WaveContext context = pass == Pass::exact ? shot.exact_context(nodes) : shot.context(nodes);
+    WaveContext context = exact ? shot.exact_context(nodes) : shot.context(nodes);
     context.memory = &memory;
     for (auto _ : state) {
         if (pass == Pass::migration) {
             owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, flat);
-        } else if (pass == Pass::described) {
-            owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image, nullptr);
-        } else {
+        } else if (exact) {
             owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image.view());
+        } else {
+            owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image, nullptr);
         }
     }
 }
 
 }  // namespace
 
-#define PASSES(name, extrap, nref)                                                                           \
-    BENCHMARK_CAPTURE(shot, name##_migration, Pass::migration, extrap, nref)->Arg(1)->Arg(2)->UseRealTime(); \
-    BENCHMARK_CAPTURE(shot, name##_described, Pass::described, extrap, nref)->Arg(1)->Arg(2)->UseRealTime(); \
-    BENCHMARK_CAPTURE(shot, name##_exact, Pass::exact, extrap, nref)->Arg(1)->Arg(2)->UseRealTime()
+#define PASS(name, pass, exact, extrap, nref) \
+    BENCHMARK_CAPTURE(shot, name, Pass::pass, exact, extrap, nref)->Arg(1)->Arg(2)->UseRealTime()
+#define PASSES(name, extrap, nref)                                    \
+    PASS(name##_described_migration, migration, false, extrap, nref); \
+    PASS(name##_described_gradient, gradient, false, extrap, nref);   \
+    PASS(name##_exact_migration, migration, true, extrap, nref);      \
+    PASS(name##_exact_gradient, gradient, true, extrap, nref)
 PASSES(pspi1, "pspi", 1);
 PASSES(pspi3, "pspi", 3);
 PASSES(ffd45, "ffd", 1);

@@ -14,6 +14,13 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
+float* floats(cf* z) {
+    return reinterpret_cast<float*>(z);
+}
+const float* floats(const cf* z) {
+    return reinterpret_cast<const float*>(z);
+}
+
 // A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its
 // factors.
 typedef float Both __attribute__((vector_size(16)));
@@ -36,7 +43,7 @@ void drive(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs) {
     const std::ptrdiff_t n = q.n[0];
     const Both turn = signs(sign);
     constexpr Both alternate{-1, 1, -1, 1};
-    const auto* const g = reinterpret_cast<const float*>(q.p);
+    const float* const g = floats(q.p);
     Both before{}, here = load_both(a, b) * turn;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         const Both behind = i + 1 < n ? load_both(a + i + 1, b + i + 1) * turn : Both{};
@@ -60,54 +67,63 @@ void add_correction(const cf* correction, int sign, std::ptrdiff_t n, const cf* 
     }
 }
 
-/// out = in * table, or out += in * table, with or without real weights besides
-template <bool add, bool weighted = false>
-void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out, const float* weight = nullptr) {
+/// out = in * table, or out += in * table
+template <bool add>
+void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
     const std::ptrdiff_t n = in.n[0];
-    const auto* const x = reinterpret_cast<const float*>(in.p);
-    const auto* const t = reinterpret_cast<const float*>(table.p);
-    auto* const y = reinterpret_cast<float*>(out);
+    const float* const x = floats(in.p);
+    const float* const t = floats(table.p);
+    float* const y = floats(out);
     const float turn = conjugate ? -1.0f : 1.0f;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         const float tr = t[2 * i], ti = turn * t[2 * i + 1];
         const float xr = x[2 * i], xi = x[2 * i + 1];
-        float re = xr * tr - xi * ti, im = xr * ti + xi * tr;
-        if constexpr (weighted) {
-            re *= weight[i];
-            im *= weight[i];
-        }
+        const float re = xr * tr - xi * ti, im = xr * ti + xi * tr;
         y[2 * i] = add ? y[2 * i] + re : re;
         y[2 * i + 1] = add ? y[2 * i + 1] + im : im;
     }
 }
 
-/// Everything but the finite-difference stages.
-void shift(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& s) {
-    const bool conjugate = sign < 0;
-    const std::ptrdiff_t nref = step.phase.n[1];
-    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
-    fft.forward.run(field, spectrum);
-    if (nref == 1) {
-        multiply(spectrum, step.phase.slice(0), conjugate, spectrum.p);
-        fft.inverse.run(spectrum, field);
-        multiply(field, step.space.slice(0), conjugate, field.p);
-        return;
+/// out = in * weight, or out += in * weight
+template <bool add>
+void weighted(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
+    const float* const x = floats(in.p);
+    float* const y = floats(out);
+    for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
+        y[2 * i] = (add ? y[2 * i] : 0.0f) + weight.p[i] * x[2 * i];
+        y[2 * i + 1] = (add ? y[2 * i + 1] : 0.0f) + weight.p[i] * x[2 * i + 1];
     }
-    for (std::ptrdiff_t k = 0; k < nref; ++k) {
-        multiply(spectrum, step.phase.slice(k), conjugate, shifted.p);
-        fft.inverse.run(shifted, work);
-        if (step.blends) {
-            (k == 0 ? multiply_weighted : multiply_add_weighted)(
-                work, step.space.slice(k), step.level->weight.view().slice(k), conjugate, field.p);
-        } else if (k == 0) {
-            multiply(work, step.space.slice(k), conjugate, field.p);
-        } else {
-            multiply_add(work, step.space.slice(k), conjugate, field.p);
-        }
+}
+
+/// With the shifted fields v_k: out (+)= weight_k v_k, record (+)= dweight_k v_k.
+template <bool add>
+void blend(View<const cf, 1> in, const float* weight, const float* dweight, cf* out, cf* record) {
+    const float* const x = floats(in.p);
+    float* const y = floats(out);
+    float* const d = floats(record);
+    for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
+        const float re = x[2 * i], im = x[2 * i + 1];
+        y[2 * i] = (add ? y[2 * i] : 0.0f) + weight[i] * re;
+        y[2 * i + 1] = (add ? y[2 * i + 1] : 0.0f) + weight[i] * im;
+        d[2 * i] = (add ? d[2 * i] : 0.0f) + dweight[i] * re;
+        d[2 * i + 1] = (add ? d[2 * i + 1] : 0.0f) + dweight[i] * im;
     }
-    if (!step.level->untouched.empty()) {
-        const float scale = std::sqrt(static_cast<float>(fft.n));
-        for (const int i : step.level->untouched) field(i) = spectrum(i) / scale;
+}
+
+/// After the last: out *= space, record = space record + i c out
+void finish_blend(View<const cf, 1> space, bool conjugate, float c, cf* out, cf* record) {
+    const float* const t = floats(space.p);
+    float* const y = floats(out);
+    float* const d = floats(record);
+    const float turn = conjugate ? -1.0f : 1.0f;
+    for (std::ptrdiff_t i = 0; i < space.n[0]; ++i) {
+        const float tr = t[2 * i], ti = turn * t[2 * i + 1];
+        const float yr = y[2 * i] * tr - y[2 * i + 1] * ti, yi = y[2 * i] * ti + y[2 * i + 1] * tr;
+        const float dr = d[2 * i] * tr - d[2 * i + 1] * ti, di = d[2 * i] * ti + d[2 * i + 1] * tr;
+        y[2 * i] = yr;
+        y[2 * i + 1] = yi;
+        d[2 * i] = dr - c * yi;
+        d[2 * i + 1] = di + c * yr;
     }
 }
 
@@ -121,14 +137,8 @@ void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate,
     product<true>(in, table, conjugate, out);
 }
 
-void multiply_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
-                       cf* out) {
-    product<false, true>(in, table, conjugate, out, weight.p);
-}
-
-void multiply_add_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
-                           cf* out) {
-    product<true, true>(in, table, conjugate, out, weight.p);
+void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
+    weighted<false>(in, weight, out);
 }
 
 Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
@@ -191,8 +201,9 @@ void StepTables::prepare(int iw, int first, int count) {
         step.level = &medium_.levels[at(first + j)];
         const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
         View<cf, 2> phase = phase_.slice(j), space = space_.slice(j);
-        phase.n[1] = space.n[1] = nref;
         step.blends = step.level->dweight.n()[0] > 0;
+        phase.n[1] = nref;
+        space.n[1] = step.blends ? 1 : nref;
         prepare_phases(w, step, phase, space);
     }
     if (nstage_ == 0) return;
@@ -213,18 +224,20 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     float* const angle = work_.slice(0).p;
     float* const scale = work_.slice(1).p;
     const float* const kx = par_.kxm.all.data();
-    for (std::ptrdiff_t k = 0; k < space.n[1]; ++k) {
+    for (std::ptrdiff_t k = 0; k < phase.n[1]; ++k) {
         const float w_over_c = w / level.vref[at(k)];
         const float k2 = w_over_c * w_over_c;
+        const float lens = step.blends ? dz_w * (1.0f / level.vref[0] - 1.0f / level.vref[at(k)]) : 0.0f;
         for (std::ptrdiff_t i = 0; i < nx; ++i) {
             const float kz2 = k2 - kx[i] * kx[i];
             scale[i] = kz2 >= 0.0f ? 1.0f : 0.0f;
-            angle[i] = std::sqrt(std::max(kz2, 0.0f)) * dz;
+            angle[i] = std::sqrt(std::max(kz2, 0.0f)) * dz + lens;
         }
         cis_table(angle, scale, phase.slice(k).p, nx);
+        if (k >= space.n[1]) continue;
         const float* const sdiff = level.sdiff.view().slice(k).p;
         for (std::ptrdiff_t i = 0; i < nx; ++i) angle[i] = dz_w * sdiff[i];
-        if (space.n[1] == 1 || step.blends) {
+        if (space.n[1] == 1) {
             std::fill_n(scale, nx, unscale);
         } else {
             const float* const weight = level.weight.view().slice(k).p;
@@ -278,8 +291,36 @@ StepScratch::StepScratch(int nx)
       differences({2 * nx, 4}),
       chain(at(nx / 2 + 1)) {}
 
+void shift(const DepthStep& step, const LateralFft& fft, int sign, View<const cf, 1> in, View<cf, 1> out, cf* record,
+           StepScratch& s) {
+    const bool conjugate = sign < 0;
+    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
+    fft.forward.run(in, spectrum);
+    for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
+        multiply(spectrum, step.phase.slice(k), conjugate, shifted.p);
+        fft.inverse.run(shifted, work);  // not into `out`, which may be far from the processor
+        if (!step.blends) {
+            (k == 0 ? multiply : multiply_add)(work, step.space.slice(k), conjugate, out.p);
+            continue;
+        }
+        const View<const float, 1> weight = step.level->weight.view().slice(k);
+        if (record) {
+            (k == 0 ? blend<false> : blend<true>)(work, weight.p, step.level->dweight.view().slice(k).p, out.p, record);
+        } else {
+            (k == 0 ? weighted<false> : weighted<true>)(work, weight, out.p);
+        }
+    }
+    if (step.blends && record) {
+        finish_blend(step.space.slice(0), conjugate, static_cast<float>(sign) * step.dz_w, out.p, record);
+    } else if (step.blends) {
+        multiply(out, step.space.slice(0), conjugate, out.p);
+    }
+    const float scale = std::sqrt(static_cast<float>(fft.n));
+    for (const int i : step.level->untouched) out(i) = spectrum(i) / scale;
+}
+
 void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, StepScratch& scratch) {
-    shift(step, fft, sign, field, scratch);
+    shift(step, fft, sign, field, field, nullptr, scratch);
     const View<cf, 1> nothing = scratch.field;
     std::fill_n(nothing.p, nothing.n[0], cf{});
     for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, nothing, field, nothing, scratch);
@@ -295,7 +336,7 @@ void apply_stage(const DepthStep::Stage& stage, int sign, View<const cf, 1> fiel
 
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
                      StepScratch& scratch) {
-    shift(step, fft, sign, field, scratch);
-    shift(step, fft, -sign, other, scratch);
+    shift(step, fft, sign, field, field, nullptr, scratch);
+    shift(step, fft, -sign, other, other, nullptr, scratch);
     for (int i = 0; i < step.nstage; ++i) apply_stage(step.stage[at(i)], sign, field, other, field, other, scratch);
 }

@@ -63,11 +63,12 @@ struct DepthStep {
     const MediumLevel* level = nullptr;
     View<const cf, 2> phase;  ///< (nx, nref)
     View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
-    bool blends = false;      ///< the weights have derivatives: then `space` is without them, and they are the level's
-    float trick = 0.0f;       ///< the term added to the finite-difference operator
-    float half_dz = 0.0f;     ///< dz / 2
-    float dx2 = 0.0f;         ///< dx^2
-    float dz_w = 0.0f;        ///< dz w: the thin-lens term's derivative is i sign dz_w
+    bool blends = false;   ///< the weights have derivatives and are the level's: then `space` is without them, and one
+                           ///< column serves all references, what they differ by being in `phase`
+    float trick = 0.0f;    ///< the term added to the finite-difference operator
+    float half_dz = 0.0f;  ///< dz / 2
+    float dx2 = 0.0f;      ///< dx^2
+    float dz_w = 0.0f;     ///< dz w: the thin-lens term's derivative is i sign dz_w
     std::array<Stage, 5> stage;
     int nstage = 0;
 };
@@ -106,11 +107,8 @@ private:
 /// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.
 void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
 void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
-/// The same with a table of real factors besides.
-void multiply_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
-                       cf* out);
-void multiply_add_weighted(View<const cf, 1> in, View<const cf, 1> table, View<const float, 1> weight, bool conjugate,
-                           cf* out);
+/// out = in * weight, sample by sample.
+void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out);
 
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
@@ -120,6 +118,11 @@ struct StepScratch {
     std::vector<Lanes> chain;               // nx/2 + 1
     explicit StepScratch(int nx);
 };
+
+/// A step but for its finite-difference stages. `out` may be `in`.
+/// @param record null, or where the derivative of `out` with respect to slowness goes if the references are blended
+void shift(const DepthStep& step, const LateralFft& fft, int sign, View<const cf, 1> in, View<cf, 1> out, cf* record,
+           StepScratch& scratch);
 
 /// One finite-difference stage of two fields, the first with sign, the second with -sign. May run in place.
 void apply_stage(const DepthStep::Stage& stage, int sign, View<const cf, 1> field, View<const cf, 1> other,

@@ -17,73 +17,33 @@ const float* parts(const cf* z) {
     return reinterpret_cast<const float*>(z);
 }
 
-/// sum += Re(conj(a) factor b)
-void correlate(const cf* a, cf factor, const cf* b, View<float, 1> sum) {
-    const float* const x = parts(a);
-    const float* const y = parts(b);
-    const float c = factor.real(), t = factor.imag();
-    for (std::ptrdiff_t i = 0; i < sum.n[0]; ++i) {
-        sum.p[i] += c * (x[2 * i] * y[2 * i] + x[2 * i + 1] * y[2 * i + 1]) +
-                    t * (x[2 * i + 1] * y[2 * i] - x[2 * i] * y[2 * i + 1]);
-    }
-}
-
-/// v = fields_k space_k: out (+)= weight_k v, record (+)= dweight_k v; with the last, record += i c out.
-template <bool add, bool last>
-void blend(View<const cf, 1> in, View<const cf, 1> table, const float* weight, const float* dweight, bool conjugate,
-           float c, cf* out, cf* record) {
-    const float* const x = parts(in.p);
-    const float* const t = parts(table.p);
-    float* const y = parts(out);
-    float* const d = parts(record);
-    const float turn = conjugate ? -1.0f : 1.0f;
-    for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
+/// gradient += Re(conj(field) factor derivative), out = field table
+void correlate_and_multiply(View<const cf, 1> field, cf factor, View<const cf, 1> derivative, View<const cf, 1> table,
+                            bool conjugate, View<float, 1> gradient, cf* out) {
+    const float *const x = parts(field.p), *const d = parts(derivative.p), *const t = parts(table.p);
+    float *const g = gradient.p, *const y = parts(out);
+    const float c = factor.real(), s = factor.imag(), turn = conjugate ? -1.0f : 1.0f;
+#pragma GCC ivdep
+    for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) {
+        const float xr = x[2 * i], xi = x[2 * i + 1], dr = d[2 * i], di = d[2 * i + 1];
         const float tr = t[2 * i], ti = turn * t[2 * i + 1];
-        const float re = x[2 * i] * tr - x[2 * i + 1] * ti, im = x[2 * i] * ti + x[2 * i + 1] * tr;
-        const float yr = (add ? y[2 * i] : 0.0f) + weight[i] * re, yi = (add ? y[2 * i + 1] : 0.0f) + weight[i] * im;
-        const float dr = (add ? d[2 * i] : 0.0f) + dweight[i] * re, di = (add ? d[2 * i + 1] : 0.0f) + dweight[i] * im;
-        y[2 * i] = yr;
-        y[2 * i + 1] = yi;
-        d[2 * i] = last ? dr - c * yi : dr;
-        d[2 * i + 1] = last ? di + c * yr : di;
+        g[i] += c * (xr * dr + xi * di) + s * (xi * dr - xr * di);
+        y[2 * i] = xr * tr - xi * ti;
+        y[2 * i + 1] = xr * ti + xi * tr;
     }
 }
 
-/// Everything but the finite-difference stages. `out` may be `in`. The derivative of blended references goes to
-/// `record`, if there is one.
-void shift_recorded(const DepthStep& step, const LateralFft& fft, int sign, View<const cf, 1> in, View<cf, 1> out,
-                    cf* record, StepScratch& s) {
-    const bool conjugate = sign < 0;
-    const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
-    fft.forward.run(in, spectrum);
-    const std::ptrdiff_t nref = step.phase.n[1];
-    for (std::ptrdiff_t k = 0; k < nref; ++k) {
-        const View<const cf, 1> space = step.space.slice(k);
-        multiply(spectrum, step.phase.slice(k), conjugate, shifted.p);
-        fft.inverse.run(shifted, work);
-        if (record) {
-            const auto part = k == 0 ? blend<false, false> : k + 1 < nref ? blend<true, false> : blend<true, true>;
-            part(work, space, step.level->weight.view().slice(k).p, step.level->dweight.view().slice(k).p, conjugate,
-                 static_cast<float>(sign) * step.dz_w, out.p, record);
-        } else if (step.blends) {
-            (k == 0 ? multiply_weighted : multiply_add_weighted)(work, space, step.level->weight.view().slice(k),
-                                                                 conjugate, out.p);
-        } else {
-            (k == 0 ? multiply : multiply_add)(work, space, conjugate, out.p);
-        }
-    }
-}
-
-/// The transpose of that; gradient += Re(conj(field) factor derivative).
+/// The transpose of shift(); gradient += Re(conj(field) factor derivative).
 void shift_transposed(const DepthStep& step, const LateralFft& fft, const Side& side, cf factor,
                       View<const cf, 1> derivative, View<float, 1> gradient, StepScratch& s) {
     const bool conjugate = side.sign > 0;
     const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
-    correlate(side.field.p, factor, derivative.p, gradient);
+    correlate_and_multiply(side.field, factor, derivative, step.space.slice(0), conjugate, gradient,
+                           step.blends ? side.field.p : work.p);
     for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
         if (step.blends) {
-            multiply_weighted(side.field, step.space.slice(k), step.level->weight.view().slice(k), conjugate, work.p);
-        } else {
+            weigh(side.field, step.level->weight.view().slice(k), work.p);
+        } else if (k > 0) {
             multiply(side.field, step.space.slice(k), conjugate, work.p);
         }
         fft.forward.run(work, shifted);
@@ -240,8 +200,8 @@ int record_columns(const Parms& par, const Medium& medium) {
 void apply_step_recorded(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
                          StepScratch& scratch) {
     for (const Side& side : {source, receiver}) {
-        shift_recorded(step, fft, side.sign, side.field, step.nstage > 0 ? side.record.slice(0) : side.out,
-                       step.blends ? side.record.slice(0).p : nullptr, scratch);
+        shift(step, fft, side.sign, side.field, step.nstage > 0 ? side.record.slice(0) : side.out,
+              step.blends ? side.record.slice(0).p : nullptr, scratch);
     }
     for (int i = 0; i < step.nstage; ++i) {
         apply_stage(step.stage[at(i)], source.sign, before_stage(source, i), before_stage(receiver, i),
@@ -274,7 +234,7 @@ void apply_step_derivative(const DepthStep& step, const LateralFft& fft, Side so
     const std::ptrdiff_t n = source.field.n[0];
     for (const Side& side : {source, receiver}) {
         const auto [factor, derivative] = shift_derivative(step, side);
-        shift_recorded(step, fft, side.sign, side.field, side.field, nullptr, scratch);
+        shift(step, fft, side.sign, side.field, side.field, nullptr, scratch);
         for (std::ptrdiff_t i = 0; i < n; ++i) side.field(i) += factor * derivative(i) * ds(i);
     }
     for (int i = 0; i < step.nstage; ++i) {
