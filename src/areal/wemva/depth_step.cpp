@@ -21,6 +21,26 @@ const float* floats(const cf* z) {
     return reinterpret_cast<const float*>(z);
 }
 
+/// Lane k of row i goes to lane i of row k.
+void transpose(Lanes (&row)[lane_count]) {
+    static_assert(lane_count == 8);
+    Lanes a[8], b[8];
+    for (int i = 0; i < 8; i += 2) {
+        a[i] = __builtin_shufflevector(row[i], row[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
+        a[i + 1] = __builtin_shufflevector(row[i], row[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
+    }
+    for (int i = 0; i < 8; i += 4) {
+        for (int j = 0; j < 2; ++j) {
+            b[i + 2 * j] = __builtin_shufflevector(a[i + j], a[i + j + 2], 0, 1, 8, 9, 4, 5, 12, 13);
+            b[i + 2 * j + 1] = __builtin_shufflevector(a[i + j], a[i + j + 2], 2, 3, 10, 11, 6, 7, 14, 15);
+        }
+    }
+    for (int i = 0; i < 4; ++i) {
+        row[i] = __builtin_shufflevector(b[i], b[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
+        row[i + 4] = __builtin_shufflevector(b[i], b[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+    }
+}
+
 // A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its
 // factors.
 typedef float Both __attribute__((vector_size(16)));
@@ -262,22 +282,45 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
     for (int istage = 0; istage < nstage_; ++istage) {
         ffd_factors(w, alph_[at(istage)], beta_[at(istage)], par_.trick, medium_.drift.view().slice(block).flat(),
                     medium_.curve.view().slice(block).flat(), gain, pivot);
-        for (int j = 0; j < count; ++j) {
-            const int level = first + j;
-            const int lane = level % lane_count;
-            DepthStep& step = steps_[at(level - first_)];
-            const View<cf, 1> q = drive_.slice(level - first_).slice(istage);
-            const View<float, 2> g = pivot_.slice(level - first_).slice(istage);
-            for (std::ptrdiff_t i = 0; i < nx; ++i) q.p[i] = cf(gain.p[i][lane], gain.p[nx + i][lane]);
-            for (std::ptrdiff_t t = 0; t < half; ++t) {
-                const std::ptrdiff_t r = last - t;
-                g.p[4 * t] = pivot.p[t][lane];
-                g.p[4 * t + 1] = pivot.p[nx + t][lane];
-                g.p[4 * t + 2] = r < nx ? pivot.p[r][lane] : 0.0f;
-                g.p[4 * t + 3] = r < nx ? pivot.p[nx + r][lane] : 0.0f;
+        const View<cf, 2> drive{drive_.slice(first - first_).slice(istage).p, {nx * nstage_, count}};
+        const View<float, 2> pivots{pivot_.slice(first - first_).slice(istage).p, {4 * half * nstage_, count}};
+        const int lane = first % lane_count;
+        // eight numbers of a lane at a time: four samples of the right side's factors, two pairs of pivots
+        Lanes row[lane_count];
+        const auto store = [&](float* column, std::ptrdiff_t stride, std::ptrdiff_t numbers) {
+            transpose(row);
+            for (int j = 0; j < count; ++j, column += stride) {
+                if (numbers == lane_count)
+                    std::memcpy(column, &row[lane + j], sizeof(Lanes));
+                else
+                    std::memcpy(column, &row[lane + j], at(numbers) * sizeof(float));
             }
+        };
+        for (std::ptrdiff_t i = 0; i < nx; i += 4) {
+            const std::ptrdiff_t samples = std::min<std::ptrdiff_t>(4, nx - i);
+            for (std::ptrdiff_t k = 0; k < samples; ++k) {
+                row[2 * k] = gain(i + k, 0);
+                row[2 * k + 1] = gain(i + k, 1);
+            }
+            store(floats(drive.p + i), 2 * drive.n[0], 2 * samples);
+        }
+        for (std::ptrdiff_t t = 0; t < half; t += 2) {
+            const std::ptrdiff_t pairs = std::min<std::ptrdiff_t>(2, half - t);
+            for (std::ptrdiff_t k = 0; k < pairs; ++k) {
+                const std::ptrdiff_t partner = last - t - k;
+                row[4 * k] = pivot(t + k, 0);
+                row[4 * k + 1] = pivot(t + k, 1);
+                row[4 * k + 2] = partner < nx ? pivot(partner, 0) : Lanes{};
+                row[4 * k + 3] = partner < nx ? pivot(partner, 1) : Lanes{};
+            }
+            store(pivots.p + 4 * t, pivots.n[0], 4 * pairs);
+        }
+        for (int j = 0; j < count; ++j) {
+            DepthStep& step = steps_[at(first + j - first_)];
             step.nstage = nstage_;
-            step.stage[at(istage)] = {q, g, cf(pivot.p[half][lane], pivot.p[nx + half][lane]), alph_[at(istage)] / w,
+            step.stage[at(istage)] = {drive_.slice(first + j - first_).slice(istage),
+                                      pivot_.slice(first + j - first_).slice(istage),
+                                      cf(pivot(half, 0)[lane + j], pivot(half, 1)[lane + j]), alph_[at(istage)] / w,
                                       beta_[at(istage)] / w / w};
         }
     }
