@@ -89,7 +89,7 @@ TEST(Image, TimeShiftsTurnTheCorrelation) {
 }
 
 TEST(Image, EitherSideIsTheTransposeOfTheForwardImage) {
-    for (const auto& [nx, nh] : {std::pair(16, 1), {16, 4}, {17, 9}, {1, 1}}) {
+    for (const auto& [nx, nh] : {std::pair(16, 1), {17, 9}, {1, 1}, {32, 4}, {33, 5}, {70, 41}, {97, 99}}) {
         Parms par = WaveCase{.nx = nx, .nh = nh}.parms();
         const ImageCondition condition(par);
         const Fields f(nx);
