@@ -124,3 +124,14 @@ TEST(ExactDerivative, ThreadsAgreeWithOneThread) {
     randomize(deltai.flat(), 42);
     EXPECT_LT(relative_difference<float>(shot.gradient(deltai, 3).flat(), shot.gradient(deltai).flat()), 1e-5);
 }
+
+TEST(ExactDerivative, TheModelsOwnReferencesGivenGiveItsImage) {
+    for (const Kind& kind : {kinds[0], kinds[1], kinds[3], kinds[6]}) {
+        const Shot shot(shot_of(kind, 0.0f).par, 0.3f, 0.02f);
+        WaveContext own = shot.context();
+        own.clear_margins = true;
+        const Array<float, 3> expected = shot.image_with(own, shot.vel);
+        const Array<float, 3> given = shot.image_with(shot.exact_context(), shot.vel);
+        EXPECT_LT(relative_difference<float>(given.flat(), expected.flat()), 1e-5) << kind.name;
+    }
+}
