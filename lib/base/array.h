@@ -16,6 +16,14 @@
 
 using cf = std::complex<float>;
 
+/// Real and imaginary parts in turn, for loops over them: the layout is the standard's.
+inline float* parts(cf* z) {
+    return reinterpret_cast<float*>(z);
+}
+inline const float* parts(const cf* z) {
+    return reinterpret_cast<const float*>(z);
+}
+
 template <std::size_t N>
 using Extents = std::array<std::ptrdiff_t, N>;
 

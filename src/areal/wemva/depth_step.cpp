@@ -14,13 +14,6 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-float* floats(cf* z) {
-    return reinterpret_cast<float*>(z);
-}
-const float* floats(const cf* z) {
-    return reinterpret_cast<const float*>(z);
-}
-
 /// Lane k of row i goes to lane i of row k.
 void transpose(Lanes (&row)[lane_count]) {
     static_assert(lane_count == 8);
@@ -63,7 +56,7 @@ void drive(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs) {
     const std::ptrdiff_t n = q.n[0];
     const Both turn = signs(sign);
     constexpr Both alternate{-1, 1, -1, 1};
-    const float* const g = floats(q.p);
+    const float* const g = parts(q.p);
     Both before{}, here = load_both(a, b) * turn;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         const Both behind = i + 1 < n ? load_both(a + i + 1, b + i + 1) * turn : Both{};
@@ -91,9 +84,9 @@ void add_correction(const cf* correction, int sign, std::ptrdiff_t n, const cf* 
 template <bool add>
 void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
     const std::ptrdiff_t n = in.n[0];
-    const float* const x = floats(in.p);
-    const float* const t = floats(table.p);
-    float* const y = floats(out);
+    const float* const x = parts(in.p);
+    const float* const t = parts(table.p);
+    float* const y = parts(out);
     const float turn = conjugate ? -1.0f : 1.0f;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         const float tr = t[2 * i], ti = turn * t[2 * i + 1];
@@ -107,8 +100,8 @@ void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* 
 /// out = in * weight, or out += in * weight
 template <bool add>
 void weighted(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
-    const float* const x = floats(in.p);
-    float* const y = floats(out);
+    const float* const x = parts(in.p);
+    float* const y = parts(out);
     for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
         y[2 * i] = (add ? y[2 * i] : 0.0f) + weight.p[i] * x[2 * i];
         y[2 * i + 1] = (add ? y[2 * i + 1] : 0.0f) + weight.p[i] * x[2 * i + 1];
@@ -118,9 +111,9 @@ void weighted(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
 /// With the shifted fields v_k: out (+)= weight_k v_k, record (+)= dweight_k v_k.
 template <bool add>
 void blend(View<const cf, 1> in, const float* weight, const float* dweight, cf* out, cf* record) {
-    const float* const x = floats(in.p);
-    float* const y = floats(out);
-    float* const d = floats(record);
+    const float* const x = parts(in.p);
+    float* const y = parts(out);
+    float* const d = parts(record);
     for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
         const float re = x[2 * i], im = x[2 * i + 1];
         y[2 * i] = (add ? y[2 * i] : 0.0f) + weight[i] * re;
@@ -132,9 +125,9 @@ void blend(View<const cf, 1> in, const float* weight, const float* dweight, cf* 
 
 /// After the last: out *= space, record = space record + i c out
 void finish_blend(View<const cf, 1> space, bool conjugate, float c, cf* out, cf* record) {
-    const float* const t = floats(space.p);
-    float* const y = floats(out);
-    float* const d = floats(record);
+    const float* const t = parts(space.p);
+    float* const y = parts(out);
+    float* const d = parts(record);
     const float turn = conjugate ? -1.0f : 1.0f;
     for (std::ptrdiff_t i = 0; i < space.n[0]; ++i) {
         const float tr = t[2 * i], ti = turn * t[2 * i + 1];
@@ -302,7 +295,7 @@ void StepTables::prepare_stages(float w, int block, int first, int count) {
                 row[2 * k] = gain(i + k, 0);
                 row[2 * k + 1] = gain(i + k, 1);
             }
-            store(floats(drive.p + i), 2 * drive.n[0], 2 * samples);
+            store(parts(drive.p + i), 2 * drive.n[0], 2 * samples);
         }
         for (std::ptrdiff_t t = 0; t < half; t += 2) {
             const std::ptrdiff_t pairs = std::min<std::ptrdiff_t>(2, half - t);

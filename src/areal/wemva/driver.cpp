@@ -156,7 +156,8 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
 }
 
 /// What to try after a run that went nowhere.
-std::string advice(const Parms& par) {
+std::string advice(const Parms& par, const Solver& state) {
+    if (state.task.starts_with("CONVERGENCE")) return ", the start model, which already meets the solver's test";
     std::string text = ", but no step was accepted: panel 1 is the start model";
     std::string tries;
     if (!par.exact()) tries += " gradient=exact";
@@ -179,7 +180,7 @@ void print_closing_line(qas::Session& session, const Parms& par, const Solver& s
     std::fprintf(stderr, "fun first %.6E, last %.6E; result: panel %d of Velout (%s)", course.first_fun,
                  course.last_fun, course.evaluations, velout.c_str());
     if (course.accepted == 0)
-        std::fputs(advice(par).c_str(), stderr);
+        std::fputs(advice(par, state).c_str(), stderr);
     else if (course.accepted_panel != course.evaluations)
         std::fprintf(stderr, ", a line-search trial; the model accepted last is panel %d", course.accepted_panel);
     std::fputc('\n', stderr);

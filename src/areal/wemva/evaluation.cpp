@@ -36,7 +36,7 @@ std::int64_t count_not_finite(std::span<const float> samples) {
 }
 
 void check_data(const char* tag, int ishot, View<const cf, 2> field) {
-    const std::span<const float> samples{reinterpret_cast<const float*>(field.p), 2 * field.flat().size()};
+    const std::span<const float> samples{parts(field.p), 2 * field.flat().size()};
     if (const std::int64_t bad = count_not_finite(samples); bad > 0)
         refuse("%s: shot %d holds %lld of %zu numbers that are not finite", tag, ishot, static_cast<long long>(bad),
                samples.size());

@@ -8,7 +8,7 @@ namespace {
 
 /// Real and imaginary parts of a field in two rows of the scratch.
 void split(View<const cf, 1> field, float* re, float* im) {
-    const auto* const z = reinterpret_cast<const float*>(field.p);
+    const float* const z = parts(field.p);
     for (std::ptrdiff_t i = 0; i < field.n[0]; ++i) {
         re[i] = z[2 * i];
         im[i] = z[2 * i + 1];
@@ -101,9 +101,9 @@ void spread_offsets(const std::vector<int>& ihso, Spread side, const float* kr, 
 }
 
 /// Parts of a field in the scratch: the known one between zeros, and the sums.
-struct Parts {
+struct Rows {
     float *kr, *ki, *gr, *gi;
-    explicit Parts(ImageScratch& scratch)
+    explicit Rows(ImageScratch& scratch)
         : kr(scratch.padded.view().slice(0).p + ImageScratch::block),
           ki(scratch.padded.view().slice(1).p + ImageScratch::block),
           gr(scratch.sum.view().slice(0).p),
@@ -113,10 +113,10 @@ struct Parts {
 /// gr, gi = image spread onto one field; the known field, in kr and ki, is turned by `phase`, a time shift t by
 /// exp(i turn 2 w t).
 void spread(const ImageCondition& condition, int iw, Spread side, cf phase, float turn, View<const float, 2> image,
-            View<const float, 2> next, const Parts& parts) {
+            View<const float, 2> next, const Rows& rows) {
     using Kind = ImageCondition::Kind;
     const std::ptrdiff_t nx = image.n[0];
-    const auto [kr, ki, gr, gi] = parts;
+    const auto [kr, ki, gr, gi] = rows;
     if (phase != cf(1.0f)) rotate(kr, ki, nx, phase);
     if (condition.kind == Kind::offset) {
         const std::ptrdiff_t half = next.size() / 2;  // the other side's call brings the other half
@@ -199,13 +199,13 @@ void owimage_adjoint(const ImageCondition& condition, int iw, Spread side, View<
                      View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch, View<const float, 2> next) {
     using Kind = ImageCondition::Kind;
     if (condition.kind != Kind::offset && condition.kind != Kind::time_shift) return;
-    const Parts parts(scratch);
-    split(known, parts.kr, parts.ki);
-    spread(condition, iw, side, 1.0f, -1.0f, image, next, parts);
-    auto* const z = reinterpret_cast<float*>(out.p);
+    const Rows rows(scratch);
+    split(known, rows.kr, rows.ki);
+    spread(condition, iw, side, 1.0f, -1.0f, image, next, rows);
+    float* const z = parts(out.p);
     for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
-        z[2 * i] += parts.gr[i];
-        z[2 * i + 1] += parts.gi[i];
+        z[2 * i] += rows.gr[i];
+        z[2 * i + 1] += rows.gi[i];
     }
 }
 
@@ -215,16 +215,16 @@ void owimage_transpose(const ImageCondition& condition, int iw, Spread side, Vie
     const bool source = side == Spread::source;
     cf phase = 1.0f;
     if (condition.rotated) phase = migration_phase(condition.w[static_cast<std::size_t>(iw)]);
-    const Parts parts(scratch);
-    const auto* const k = reinterpret_cast<const float*>(known.p);
+    const Rows rows(scratch);
+    const float* const k = parts(known.p);
     for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
-        parts.kr[i] = taper.p[i] * k[2 * i];
-        parts.ki[i] = taper.p[i] * k[2 * i + 1];
+        rows.kr[i] = taper.p[i] * k[2 * i];
+        rows.ki[i] = taper.p[i] * k[2 * i + 1];
     }
-    spread(condition, iw, side, source ? phase : std::conj(phase), source ? 1.0f : -1.0f, image, next, parts);
-    auto* const z = reinterpret_cast<float*>(out.p);
+    spread(condition, iw, side, source ? phase : std::conj(phase), source ? 1.0f : -1.0f, image, next, rows);
+    float* const z = parts(out.p);
     for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {
-        z[2 * i] = taper.p[i] * (z[2 * i] + parts.gr[i]);
-        z[2 * i + 1] = taper.p[i] * (z[2 * i + 1] + parts.gi[i]);
+        z[2 * i] = taper.p[i] * (z[2 * i] + rows.gr[i]);
+        z[2 * i + 1] = taper.p[i] * (z[2 * i + 1] + rows.gi[i]);
     }
 }

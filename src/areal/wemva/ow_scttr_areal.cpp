@@ -44,7 +44,7 @@ void owscctr(const Parms& par, const LateralFft& fft, const std::array<float, 10
     const auto cs = static_cast<float>(std::cos(static_cast<double>(p)));
     const float a = par.img.z.d * w;
     const float ca = cs * a, sa = sn * a;
-    auto* const z = reinterpret_cast<float*>(ddws.p);
+    float* const z = parts(ddws.p);
     for (std::ptrdiff_t i = 0; i < nx; ++i) {
         const float re = z[2 * i], im = z[2 * i + 1];
         z[2 * i] = ca * re - sa * im;

@@ -10,7 +10,7 @@ void cis_table(const float* phase, const float* scale, cf* table, std::ptrdiff_t
     constexpr float to_integer = 12582912.0f;  // 1.5 * 2^23: adding it rounds to the nearest integer
     constexpr float half_pi_1 = 1.5703125f, half_pi_2 = 4.837512969970703125e-4f, half_pi_3 = 7.5497899548918861e-8f;
     constexpr float reach = 6.0e3f;
-    auto* const out = reinterpret_cast<float*>(table);
+    float* const out = parts(table);
     std::int32_t largest = 0;  // of the magnitudes' bit patterns, which order as the magnitudes do
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         largest = std::max(largest, std::bit_cast<std::int32_t>(phase[i]) & 0x7fffffff);

@@ -10,13 +10,6 @@ std::size_t at(std::ptrdiff_t i) {
     return static_cast<std::size_t>(i);
 }
 
-float* parts(cf* z) {
-    return reinterpret_cast<float*>(z);
-}
-const float* parts(const cf* z) {
-    return reinterpret_cast<const float*>(z);
-}
-
 /// gradient += Re(conj(field) factor derivative), out = field table
 void correlate_and_multiply(View<const cf, 1> field, cf factor, View<const cf, 1> derivative, View<const cf, 1> table,
                             bool conjugate, View<float, 1> gradient, cf* out) {

@@ -53,8 +53,8 @@ void load_surface(const Parms& par, View<const cf, 2> surface, int iw, bool clea
 }
 
 void apply_taper(View<const float, 1> taper, View<const cf, 1> column, View<cf, 1> out) {
-    const auto* const z = reinterpret_cast<const float*>(column.p);
-    auto* const tapered = reinterpret_cast<float*>(out.p);
+    const float* const z = parts(column.p);
+    float* const tapered = parts(out.p);
 #pragma GCC ivdep
     for (std::ptrdiff_t i = 0; i < column.n[0]; ++i) {
         tapered[2 * i] = z[2 * i] * taper.p[i];

@@ -70,15 +70,15 @@ struct Slot {
 
 /// sum += Re(a conj(b))
 void correlate(View<const cf, 1> a, View<const cf, 1> b, View<float, 1> sum) {
-    const auto* const x = reinterpret_cast<const float*>(a.p);
-    const auto* const y = reinterpret_cast<const float*>(b.p);
+    const float* const x = parts(a.p);
+    const float* const y = parts(b.p);
     for (std::ptrdiff_t i = 0; i < a.n[0]; ++i) sum.p[i] += x[2 * i] * y[2 * i] + x[2 * i + 1] * y[2 * i + 1];
 }
 
 /// field += a deltas
 void scatter(View<const cf, 1> a, View<const float, 1> deltas, View<cf, 1> field) {
-    const auto* const x = reinterpret_cast<const float*>(a.p);
-    auto* const y = reinterpret_cast<float*>(field.p);
+    const float* const x = parts(a.p);
+    float* const y = parts(field.p);
     for (std::ptrdiff_t i = 0; i < a.n[0]; ++i) {
         y[2 * i] += x[2 * i] * deltas.p[i];
         y[2 * i + 1] += x[2 * i + 1] * deltas.p[i];

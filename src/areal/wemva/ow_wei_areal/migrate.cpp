@@ -33,7 +33,7 @@ struct Slot {
 };
 
 void add_illumination(View<const cf, 1> ws, View<float, 1> illum) {
-    const auto* const z = reinterpret_cast<const float*>(ws.p);
+    const float* const z = parts(ws.p);
     for (std::ptrdiff_t i = 0; i < ws.n[0]; ++i) illum.p[i] += z[2 * i] * z[2 * i] + z[2 * i + 1] * z[2 * i + 1];
 }
 
