@@ -1,6 +1,7 @@
 #pragma once
 /// Warnings of the dataset layer. They go to the standard error only: the standard output may carry a history, where a
 /// warning that quotes `name=value` would be read back as a parameter.
+#include <cstdarg>
 #include <cstdio>
 #include <set>
 #include <string>
@@ -21,5 +22,6 @@ struct Notes {
 
 /// Formats like printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string strprintf(const char* format, ...);
+[[gnu::format(printf, 1, 0)]] std::string vstrprintf(const char* format, std::va_list args);
 
 }  // namespace qas

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
 #include "lib/class/geodip.h"
+#include "lib/corelibs/qas/notes.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
@@ -58,6 +60,23 @@ void check_result(const Parms& par, const EvaluationArrays& arrays, const char* 
         cause += ", or do without l1norm";
     refuse("evaluation %d: %lld of %zu samples of the %s are not finite; likely cause: %s", titer,
            static_cast<long long>(bad), samples.size(), what, cause.c_str());
+}
+
+/// An image too weak for its squares: ends the run where fun is divided by them, and is warned of once where fun is 0.
+void check_energy(const Parms& par, int titer, View<const float, 3> image) {
+    float peak = 0.0f;
+    for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
+        for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih)
+            for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix)
+                if (par.counts_in_fun(static_cast<int>(ix))) peak = std::max(peak, std::abs(image(ix, ih, iz)));
+    if (peak * peak >= std::numeric_limits<float>::min()) return;
+    const std::string text = qas::strprintf(
+        "evaluation %d: the largest sample of the image that counts in fun is %g, whose square is 0 in single "
+        "precision: "
+        "check rec and sou, or scale them up",
+        titer, peak);
+    if (par.normalise) refuse("%s", text.c_str());
+    if (titer == 1) warn("%s", text.c_str());
 }
 
 // --- shots -----------------------------------------------------------------------------------------------------------
@@ -355,6 +374,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     if (Parms::light && !par.timeshift)
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
+    check_energy(par, titer, arrays.b_image);
 
     form_residual(run, arrays);
     write_panel(run, "Dimage", titer, arrays.b_image.flat());

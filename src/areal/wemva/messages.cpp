@@ -4,26 +4,13 @@
 #include <cstdio>
 #include <string>
 
+#include "lib/corelibs/qas/notes.h"
 #include "lib/corelibs/qas/qaserr.h"
-
-namespace {
-
-[[gnu::format(printf, 1, 0)]] std::string print(const char* format, std::va_list arguments) {
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, arguments);
-    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
-    return text;
-}
-
-}  // namespace
 
 void refuse(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    const std::string text = print(format, arguments);
+    const std::string text = qas::vstrprintf(format, arguments);
     va_end(arguments);
     qas::erexit(text);
 }
@@ -31,7 +18,7 @@ void refuse(const char* format, ...) {
 void warn(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    const std::string text = print(format, arguments);
+    const std::string text = qas::vstrprintf(format, arguments);
     va_end(arguments);
     std::fprintf(stderr, "warning: %s\n", text.c_str());
 }

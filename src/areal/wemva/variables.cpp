@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "src/areal/wemva/messages.h"
+
 namespace {
 
 constexpr bool adjoint = true, forward = false, fresh = false;
@@ -61,6 +63,7 @@ Bounds Variables::bounds(const Bounds& samples) const {
     const int nx = knots_->axd1.n, nxk = knots_->axk1.n;
     std::vector<std::pair<int, int>> columns;
     for (int k = 0; k < nxk; ++k) columns.push_back(reach(knots_->axd1, knots_->axk1, k));
+    std::size_t impossible = 0;
     for (int kz = 0; kz < knots_->ayk1.n; ++kz) {
         const auto [top, bottom] = reach(knots_->ayd1, knots_->ayk1, kz);
         for (int kx = 0; kx < nxk; ++kx) {
@@ -78,8 +81,14 @@ Bounds Variables::bounds(const Bounds& samples) const {
             const bool reaches = std::isfinite(down);  // a knot beside the model varies nothing and stays at 0
             out.l[k] = reaches ? -down : 0.0;
             out.u[k] = reaches ? up : 0.0;
+            impossible += out.l[k] > out.u[k];
         }
     }
+    if (impossible > 0)
+        warn(
+            "bounds: %zu of %zu knots reach samples that no common change brings within their bounds: wider bounds, or "
+            "a start model within them, are needed",
+            impossible, count());
     return out;
 }
 

@@ -227,6 +227,10 @@ TEST(Variables, BoundsOfTheCoefficientsKeepEverySampleWithinItsOwn) {
         }
         EXPECT_GT(moved, 0.05);
     }
+    samples.l[300] = 1.05, samples.u[301] = 0.95;
+    testing::internal::CaptureStderr();
+    inside.bounds(samples);
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with("warning: bounds: "));
 }
 
 TEST(Variables, LargestChangeBoundsTheFirstTrial) {
