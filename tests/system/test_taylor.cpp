@@ -4,6 +4,7 @@
 
 #include "tests/tiny_survey.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
@@ -20,15 +21,21 @@ TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
     EXPECT_THAT(run.out, HasSubstr("gradient=described, direction 1"));
     EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2, no lateral mean"));
     EXPECT_THAT(run.out, HasSubstr("verdict: the exact gradient is right"));
+    EXPECT_EQ(run.out.find("nan"), std::string::npos);
     for (const char* name : {"velout.H", "log"}) EXPECT_EQ(files::read_text(survey.dir / name), "kept\n");
 }
 
 TEST(TaylorProgram, RefusesWhatItCannotTest) {
-    files::TinySurvey survey(false);
-    std::vector<std::string> words = survey.command();
-    words.erase(words.begin());
-    words.push_back("reach=0.7");
-    const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
-    EXPECT_EQ(run.status, 23);
-    EXPECT_THAT(run.err, HasSubstr("reach=0.7: permitted is more than 0, less than 0.5"));
+    for (const bool quiet : {true, false}) {
+        files::TinySurvey survey(false);
+        if (quiet) std::ranges::fill(survey.sou.samples, 0.0f);
+        std::vector<std::string> words = survey.command();
+        words.erase(words.begin());
+        if (!quiet) words.push_back("reach=0.7");
+        const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
+        EXPECT_EQ(run.status, 23);
+        EXPECT_THAT(run.err,
+                    EndsWith(quiet ? "fun is 0 at the start model: there is nothing to test; check rec and sou\n"
+                                   : "reach=0.7: permitted is more than 0, less than 0.5\n"));
+    }
 }
