@@ -567,6 +567,16 @@ TEST(Driver, LoudDataEndTheRunAfterThePanelThatShowsIt) {
     EXPECT_EQ(files::header_value(files::read_text(survey.dir / "bkgimg.H"), "n4"), "1");
 }
 
+TEST(Driver, AFileSizeLimitIsAFailedWriteThatKeepsThePanelsBefore) {
+    TinySurvey survey(true);
+    constexpr std::size_t limit = 16384;
+    const Outcome run = survey.run("prlimit --fsize=" + std::to_string(limit));
+    EXPECT_EQ(run.status, 23);
+    EXPECT_THAT(run.err, HasSubstr("bkgimg"));
+    EXPECT_EQ(files::read_text(survey.dir / "bkgimg.H@").size(), limit);
+    EXPECT_EQ(files::read_dataset(survey.dir / "velout.H").size() / (16 * 8), 1 + limit / (4 * 16 * 3 * 8));
+}
+
 TEST(Driver, AKilledRunLeavesReadableOutputs) {
     TinySurvey survey(true);
     std::vector<std::string> words = survey.command();

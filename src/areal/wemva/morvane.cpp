@@ -1,4 +1,5 @@
 /// morvane: two-dimensional wave-equation migration velocity analysis.
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -49,6 +50,7 @@ int report(const char* text, qas::Session& session) {
 
 int main(int argc, char** argv) {
     flush_denormals();
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message
     if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
         std::fputs(usage, stdout);
         return 0;
