@@ -25,7 +25,7 @@ void step(benchmark::State& state, const char* extrap, int nref) {
     const Parms par = wave(state, extrap, nref).parms();
     const LateralFft fft(par.kxm.n, FFTW_PATIENT);
     const Array<float, 2> s = slowness(par.kxm.n, levels, 0.2f, 0.002f);
-    const Medium medium = prepare_medium(par, s, {}, nullptr);
+    const Medium medium = prepare_medium(par, s, {}, {});
     const int batch = StepTables::batch(par);
     Arena arena;
     StepTables tables(par, medium, batch, arena);

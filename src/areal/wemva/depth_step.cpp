@@ -154,8 +154,8 @@ void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
     weighted<false>(in, weight, out);
 }
 
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
-                      const ReferenceTable* given) {
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen) {
+    const ReferenceTable* const given = frozen.references;
     const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1];
     Medium medium;
     medium.levels.resize(at(nz));
@@ -173,7 +173,8 @@ Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const flo
         for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
             const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
             if (given) {
-                pspi_level_given(vel.slice(iz).flat(), table, (*given)[at(iz)], medium.levels[at(iz)]);
+                pspi_level_given(vel.slice(iz).flat(), table, (*given)[at(iz)], frozen.start.slice(iz).flat(),
+                                 medium.levels[at(iz)]);
             } else {
                 pspi_level(par, vel.slice(iz).flat(), table, medium.levels[at(iz)]);
             }

@@ -37,16 +37,21 @@ struct Medium {
     Array<Lanes, 2> curve;  ///< (nx, blocks) v^2 ((c/v)^2 + c/v + 1) / dx^2
 };
 
-/// Reference velocities of every level of a shot's window, kept while the model changes.
+/// Reference velocities of every level of a shot's window.
 using ReferenceTable = std::vector<std::vector<float>>;
+
+/// What is kept while the model of a shot changes, so that its steps depend on slowness smoothly.
+struct Frozen {
+    const ReferenceTable* references = nullptr;  ///< null: the model chooses its own
+    View<const float, 2> start;                  ///< (kxm.n, levels) the slowness by which samples choose among them
+};
 
 /// Prepare the model of one shot.
 /// @param vel    (kxm.n, levels) slowness (s/length), each > 0
 /// @param sref   (nref, 2, levels) region table, or empty
-/// @param given  reference velocities to use instead of the model's own (a tie of region bounds then goes to the slower
-///               region, and the samples' derivatives are prepared), or null
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
-                      const ReferenceTable* given);
+/// @param frozen if it has references: they are used instead of the model's own, a tie of region bounds goes to the
+///               slower region, and the samples' derivatives are prepared
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen);
 
 /// The reference velocities that a medium uses.
 ReferenceTable references_of(const Medium& medium);

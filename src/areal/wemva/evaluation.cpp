@@ -124,10 +124,12 @@ void stack(View<const float, 3> window, View<float, 3> image, int ish, int nodes
     for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz) stack(window.slice(iz), image.slice(iz), ish);
 }
 
+void cut_window(View<const float, 2> image, View<float, 2> window, int ish) {
+    for (std::ptrdiff_t i = 0; i < window.n[1]; ++i)
+        std::copy_n(image.slice(i).p + ish - 1, window.n[0], window.slice(i).p);
+}
 void cut_window(View<const float, 3> image, View<float, 3> window, int ish) {
-    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz)
-        for (std::ptrdiff_t ih = 0; ih < window.n[1]; ++ih)
-            std::copy_n(image.slice(iz).slice(ih).p + ish - 1, window.n[0], window.slice(iz).slice(ih).p);
+    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz) cut_window(image.slice(iz), window.slice(iz), ish);
 }
 
 /// Divides by the illumination where there is any.
@@ -142,23 +144,24 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
 /// Reference velocities of the exact mode. The finite-difference form stays below the velocities of the start model:
 /// where the two are equal its stages are at resonance just beyond the evanescent edge, undamped, and fun jumps with
 /// every model beside a laterally constant one; where the reference is the greater, they may amplify.
-ReferenceTable freeze_references(const Inversion& run, View<const float, 2> vel) {
+ReferenceTable freeze_references(const Inversion& run, View<const float, 2> start) {
     constexpr float below = 0.95f;
-    ReferenceTable table = references_of(prepare_medium(run.par, vel, run.vref, nullptr));
+    ReferenceTable table = references_of(prepare_medium(run.par, start, run.vref, {}));
     if (run.par.ffd())
         for (std::vector<float>& level : table) level[0] *= below;
     return table;
 }
 
-/// The context of shot ishot; in the exact mode with the reference velocities of its window of the start model, which
-/// is the model of the first evaluation.
-WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot) {
+/// The context of shot ishot, whose window begins at column ish, counted from 1; in the exact mode with the reference
+/// velocities of its window of the start model.
+WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes, int ishot, int ish) {
     WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
     context.memory = &arrays.memory;
     if (run.par.exact()) {
         ReferenceTable& table = arrays.references[run.par.areal ? 0 : static_cast<std::size_t>(ishot - 1)];
-        if (table.empty()) table = freeze_references(run, arrays.vel);
-        context.references = &table;
+        cut_window(run.vel0, arrays.start, ish);
+        if (table.empty()) table = freeze_references(run, arrays.start);
+        context.frozen = {&table, arrays.start};
         context.clear_margins = true;
     }
     return context;
@@ -228,6 +231,7 @@ EvaluationArrays::EvaluationArrays(const Parms& par)
       recv({par.rec.h.n, par.rec.w.n}),
       source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}) {
     if (par.exact()) {
+        start = vel;
         references.resize(static_cast<std::size_t>(par.areal ? 1 : par.rec.xd.n));
         if (par.l1norm || par.normalise) image = b_image;
         if (par.l1norm && par.normalise) weighted = b_image;
@@ -248,7 +252,7 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
         arrays.deltai.fill(0.0f);
         arrays.illum.fill(0.0f);
         const int nodes = owwei_init(par);
-        owwei(context_of(run, arrays, nodes, ishot), arrays.recv, arrays.source, arrays.vel, arrays.deltai,
+        owwei(context_of(run, arrays, nodes, ishot, ish), arrays.recv, arrays.source, arrays.vel, arrays.deltai,
               arrays.illum);
         stack(arrays.deltai, arrays.b_image, ish, nodes);
         stack(arrays.illum, arrays.illumination, ish);
@@ -332,7 +336,7 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
         arrays.deltas.fill(0.0f);
         const int nodes = owwemva_init(par, ishot);
         cut_window(arrays.b_image, arrays.deltai, ish);
-        const WaveContext context = context_of(run, arrays, nodes, ishot);
+        const WaveContext context = context_of(run, arrays, nodes, ishot, ish);
         if (par.exact())
             owwei_gradient(context, arrays.recv, arrays.source, arrays.vel, arrays.deltas, arrays.deltai);
         else

@@ -39,6 +39,7 @@ struct EvaluationArrays {
     Array<cf, 2> source;                  ///< (sou.h.n or rec.h.n, sou.w.n) its source wavefield
     Array<float, 3> image;                ///< exact: the stacked image (normalise), or the once-weighted one (l1norm)
     Array<float, 3> weighted;             ///< exact: the once-weighted image, with both
+    Array<float, 2> start;                ///< exact: (kxm.n, img.z.n) one shot's window of the start model
     std::vector<ReferenceTable> references;  ///< exact: of each shot's window of the start model (areal: of the model)
     std::vector<Arena> memory;               ///< work arrays of the passes, one arena a thread
     std::vector<double> gspl;                ///< spline coefficients of the gradient; only with knots

@@ -207,7 +207,7 @@ void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1
     View<const float, 2> level{vel.p, {vel.n[0], 1}};
     Parms form = par;  // whatever extrapolator the run names
     form.extrap = "ffd";
-    const Medium medium = prepare_medium(form, level, {}, nullptr);
+    const Medium medium = prepare_medium(form, level, {}, {});
     Arena arena;
     StepTables tables(par, medium, 1, arena);
     tables.prepare(iw, 0, 1);

@@ -15,19 +15,21 @@ struct Mix {
     float slope;  // derivative of the share with respect to slowness
 };
 
-/// The largest reference whose integer part lies below that of v, blended with the next by the distance relative to v.
-Mix blend(const std::vector<float>& vref, float v) {
+/// The largest reference whose integer part lies below that of `chosen_at`, blended with the next by the distance of v
+/// relative to v.
+Mix blend(const std::vector<float>& vref, float chosen_at, float v) {
     const int n = static_cast<int>(vref.size());
     int below = -1;
     for (int j = 0; j < n; ++j) {
         const auto c = vref[static_cast<std::size_t>(j)];
-        if (std::trunc(c) < std::trunc(v) && (below < 0 || c > vref[static_cast<std::size_t>(below)])) below = j;
+        if (std::trunc(c) < std::trunc(chosen_at) && (below < 0 || c > vref[static_cast<std::size_t>(below)]))
+            below = j;
     }
     if (below < 0) return {0, 0.0f, 0.0f};
     if (below >= n - 2) return {n - 1, 0.0f, 0.0f};
     const float c = vref[static_cast<std::size_t>(below)];
-    const float f = std::abs(v - c) / v;
-    return {below, f - std::trunc(f), v >= c ? -c : c};
+    if (v < c) return {below, 0.0f, 0.0f};  // a model that has moved away: no weight leaves [0, 1]
+    return {below, (v - c) / v, -c};
 }
 
 /// The region of velocity v, or -1 for a tie with the first bound, which belongs to no region.
@@ -39,7 +41,10 @@ int region(View<const float, 2> vref1, int nregion, float v) {
     return -1;
 }
 
-void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool regions, bool given, MediumLevel& level) {
+/// @param start the slowness by which samples choose among the references, if those are given; empty: they are not
+void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool regions, std::span<const float> start,
+                MediumLevel& level) {
+    const bool given = !start.empty();
     const auto nx = static_cast<std::ptrdiff_t>(vel.size());
     const auto nref = static_cast<std::ptrdiff_t>(level.vref.size());
     level.sdiff = Array<float, 2>({nx, nref});
@@ -55,8 +60,9 @@ void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool reg
     if (!regions && given) level.dweight = Array<float, 2>({nx, nref});
     for (std::ptrdiff_t i = 0; i < nx; ++i) {
         const float v = 1.0f / vel[static_cast<std::size_t>(i)];
+        const float chosen_at = given ? 1.0f / start[static_cast<std::size_t>(i)] : v;
         if (regions) {
-            int at = region(vref1, static_cast<int>(nref), v);
+            int at = region(vref1, static_cast<int>(nref), chosen_at);
             if (at < 0 && given) at = 1;
             if (at < 0) {
                 level.untouched.push_back(static_cast<int>(i));
@@ -64,7 +70,7 @@ void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool reg
                 level.weight(i, at) = 1.0f;
             }
         } else {
-            const Mix mix = blend(level.vref, v);
+            const Mix mix = blend(level.vref, chosen_at, v);
             level.weight(i, mix.iref) = 1.0f - mix.share;
             if (mix.iref + 1 < nref && mix.slope != 0.0f) {
                 level.weight(i, mix.iref + 1) = mix.share;
@@ -95,13 +101,13 @@ void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 
             level.vref = std::move(refs.vref);
         }
     }
-    fill_level(vel, vref1, regions, false, level);
+    fill_level(vel, vref1, regions, {}, level);
 }
 
 void pspi_level_given(std::span<const float> vel, View<const float, 2> vref1, const std::vector<float>& vref,
-                      MediumLevel& level) {
+                      std::span<const float> start, MediumLevel& level) {
     level.vref = vref;
-    fill_level(vel, vref1, vref1.p != nullptr, true, level);
+    fill_level(vel, vref1, vref1.p != nullptr, start, level);
 }
 
 void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel,

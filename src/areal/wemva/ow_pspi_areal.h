@@ -13,9 +13,11 @@
 /// @param vref1 (nref, 2) region table: centre and upper bound, -1 for no region; empty: references from owvref
 void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 2> vref1, MediumLevel& level);
 
-/// As pspi_level for given reference velocities (as pspi_level left them) instead of the level's own.
+/// As pspi_level for given reference velocities (as pspi_level left them) instead of the level's own, each sample with
+/// the region, or the two references, that it has in the level `start` (nx) of another model. Below the lower of the
+/// two that one's field serves alone, so that the result is continuous in slowness.
 void pspi_level_given(std::span<const float> vel, View<const float, 2> vref1, const std::vector<float>& vref,
-                      MediumLevel& level);
+                      std::span<const float> start, MediumLevel& level);
 
 /// Carry one monochromatic wavefield one depth step down through laterally varying slowness.
 /// @param iw    frequency index

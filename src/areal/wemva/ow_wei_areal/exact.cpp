@@ -112,9 +112,9 @@ struct Frequency {
 template <class Work, class Sum>
 void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, bool transposed, Work work, Sum sum) {
-    assert(context.references != nullptr && context.clear_margins);
+    assert(context.frozen.references != nullptr && context.clear_margins);
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.references);
+    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
     const ImageCondition condition(par);
     std::vector<Arena> own;
     std::vector<Slot> slots;

@@ -184,7 +184,7 @@ template <class Work, class Sum>
 void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, bool adj, Work work, Sum sum) {
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.references);
+    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
     const ImageCondition condition(par);
     std::vector<Arena> own;
     std::vector<Slot> slots;

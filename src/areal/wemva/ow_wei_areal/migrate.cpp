@@ -65,7 +65,7 @@ void migrate_frequency(const WaveContext& context, const ImageCondition& conditi
 void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
            View<float, 3> image, View<float, 2> illum) {
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.references);
+    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
     const ImageCondition condition(par);
     std::vector<Arena> own;
     std::vector<Slot> slots;

@@ -24,7 +24,7 @@ struct Shot {
         owtaper(par.tapertr, taper);
         randomize(recv.flat(), 31);
         randomize(source.flat(), 32);
-        references = references_of(prepare_medium(par, vel, {}, nullptr));
+        references = references_of(prepare_medium(par, vel, {}, {}));
     }
     /// Pick fields by slowness regions with these centres, bounded halfway between them.
     void set_regions(const std::vector<float>& centres) {
@@ -37,7 +37,7 @@ struct Shot {
                 sref(i, 1, iz) = i + 1 < n ? 0.5f * (centres[at] + centres[at + 1]) : 1e6f;
             }
         }
-        references = references_of(prepare_medium(par, vel, sref.view(), nullptr));
+        references = references_of(prepare_medium(par, vel, sref.view(), {}));
     }
     WaveContext context(int nodes = 1) const {
         const View<const float, 3> table = sref.n()[0] > 0 ? sref.view() : View<const float, 3>{};
@@ -46,7 +46,7 @@ struct Shot {
     /// With fixed references and clear margins, so that the image is a function of the slowness alone.
     WaveContext exact_context(int nodes = 1) const {
         WaveContext exact = context(nodes);
-        exact.references = &references;
+        exact.frozen = {&references, vel};
         exact.clear_margins = true;
         return exact;
     }

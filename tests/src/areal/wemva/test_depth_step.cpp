@@ -252,7 +252,7 @@ TEST(StepTables, LevelsPreparedTogetherEqualLevelsPreparedAlone) {
     for (const char* extrap : {"ffd", "pspi"}) {
         const Parms par = WaveCase{.nx = 21, .nz = 19, .extrap = extrap, .nref = 3, .dipop = 80}.parms();
         const Array<float, 2> s = slowness(21, 19, 0.25f);
-        const Medium medium = prepare_medium(par, s, {}, nullptr);
+        const Medium medium = prepare_medium(par, s, {}, {});
         const LateralFft fft(21, FFTW_ESTIMATE);
         Arena arena;
         StepTables tables(par, medium, 19, arena);

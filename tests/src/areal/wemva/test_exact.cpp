@@ -36,18 +36,7 @@ Shot shot_of(const Kind& kind, float variation, int nx = 33) {
         par.img.th = {5, 0.006f, -0.012f, {}};
     }
     Shot shot(par, variation, 0.02f);
-    // The choice of reference fields jumps where the velocity passes a reference or a bound; the derivative takes it as
-    // fixed. So no sample stands within 1 % of one.
-    std::vector<float> jumps;
-    if (kind.nref > 1) jumps = {1650.0f, 2000.0f, 2450.0f};
-    if (kind.regions) jumps = {1.0f / 4.6e-4f, 1.0f / 5.55e-4f};
-    for (float& s : shot.vel.flat()) {
-        for (const float v : jumps) {
-            const float ratio = 1.0f / (s * v);
-            if (std::abs(ratio - 1.0f) < 0.01f) s = 1.0f / (v * (ratio < 1.0f ? 0.99f : 1.01f));
-        }
-    }
-    if (kind.nref > 1) shot.references.assign(static_cast<std::size_t>(shot.par.nz), jumps);
+    if (kind.nref > 1) shot.references.assign(static_cast<std::size_t>(shot.par.nz), {1650.0f, 2000.0f, 2450.0f});
     if (kind.regions) shot.set_regions({4.2e-4f, 5.0e-4f, 6.1e-4f});
     return shot;
 }

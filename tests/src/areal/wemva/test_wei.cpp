@@ -117,7 +117,7 @@ TEST(Passes, KeptMemoryChangesNothing) {
                 randomize(deltai.flat(), 8);
                 for (WaveContext context : {shot.context(), shot.exact_context()}) {
                     context.memory = &memory;
-                    const bool frozen = context.references != nullptr;
+                    const bool frozen = context.frozen.references != nullptr;
                     if (frozen)
                         owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), exact,
                                        deltai.view());
