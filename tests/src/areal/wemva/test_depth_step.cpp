@@ -169,6 +169,29 @@ TEST(Pspi, BlendsTheTwoReferencesNextToTheVelocity) {
     EXPECT_LT(relative_difference<cf>(step_pspi(par, +1, field, s), narrow(sum)), 5e-6);
 }
 
+TEST(Pspi, GivenReferencesStayWithTheSamplesThatChoseThem) {
+    const std::vector<float> references{1000.4f, 1500.4f, 2000.4f};
+    std::vector<float> start, s;
+    for (const float c : {1000.5f, 1250.0f, 1600.0f, 1001.5f}) start.push_back(1.0f / c);
+    for (const float c : {1250.0f, 1600.0f, 1250.0f, 999.0f}) s.push_back(1.0f / c);
+    MediumLevel level;
+    pspi_level_given(s, {}, references, start, level);
+    const float share = (1600.0f - 1000.4f) / 1600.0f;
+    const float expected[4][3] = {{1, 0, 0}, {1 - share, share, 0}, {0, 0, 1}, {1, 0, 0}};
+    for (std::ptrdiff_t i = 0; i < 4; ++i) {
+        for (std::ptrdiff_t k = 0; k < 3; ++k) EXPECT_NEAR(level.weight(i, k), expected[i][k], 2e-6) << i << ' ' << k;
+        EXPECT_EQ(level.dweight(i, 1), i == 1 ? -1000.4f : 0.0f) << i;
+    }
+    Array<float, 2> table({3, 2});  // slowness of the centres, and bounds of 1250 and 1667
+    const float rows[3][2] = {{5e-4f, 6e-4f}, {7e-4f, 8e-4f}, {1e-3f, 1e6f}};
+    for (std::ptrdiff_t k = 0; k < 3; ++k) table(k, 0) = rows[k][0], table(k, 1) = rows[k][1];
+    const int region[4] = {2, 2, 1, 2};
+    start[1] = 1.0f / 1249.0f;
+    pspi_level_given(s, table, references, start, level);
+    for (std::ptrdiff_t i = 0; i < 4; ++i)
+        for (std::ptrdiff_t k = 0; k < 3; ++k) EXPECT_EQ(level.weight(i, k), k == region[i]) << i << ' ' << k;
+}
+
 TEST(Pspi, ANarrowLevelTakesItsMaximumAsTheOnlyReference) {
     Parms par = WaveCase{.nx = 4, .nref = 3}.parms();
     std::vector<float> s;
