@@ -428,7 +428,7 @@ TEST(Driver, NoShotsGiveEmptyPanels) {
     const std::vector<LogLine> log = read_log(survey);
     ASSERT_EQ(log.size(), 1u);
     EXPECT_EQ(log[0].fun, 0.0);
-    EXPECT_THAT(run.err, HasSubstr("warning: evaluation 1: the largest sample of the image that counts in fun is 0,"));
+    EXPECT_THAT(run.err, HasSubstr("warning: evaluation 1: fun is 0, and no model lowers it: check rec and sou"));
     EXPECT_THAT(run.err, HasSubstr("CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL; 1 evaluations"));
     EXPECT_THAT(run.err, EndsWith("the start model, which already meets the solver's test\n"));
     EXPECT_EQ(sum_of_squares(files::read_dataset(survey.dir / "bkgimg.H")), 0.0);
@@ -495,8 +495,8 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
                   [](TinySurvey& s) { s.vel.samples[8] = 0.0f; }},
              Case{"rec: shot 2 holds 1 of 72 numbers that are not finite\n",
                   [](TinySurvey& s) { s.rec.samples[100] = NAN; }},
-             Case{"evaluation 1: the largest sample of the image that counts in fun is 0, whose square is 0 in single "
-                  "precision: check rec and sou, or scale them up\n",
+             Case{"evaluation 1: normalise=yes divides by the energy of the image, which is 0 where it counts in fun: "
+                  "check rec, sou, fun_xmin and fun_xmax\n",
                   [](TinySurvey& s) {
                       s.arguments["gradient"] = "exact", s.arguments["normalise"] = "y";
                       std::ranges::fill(s.sou.samples, 0.0f);

@@ -21,6 +21,10 @@ TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
     EXPECT_THAT(run.out, HasSubstr("gradient=described, direction 1"));
     EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2, no lateral mean"));
     EXPECT_THAT(run.out, HasSubstr("verdict: the exact gradient is right"));
+    words.push_back("reach=1e-9");
+    const files::Outcome noise = files::run_program("morvane_taylor", words, survey.dir.text(), "");
+    EXPECT_EQ(noise.status, 2) << noise.out;
+    EXPECT_THAT(noise.out, HasSubstr("verdict: none, fun is too noisy or too rough"));
     EXPECT_EQ(run.out.find("nan"), std::string::npos);
     for (const char* name : {"velout.H", "log"}) EXPECT_EQ(files::read_text(survey.dir / name), "kept\n");
 }

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
 #include "lib/class/geodip.h"
-#include "lib/corelibs/qas/notes.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
@@ -60,23 +58,6 @@ void check_result(const Parms& par, const EvaluationArrays& arrays, const char* 
         cause += ", or do without l1norm";
     refuse("evaluation %d: %lld of %zu samples of the %s are not finite; likely cause: %s", titer,
            static_cast<long long>(bad), samples.size(), what, cause.c_str());
-}
-
-/// An image too weak for its squares: ends the run where fun is divided by them, and is warned of once where fun is 0.
-void check_energy(const Parms& par, int titer, View<const float, 3> image) {
-    float peak = 0.0f;
-    for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
-        for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih)
-            for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix)
-                if (par.counts_in_fun(static_cast<int>(ix))) peak = std::max(peak, std::abs(image(ix, ih, iz)));
-    if (peak * peak >= std::numeric_limits<float>::min()) return;
-    const std::string text = qas::strprintf(
-        "evaluation %d: the largest sample of the image that counts in fun is %g, whose square is 0 in single "
-        "precision: "
-        "check rec and sou, or scale them up",
-        titer, peak);
-    if (par.normalise) refuse("%s", text.c_str());
-    if (titer == 1) warn("%s", text.c_str());
 }
 
 // --- shots -----------------------------------------------------------------------------------------------------------
@@ -295,10 +276,11 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays) {
 
 double objective(const Parms& par, View<const float, 3> b_image) {
     const std::ptrdiff_t second = par.exact() ? b_image.n[1] : par.img.sh.n;
+    const auto square = [&](float r) { return par.exact() ? static_cast<double>(r) * r : r * r; };
     double fun = 0.0;
     for (std::ptrdiff_t iz = 0; iz < b_image.n[2]; ++iz) {
         for (std::ptrdiff_t ish = 0; ish < second; ++ish) {
-            for (const float r : b_image.slice(iz).slice(ish).flat()) fun += par.l1norm ? std::abs(r) : r * r;
+            for (const float r : b_image.slice(iz).slice(ish).flat()) fun += par.l1norm ? std::abs(r) : square(r);
         }
     }
     return fun;
@@ -378,13 +360,22 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     if (Parms::light && !par.timeshift)
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
-    check_energy(par, titer, arrays.b_image);
 
     form_residual(run, arrays);
     write_panel(run, "Dimage", titer, arrays.b_image.flat());
     check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
 
+    if (par.normalise && energy(arrays.image.flat()) == 0.0)
+        refuse(
+            "evaluation %d: normalise=yes divides by the energy of the image, which is 0 where it counts in fun: check "
+            "rec, sou, fun_xmin and fun_xmax",
+            titer);
     const double fun = value(par, arrays);
+    if (titer == 1 && fun == 0.0)
+        warn(
+            "evaluation 1: fun is 0, and no model lowers it: check rec and sou (weak data have squares of 0: scale "
+            "them "
+            "up), nh and horv0");
     if (par.exact()) differentiate_objective(run, arrays, fun);
     const float start1 = owexec_time();
     back_project(run, arrays);

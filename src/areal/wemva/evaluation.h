@@ -57,8 +57,8 @@ FxDesign fx2d_design(const Parms& par);
 /// reweighting with l1norm, weight again; with the exact gradient also zero outside the columns that count.
 void form_residual(const Inversion& run, EvaluationArrays& arrays);
 
-/// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision, sum in double. In the
-/// described mode the second axis is img.sh also with time shifts, where it is empty; in the exact mode it is the one
+/// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision (in double in the exact
+/// mode), sum in double. In the described mode the second axis is img.sh also with time shifts, where it is empty; in the exact mode it is the one
 /// that is there.
 double objective(const Parms& par, View<const float, 3> b_image);
 

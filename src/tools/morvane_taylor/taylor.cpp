@@ -34,11 +34,13 @@ std::vector<TaylorRow> taylor_rows(const TaylorLine& line) {
     return rows;
 }
 
-double slope_error(const TaylorLine& line) {
-    const double blur = line.noise / line.central_h;
-    if (std::abs(line.slope - line.central) <= 3.0 * blur) return 0.0;
-    if (std::abs(line.central) <= blur) return std::numeric_limits<double>::infinity();
-    return std::abs(line.slope / line.central - 1.0);
+SlopeCheck check_slope(const TaylorLine& line) {
+    const double doubt = 3.0 * line.noise / line.central_h + 2.0 * line.bend, size = std::abs(line.central);
+    const double difference = std::abs(line.slope - line.central), limit = slope_limit * size;
+    const SlopeVerdict verdict = difference > limit + doubt ? SlopeVerdict::wrong
+                                 : doubt > limit            ? SlopeVerdict::undecided
+                                                            : SlopeVerdict::right;
+    return {difference / size, doubt / size, verdict};
 }
 
 double choose_central_step(const TaylorLine& line) {
@@ -85,7 +87,7 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
     for (std::size_t i = 0; i < d.size(); ++i) reach = std::max(reach, std::abs(d[i]) / x[i]);
     const double tiny = 8.0 * rounding / reach;
     std::vector<double> near{fun0};
-    for (int i = 1; i <= 5; ++i) near.push_back(value(moved(x, d, i * tiny)));
+    for (int i = 1; i <= 9; ++i) near.push_back(value(moved(x, d, i * tiny)));
     line.noise = noise_of(near);
     const auto central = [&](double step) {
         return (value(moved(x, d, step)) - value(moved(x, d, -step))) / (2.0 * step);
@@ -93,10 +95,12 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
     line.central_h = choose_central_step(line);
     line.central = central(line.central_h);
     // fun may bend on a scale below the steps given: halve until the difference settles or the noise has it
-    for (double step = 0.5 * line.central_h; step > tiny && line.noise / step < settled * std::abs(line.central);
-         step *= 0.5) {
+    int agreed = 0;
+    for (double step = 0.5 * line.central_h; step > tiny && agreed < 2; step *= 0.5) {
         const double finer = central(step);
-        if (std::abs(finer - line.central) <= settled * std::abs(finer)) break;
+        line.bend = std::abs(finer - line.central);
+        if (line.noise / step >= settled * std::abs(line.central)) break;
+        agreed = line.bend <= settled * std::abs(finer) ? agreed + 1 : 0;
         line.central_h = step;
         line.central = finer;
     }

@@ -13,6 +13,7 @@ struct TaylorLine {
     std::vector<double> h, fun;  ///< steps, falling by halves, and values there
     double central_h = 0.0;      ///< step of the central difference
     double central = 0.0;        ///< (fun(x + h d) - fun(x - h d)) / 2h
+    double bend = 0.0;           ///< what the last halving of that step changed in it
 };
 
 /// Remainders and their rates of decay between a step and the one before: 1 and 2 for a right gradient, until the
@@ -22,13 +23,20 @@ struct TaylorRow {
 };
 std::vector<TaylorRow> taylor_rows(const TaylorLine& line);
 
-/// |<g,d> / central - 1|; 0 where the two differ by the noise of the central difference alone, infinite where that
-/// drowns in the noise and the slope does not vanish with it.
-double slope_error(const TaylorLine& line);
+/// The slope beside the central difference: `wrong` where they differ by more than `slope_limit` of the latter and its
+/// doubt can account for, `undecided` where that doubt is more than the limit.
+enum class SlopeVerdict { right, wrong, undecided };
+struct SlopeCheck {
+    double error;  ///< |<g,d> / central - 1|
+    double doubt;  ///< three standard deviations of the noise of central, and twice its bend, relative to it
+    SlopeVerdict verdict;
+};
+inline constexpr double slope_limit = 0.01;
+SlopeCheck check_slope(const TaylorLine& line);
 
 /// The largest step whose third-order error is small and the smallest that noise leaves: h of the central difference,
 /// from the noise and the curvature of the values at hand, within the steps given. taylor_line halves it further until
-/// the difference settles.
+/// the difference has settled twice running.
 double choose_central_step(const TaylorLine& line);
 
 /// Standard deviation of the noise of equally spaced values of a smooth function, from their third differences.

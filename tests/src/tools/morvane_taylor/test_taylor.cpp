@@ -29,21 +29,26 @@ TEST(Taylor, RatesAreOneAndTwoForARightSlopeAndOneForAWrongOne) {
     EXPECT_NEAR(wrong.back().second_rate, 1.0, 0.15);
 }
 
-TEST(Taylor, SlopeErrorIsRelativeToTheCentralDifference) {
-    EXPECT_LT(slope_error(line_of(2.0, 1e-9)), 1e-3);
-    EXPECT_NEAR(slope_error(line_of(2.1, 1e-9)), 0.05, 1e-3);
-    EXPECT_NEAR(slope_error(line_of(-2.0, 1e-9)), 2.0, 1e-2) << "the sign counts";
-    TaylorLine flat;  // a slope within the noise of the difference is no error, a large one is
-    flat.noise = 1e-3;
-    flat.central_h = 0.1;
-    flat.central = 1e-3;
-    flat.slope = 2e-2;
-    EXPECT_EQ(slope_error(flat), 0.0);
-    flat.slope = 1.0;
-    EXPECT_TRUE(std::isinf(slope_error(flat)));
-    flat.central = 1.5e-2;  // above the noise, and off by less than it
-    flat.slope = 2.5e-2;
-    EXPECT_EQ(slope_error(flat), 0.0);
+TEST(Taylor, SlopesAreRightWrongOrUndecided) {
+    using enum SlopeVerdict;
+    EXPECT_EQ(check_slope(line_of(2.0, 1e-9)).verdict, right);
+    EXPECT_NEAR(check_slope(line_of(2.1, 1e-9)).error, 0.05, 1e-3);
+    EXPECT_EQ(check_slope(line_of(2.1, 1e-9)).verdict, wrong);
+    EXPECT_NEAR(check_slope(line_of(-2.0, 1e-9)).error, 2.0, 1e-2) << "the sign counts";
+    const struct {
+        double noise, bend, central, slope;
+        SlopeVerdict verdict;
+    } rows[] = {{1e-3, 0.0, 1e-3, 2e-2, undecided},  // three deviations of the difference are 0.03
+                {1e-3, 0.0, 1e-3, 1.0, wrong},      {1e-3, 0.0, 1.5e-2, 2.5e-2, undecided},
+                {1e-3, 0.0, 1e-3, 1e-3, undecided},  // an agreement by chance proves nothing
+                {1e-3, 0.0, 4.0, 4.05, right},      {1e-3, 0.0, 4.0, 4.08, wrong},
+                {1e-3, 0.1, 4.0, 4.08, undecided}};
+    for (const auto& row : rows) {
+        TaylorLine line;
+        line.noise = row.noise, line.bend = row.bend, line.central_h = 0.1, line.central = row.central,
+        line.slope = row.slope;
+        EXPECT_EQ(check_slope(line).verdict, row.verdict) << row.central << ' ' << row.slope;
+    }
 }
 
 TEST(Taylor, StepGrowsWithTheNoise) {
@@ -60,7 +65,7 @@ TEST(Taylor, AFunctionThatBendsWithinTheStepsIsSeenThrough) {
     };
     const TaylorLine line = taylor_line(kinked, x, d, g, 5.0, 6);
     EXPECT_LT(line.central_h, 1e-3);
-    EXPECT_LT(slope_error(line), 0.01);
+    EXPECT_EQ(check_slope(line).verdict, SlopeVerdict::right);
 }
 
 TEST(Taylor, NoiseIsMeasuredBesideASmoothTrend) {
