@@ -264,12 +264,15 @@ TEST(Driver, BoundsHoldInEveryTrial) {
     };
     for (const Case& c : {Case{{{"p_up", "1"}, {"p_lo", "1"}}, 0.99, 1.01},  // percentages, not factors
                           Case{{{"p_up", "30"}, {"p_lo", "0.9"}}, 0.9, 1.3},
-                          Case{{{"cbounds", "y"}, {"vmin", "1600"}, {"vmax", "2100"}}, 1600, 2100}}) {
+                          Case{{{"cbounds", "y"}, {"vmin", "1600"}, {"vmax", "2100"}}, 1600, 2100},
+                          Case{{{"cbounds", "y"}, {"vmin", "1800"}, {"vmax", "2100"}}, 1800, 2100}}) {
         TinySurvey survey(true);
         survey.arguments["bounds"] = "y";
         for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
         const bool constant = c.arguments.contains("cbounds");
-        ASSERT_EQ(survey.run().status, 0);
+        const Outcome run = survey.run();
+        ASSERT_EQ(run.status, 0);
+        EXPECT_EQ(run.err.find("of the start model lie outside") != std::string::npos, c.least == 1800);
         const std::vector<LogLine> log = read_log(survey);
         const int evaluations = count_evaluations(log);
         const std::vector<float> velocity = files::read_dataset(survey.dir / "velout.H");
@@ -483,6 +486,12 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
                   "are "
                   "needed\n",
                   [](TinySurvey& s) { s.arguments["mmax"] = "100000000"; }},
+             Case{"mmax=20: 20 correction pairs of 1e+08 variables are more than the solver can number; fewer are "
+                  "needed\n",
+                  [](TinySurvey& s) {
+                      s.arguments["gradient"] = "exact", s.arguments["mmax"] = "20";
+                      s.arguments["nxk"] = s.arguments["nzk"] = "10000";
+                  }},
              Case{"horv0=absent: cannot read this horizon file: No such file or directory\n",
                   [](TinySurvey& s) { s.arguments["horv0"] = "absent"; }},
              Case{

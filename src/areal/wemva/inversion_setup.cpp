@@ -29,7 +29,9 @@ Parms read_parms(qas::Session& session) {
 
 int read_pairs(qas::Session& session, const Parms& par) {
     const int mmax = session.from_param<int>("mmax", 10);
-    const double variables = static_cast<double>(par.img.z.n) * par.img.xm.n;
+    const bool knots = par.exact() && par.spline_grad();
+    const double variables =
+        knots ? static_cast<double>(par.axk.n) * par.azk.n : static_cast<double>(par.img.z.n) * par.img.xm.n;
     const double work = (2.0 * mmax + 4.0) * variables + 12.0 * mmax * mmax + 12.0 * mmax;
     if (work > std::numeric_limits<int>::max())
         refuse("mmax=%d: %.4g correction pairs of %.4g variables are more than the solver can number; fewer are needed",
@@ -77,7 +79,7 @@ float required_real(qas::Session& session, const char* key) {
     return value;
 }
 
-void set_constant_bounds(qas::Session& session, Bounds& bounds) {
+void set_constant_bounds(qas::Session& session, std::span<const double> start, Bounds& bounds) {
     const float vmin = required_real(session, "vmin");
     const float vmax = required_real(session, "vmax");
     if (!(vmin > 0.0f)) refuse("vmin=%g: a velocity greater than 0 is needed", vmin);
@@ -85,6 +87,14 @@ void set_constant_bounds(qas::Session& session, Bounds& bounds) {
     if (vmin > vmax) warn("vmin=%g is greater than vmax=%g: no model lies within the bounds", vmin, vmax);
     std::ranges::fill(bounds.l, 1.0f / vmax);
     std::ranges::fill(bounds.u, 1.0f / vmin);
+    const auto outside = std::ranges::count_if(
+        start, [&](double s) { return vmin <= vmax && (s < bounds.l.front() || s > bounds.u.front()); });
+    if (outside > 0)
+        warn(
+            "vmin=%g vmax=%g: %td of %td samples of the start model lie outside; the run begins with these at the "
+            "bound "
+            "(with knots: within the room of their coefficients)",
+            vmin, vmax, outside, std::ssize(start));
 }
 
 /// Bounds as factors of the start model; a value of 1 or more is a percentage.
@@ -110,7 +120,7 @@ Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const do
     Bounds bounds(start.size());
     if (session.from_param<bool>("bounds", false)) {
         if (session.from_param<bool>("cbounds", false))
-            set_constant_bounds(session, bounds);
+            set_constant_bounds(session, start, bounds);
         else
             set_relative_bounds(session, start, bounds);
     } else if (par.exact() || par.firststep > 0.0f) {
