@@ -478,10 +478,12 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
             least, most, cycles, par.v.z.d, frequency);
 
     if (!par.pspi() || par.lloyd || par.nref < 2) return;
-    std::int64_t fast = 0, fast_levels = 0;
+    std::int64_t fast = 0, fast_levels = 0, even_levels = 0;
     for (std::ptrdiff_t iz = 0; iz < vel0.n[1]; ++iz) {
         std::int64_t in_level = 0;
         for (std::ptrdiff_t ix = 0; ix < vel0.n[0]; ++ix) in_level += 1.0f / vel0(ix, iz) >= par.vsal;
+        const auto [low, high] = std::ranges::minmax(vel0.slice(iz).flat());
+        even_levels += std::trunc(1.0f / low) == std::trunc(1.0f / high);
         fast += in_level;
         fast_levels += in_level == vel0.n[0];
     }
@@ -495,4 +497,9 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
             "nrefvel=2: %lld samples lie at or above vsal=%g and take one reference; the other is the smallest "
             "velocity of the level",
             static_cast<long long>(fast), par.vsal);
+    if (even_levels > 0 && par.exact())
+        warn(
+            "nrefvel=%d: %lld of %lld levels of the start model hold one velocity, and so keep one reference for the "
+            "run",
+            par.nref, static_cast<long long>(even_levels), static_cast<long long>(vel0.n[1]));
 }

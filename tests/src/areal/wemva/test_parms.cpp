@@ -615,6 +615,8 @@ TEST(CheckModel, WarnsOfVelocitiesAndOfAFastBodyWithTwoReferences) {
     EXPECT_THAT(warnings(), HasSubstr("nrefvel=2: 1 samples lie at or above vsal=3000"));
     model(0, 1) = 1.0f / 4000.0f;
     EXPECT_THAT(warnings(), HasSubstr("vsal=3000: at 1 of 2 levels no velocity lies below it"));
+    par.gradient = "exact";
+    EXPECT_THAT(warnings(), HasSubstr("nrefvel=2: 2 of 2 levels of the start model hold one velocity"));
     par.extrap = "ffd";
     EXPECT_EQ(warnings(), "");
     model.fill(2000.0f);
