@@ -1,10 +1,8 @@
 #include <sys/stat.h>
 
-#include <csignal>
 #include <thread>
 
 #include "lib/corelibs/qas/data_names.h"
-#include "lib/corelibs/qas/formats.h"
 #include "lib/corelibs/qas/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
@@ -34,54 +32,43 @@ protected:
 
 }  // namespace
 
-TEST_F(Datasets, AnOutputHeaderByteForByte) {
+TEST_F(Datasets, AnOutputByteForByteAndReadBack) {
+    const Samples samples{1.0f, -2.5f, 1e-20f, 0.0f};
     auto s = session({"grad=g.H", "datapath=" + dir_ + "d_"});
-    s->to_history("n1", 3, "grad");
-    EXPECT_EQ(without_title(read_text("g.H")), "\n\nTITLE\n\t\tn1=3\n");  // on file at once
+    s->to_history("n1", 4, "grad");
+    EXPECT_EQ(without_title(read_text("g.H")), "\n\nTITLE\n\t\tn1=4\n");  // on file at once
+    s->to_history("n4", 1, "grad");
     s->to_history("d1", 0.25f, "grad");
     s->to_history("o1", 1.0 / 3.0, "grad");
     s->to_history("flag", true, "grad");
     s->to_history<std::string>("label1", "depth (m)  ", "grad");
     s->to_history<std::string>("quoted", "\"as it is\"", "grad");
-    const Samples samples{1.0f, -2.5f, 1e-20f};
     write(*s, "grad", samples);
-    s->to_history("n4", 2, "grad");
+    s->to_history("n4", 3, "grad");
     EXPECT_EQ(without_title(read_text("g.H")),
-              "\n\nTITLE\n\t\tn1=3\n\t\td1=0.25\n\t\to1=0.333333333333333\n\t\tflag=yes\n\t\tlabel1=\"depth (m)\"\n"
-              "\t\tquoted=\"as it is\"\n\t\tsets next: in=\"" +
-                  dir_ + "d_g.H@\"\n\t\tdata_format=\"xdr_float\"\n\t\tn4=2\n");
+              "\n\nTITLE\n\t\tn1=4\n\t\tn4=1\n\t\td1=0.25\n\t\to1=0.333333333333333\n\t\tflag=yes\n"
+              "\t\tlabel1=\"depth (m)\"\n\t\tquoted=\"as it is\"\n\t\tsets next: in=\"" +
+                  dir_ + "d_g.H@\"\n\t\tdata_format=\"xdr_float\"\n\t\tn4=3\n");
     EXPECT_EQ(read_text("d_g.H@"), xdr(samples));
-}
 
-TEST_F(Datasets, WhatWasWrittenReadsBack) {
-    const Samples samples{1.0f, -2.5f, 3e10f, 0.0f};
-    {
-        auto s = session({"datapath=./"});
-        s->to_history("n1", 4, "x.H");
-        s->to_history("n4", 1, "x.H");
-        write(*s, "x.H", samples);
-        s->to_history("n4", 3, "x.H");
-    }
-    auto s = session({"vel=x.H"});
-    EXPECT_EQ(s->from_aux<int>("vel", "n1"), 4);
-    EXPECT_EQ(s->from_aux<int>("vel", "n4"), 3);
-    EXPECT_EQ(s->from_aux<float>("vel", "d1", 7.0f), 7.0f);
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("vel", "n2"); }),
+    auto t = session({"vel=g.H"});
+    EXPECT_EQ(t->from_aux<int>("vel", "n1"), 4);
+    EXPECT_EQ(t->from_aux<int>("vel", "n4"), 3);
+    EXPECT_EQ(t->from_aux<float>("vel", "d2", 7.0f), 7.0f);
+    EXPECT_THAT(fatal([&] { t->from_aux<int>("vel", "n2"); }),
                 StartsWith("missing history value: n2 from file: vel\n"));
-    EXPECT_EQ(read(*s, "vel", 2), Samples({1.0f, -2.5f}));
-    EXPECT_EQ(read(*s, "vel", 2), Samples({3e10f, 0.0f}));
-    EXPECT_EQ(s->sseek("vel", 0, 0), 0);
+    EXPECT_EQ(read(*t, "vel", 2), Samples({1.0f, -2.5f}));
+    EXPECT_EQ(read(*t, "vel", 2), Samples({1e-20f, 0.0f}));
+    EXPECT_EQ(t->sseek("vel", 0, 0), 0);
     EXPECT_EQ(errors(), "");
-    EXPECT_EQ(read(*s, "vel", 6), samples);  // a short count is normal
+    EXPECT_EQ(read(*t, "vel", 6), samples);  // a short count is normal
     const std::string once = errors();
-    EXPECT_THAT(once, AllOf(HasSubstr("x.H@"), HasSubstr("expected 24 bytes, found 16")));
-    EXPECT_EQ(read(*s, "vel", 1), Samples());
+    EXPECT_THAT(once, AllOf(HasSubstr("g.H@"), HasSubstr("expected 24 bytes, found 16")));
+    EXPECT_EQ(read(*t, "vel", 1), Samples());
     EXPECT_EQ(errors(), once);
-    EXPECT_EQ(s->sseek("vel", -4, 2), 12);
-    EXPECT_EQ(s->sseek("vel", -8, 1), 4);
-    EXPECT_EQ(read(*s, "vel", 1), Samples({-2.5f}));
-    EXPECT_EQ(s->sseek("vel", -1, 0), -1);
-    EXPECT_EQ(s->sseek("vel", 0, 3), 8);
+    seek(*t, "vel", {{-4, 2, 12}, {-8, 1, 4}});
+    EXPECT_EQ(read(*t, "vel", 1), Samples({-2.5f}));
+    seek(*t, "vel", {{-1, 0, -1}, {0, 3, 8}});
     EXPECT_THAT(errors(), AllOf(HasSubstr("fd_seek: Invalid argument"), EndsWith("unknown seek type requested\n")));
 }
 
@@ -178,12 +165,9 @@ TEST_F(Datasets, HeaderAndDataInOneFile) {
     EXPECT_EQ(s->from_aux<int>("rec", "n1"), 3);
     EXPECT_EQ(s->data_size("rec"), 12);
     EXPECT_EQ(read(*s, "rec", 3), samples);
-    EXPECT_EQ(s->sseek("rec", 4, 0), 4);
-    EXPECT_EQ(s->sseek("rec", 4, 1), 8);
+    seek(*s, "rec", {{4, 0, 4}, {4, 1, 8}});
     EXPECT_EQ(read(*s, "rec", 1), Samples({4.0f}));
-    EXPECT_EQ(s->sseek("rec", 0, 0), 0);
-    EXPECT_EQ(s->sseek("rec", -4, 2), 8);
-    EXPECT_EQ(s->sseek("rec", -1, 0), -1);  // not into the header
+    seek(*s, "rec", {{0, 0, 0}, {-4, 2, 8}, {-1, 0, -1}});  // not into the header
     EXPECT_THAT(errors(), HasSubstr("file_seek: Invalid argument"));
 }
 
@@ -196,10 +180,7 @@ TEST_F(Datasets, InputHeaderOnThePipe) {
     EXPECT_EQ(s->data_size("in"), -1);
     EXPECT_EQ(s->sseek("in", 0, 0), 0);
     EXPECT_EQ(read(*s, "in", 1), Samples({1}));
-    EXPECT_EQ(s->sseek("in", 0, 0), -1);
-    EXPECT_EQ(s->sseek("in", -1, 1), -1);
-    EXPECT_EQ(s->sseek("in", 0, 2), -1);
-    EXPECT_EQ(s->sseek("in", 4, 1), 8);
+    seek(*s, "in", {{0, 0, -1}, {-1, 1, -1}, {0, 2, -1}, {4, 1, 8}});
     EXPECT_EQ(read(*s, "in", 1), Samples({3}));
     EXPECT_EQ(errors(),
               "backwards absolute seek on stream device \nbackwards relative seek on stream device \n"
@@ -233,11 +214,6 @@ TEST_F(Datasets, FormatsOfInputs) {
         EXPECT_EQ(back, format == "xdr_float" || format == "xdr_int" ? swapped : data);
         EXPECT_EQ(s->get_format("vel"), format);
     }
-    make_input("v.H", "data_format=ascii\n", data);
-    EXPECT_THAT(
-        fatal([&] { session({"vel=v.H"})->from_aux<int>("vel", "n1"); }),
-        StartsWith("unknown data format: ascii \n xdr_float xdr_int xdr_byte native_float native_byte kplot tmc_float "
-                   "tmc_byte \n  data_format of header \"v.H\" of tag \"vel\""));
 }
 
 TEST_F(Datasets, FormatsOfOutputs) {
@@ -253,8 +229,6 @@ TEST_F(Datasets, FormatsOfOutputs) {
     auto t = session({"datapath=./"});
     t->to_history("n1", 1);
     EXPECT_EQ(t->get_format("out"), "native_float");
-    EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
-                StartsWith("unknown data format: odd \n "));
 }
 
 TEST_F(Datasets, CountsThatAreNoMultipleOfFour) {
@@ -278,50 +252,50 @@ TEST_F(Datasets, NothingMovesForACountOfZero) {
     EXPECT_EQ(fatal([&] { s->sseek("never", 0, 0); }), "Unknown tag \"never\" \n");
 }
 
-TEST_F(Datasets, SwapWordsAtAnyAlignment) {
-    std::string bytes = "?abcdefghijklmnop", target(bytes.size(), '.');
-    qas::swap_words(bytes.data() + 1, target.data() + 1, 3);
-    EXPECT_EQ(target, ".dcbahgfelkji....");
-    qas::swap_words(target.data() + 1, target.data() + 1, 3);
-    EXPECT_EQ(target, ".abcdefghijkl....");
-}
-
 TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
-    write_text("nodata.H", "in=\"" + dir_ + "nodata.H@\"\n");
-    write_text("noin.H", "n1=4\n");
+    ASSERT_EQ(::mkfifo("fifo", 0600), 0);  // opening it would wait for ever
     std::filesystem::create_directory("folder");
-    auto s = session({"vel=missing.H", "rec=noin.H", "sou=nodata.H", "dir=folder"});
+    write_text("a", "1234");
+    std::string many = "a";
+    for (int i = 0; i < 1000; ++i) many += ";a";
+    const std::pair<std::string, std::string> rows[] = {
+        {"n1=4",
+         "sreed(): invalid input tag x.H\n  header \"x.H\" of tag \"x.H\" (parameter x.H) has no data: it holds"
+         " no in=\n"},
+        {"in=/no/data",
+         "sreed(): invalid input tag x.H\n  data file \"/no/data\" of header \"x.H\" of tag \"x.H\""
+         " (parameter x.H): No such file or directory\n"},
+        {"in=fifo", "\"fifo\" of header \"x.H\""},
+        {"in=\"a;/dev/zero\"", "\"/dev/zero\" of header \"x.H\" of tag \"x.H\" (parameter x.H): not a regular file"},
+        {"in=\"a;gone\"", "data file \"gone\""},
+        {"in=\"" + many + "\"", "nfiles to large, max 1000 \n  header \"x.H\""},
+        {"in=\";;\"", "Invalid dataset \";;\" for tag \"x.H\"\n"},
+        {"in=\"-1\"", "Invalid dataset \"-1\" for tag \"x.H\"\n"},
+        {"in=stdout", "unable to obtain input file \"stdout\" for tag \"x.H\"\n  header"},
+        {"in=\"touch ran|\"", "data file \"touch ran|\""},
+        {"in=\"$QASVAR/v@\"", "Unable to obtain pathname variable QASVAR\n"},
+        {"par=fifo", "par=fifo, named in a history, is not a regular file"},
+        {"data_format=ascii in=a",
+         "unknown data format: ascii \n xdr_float xdr_int xdr_byte native_float native_byte kplot tmc_float tmc_byte \n"
+         "  data_format of header \"x.H\" of tag \"x.H\" (parameter x.H)\n"},
+    };
+    for (const auto& [header, message] : rows) {
+        write_text("x.H", header + "\n");
+        EXPECT_THAT(fatal([&] { read(*session(), "x.H", 1); }), Says(message)) << header;
+    }
+    EXPECT_THAT(errors(), HasSubstr("unable to obtain input file \"/no/data\" for tag \"x.H\"\n"));
+    write_text("x.H", "n1=4 in=fifo\n");
+    auto s = session({"vel=missing.H", "in=/dev/zero"});
+    s->auxinout("x.H");
+    EXPECT_THAT(fatal([&] { write(*s, "x.H", {1}); }), HasSubstr("not a regular file"));
+    EXPECT_THAT(fatal([&] { s->sseek("x.H", 0, 0); }), StartsWith("sseek(): invalid tag x.H\n"));
+    EXPECT_EQ(read(*s, "in", 1), Samples({0}));  // the user may
     EXPECT_EQ(fatal([&] { s->from_aux<int>("vel", "n1"); }),
               "Attempt to get parameter n1 from tag vel which is not a valid description file \n"
               "  header \"missing.H\" of tag \"vel\" (parameter vel): No such file or directory\n");
     EXPECT_THAT(fatal([&] { read(*s, "vel", 1); }), StartsWith("sreed(): invalid input tag vel\n"));
-    EXPECT_EQ(s->from_aux<int>("rec", "n1"), 4);
-    EXPECT_EQ(
-        fatal([&] { read(*s, "rec", 1); }),
-        "sreed(): invalid input tag rec\n  header \"noin.H\" of tag \"rec\" (parameter rec) has no data: it holds no"
-        " in=\n");
-    EXPECT_THAT(fatal([&] { s->sseek("rec", 0, 0); }), StartsWith("sseek(): invalid tag rec\n"));
-    EXPECT_THAT(fatal([&] { read(*s, "sou", 1); }),
-                AllOf(StartsWith("sreed(): invalid input tag sou\n"), HasSubstr("nodata.H@"), HasSubstr("No such")));
-    EXPECT_EQ(errors(), "unable to obtain input file \"" + dir_ + "nodata.H@\" for tag \"sou\"\n");
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("dir", "n1"); }), HasSubstr("Is a directory"));
+    EXPECT_THAT(fatal([&] { s->from_aux<int>("folder", "n1"); }), HasSubstr("Is a directory"));
     EXPECT_THAT(fatal([&] { s->from_aux<int>(std::string(300, 'x'), "n1"); }), StartsWith("Bad header name 'xxx"));
-}
-
-TEST_F(Datasets, HeadersNameRegularFilesOnly) {
-    ASSERT_EQ(::mkfifo("fifo", 0600), 0);  // opening it would wait for ever
-    write_text("h", "in=fifo\n");
-    write_text("z", "in=\"a;/dev/zero\"\n");
-    write_text("a", "1234");
-    write_text("p", "par=fifo\n");
-    EXPECT_THAT(fatal([&] { read(*session(), "h", 1); }), HasSubstr("\"fifo\" of header \"h\""));
-    EXPECT_THAT(fatal([&] { read(*session(), "z", 1); }),
-                HasSubstr("/dev/zero\" of header \"z\" of tag \"z\" (parameter z): not a regular file"));
-    EXPECT_THAT(fatal([&] { session()->from_aux<int>("p", "n1"); }), StartsWith("par=fifo, named in a history"));
-    auto s = session();
-    s->auxinout("h");
-    EXPECT_THAT(fatal([&] { write(*s, "h", {1}); }), HasSubstr("not a regular file"));
-    EXPECT_EQ(read(*session({"in=/dev/zero"}), "in", 1), Samples({0}));  // the user may
 }
 
 TEST_F(Datasets, AxesAreChecked) {
@@ -345,43 +319,43 @@ TEST_F(Datasets, AxesAreChecked) {
 }
 
 TEST_F(Datasets, OutputsThatCannotBeWritten) {
-    auto s = session({"a=/no/such/a.H", "datapath=/no/such/", "full.out=/dev/full"});
-    EXPECT_EQ(fatal([&] { s->to_history("n1", 1, "a"); }),
-              "cannot create output header \"/no/such/a.H\" for tag \"a\" (parameter a): No such file or directory\n");
-    EXPECT_EQ(errors(), "qasstrhead, openfile(): No such file or directory\n");
-    EXPECT_EQ(
-        fatal([&] { write(*s, "b", {1}); }),
-        "srite(): invalid output tag b\n  data file \"/no/such/b@\" of header \"b\" of tag \"b\" (parameter b): No such"
-        " file or directory\n  data path \"/no/such/\" is from the parameter datapath; datapath=DIRECTORY/ sets it\n");
-    EXPECT_THAT(errors(), HasSubstr(" unable to open output datafile /no/such/b@ for tag b \n"));
-
-    EXPECT_THAT(fatal([&] { write(*s, "full", ramp(1000)); }),
-                AllOf(StartsWith("info_rite() : I/O error, tag \"full\"\n"), HasSubstr("/dev/full"),
-                      HasSubstr("No space left on device")));
-    auto t = session({"b=/dev/full", "stdout=/dev/full", "out=x"});
-    EXPECT_THAT(fatal([&] { t->to_history("n1", 1, "b"); }), AllOf(StartsWith("I/O error writing output history\n"),
-                                                                   HasSubstr("parameter b"), HasSubstr("No space")));
-    EXPECT_THAT(errors(), EndsWith("write_title: No space left on device\n"));
-    set_input("n1=1\n");
-    EXPECT_THAT(fatal([&] { t->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
-    EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
-}
-
-TEST_F(Datasets, WhatWasCompleteBeforeALimitStaysReadable) {
-    std::signal(SIGXFSZ, SIG_IGN);
-    const Samples panel(1000, 2.0f);
-    auto s = session({"datapath=./"});
-    s->to_history("n4", 1, "g");
-    write(*s, "g", panel);
-    std::string message;
-    {
-        const Limit small(RLIMIT_FSIZE, 6000);
-        s->to_history("n4", 2, "g");
-        message = fatal([&] { write(*s, "g", panel); });
+    std::filesystem::create_directory("stdin");
+    const struct {
+        Words words;
+        std::string message, note = "";
+    } rows[] = {
+        {{"g=/no/such/g.H"},
+         "cannot create output header \"/no/such/g.H\" for tag \"g\" (parameter g): No such file or directory\n",
+         "qasstrhead, openfile(): No such file or directory\n"},
+        {{"datapath=/no/such/"},
+         "srite(): invalid output tag g\n  data file \"/no/such/g@\" of header \"g\" of tag \"g\" (parameter g): No "
+         "such"
+         " file or directory\n  data path \"/no/such/\" is from the parameter datapath; datapath=DIRECTORY/ sets it\n",
+         " unable to open output datafile /no/such/g@ for tag g \n"},
+        {{"g=/dev/full", "datapath=./"},
+         "I/O error writing output history\n  header \"/dev/full\" of tag \"g\" (parameter g): No space left on "
+         "device\n",
+         "write_title: No space left on device\n"},
+        {{"g=cat x|"}, "output pipe command 'cat x|' doesn't start with | for tag g\n"},
+        {{"g.out=stdin"},
+         " unable to open output datafile stdin for tag g \n  header \"g\" of tag \"g\" (parameter g): Is a "
+         "directory\n"},
+        {{"g.out=c;follow_hdr"}, "follow_hdr is invalid for file descriptor I/O for tag \"g\"\n"},
+        {{"nfiles=1001"}, "nfiles to large, max 1000 \n"},
+        {{"nfiles=0"}, "parameter nfiles=0: must be 1"},
+        {{"filesize=0"}, "parameter filesize: 0 megabytes"},
+        {{"dirsize=5,-1"}, "parameter dirsize: -1 megabytes"},
+    };
+    for (const auto& [words, message, note] : rows) {
+        EXPECT_THAT(fatal([&] { write(*session(words), "g", {1}); }), Says(message));
+        EXPECT_THAT(errors(), EndsWith(note));
     }
-    EXPECT_THAT(message, AllOf(HasSubstr("tag \"g\""), HasSubstr("after 6000 bytes"), HasSubstr("File too large")));
-    EXPECT_EQ(session()->from_aux<int>("g", "n4"), 2);
-    EXPECT_EQ(read(*session(), "g", 2000), Samples(1500, 2.0f));
+    EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
+                StartsWith("unknown data format: odd \n "));
+    set_input("n1=1\n");
+    auto s = session({"stdout=/dev/full", "out=x"});
+    EXPECT_THAT(fatal([&] { s->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
+    EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
 }
 
 TEST_F(Datasets, OutputsMayNotOverwriteDatasetsInUse) {
@@ -514,30 +488,16 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
     EXPECT_EQ(read_text("from_history.H"), "dear diary\n");
 }
 
-TEST_F(Datasets, NamesOfDataFiles) {
-    qas::Layer layer;
-    for (const char* name : {"./a", "/a", "$A/b"}) EXPECT_EQ(qas::expand_name(name), name);
-    EXPECT_EQ(qas::expand_name("a"), dir_ + "a");
-    for (const char* name : {"/a/b.H", "b.H"}) EXPECT_EQ(qas::qas_tail(name), "b.H");
-    for (const char* name : {"$AB/c", "$AB"}) EXPECT_EQ(qas::envhead(name), "AB");
-    EXPECT_EQ(qas::envhead("AB/c"), "");
-    EXPECT_EQ(qas::makenames(layer, "/d/", "vel.H", false), "/d/vel.H@");
-    EXPECT_THAT(qas::makenames(layer, dir_, "vel.H", true), MatchesRegex(".*/vel.H@......"));
-}
-
 TEST_F(Datasets, FoldersInVariables) {
     std::filesystem::create_directory("sub");
     write_text("sub/v@", xdr<float>({5}));
     write_text("v.H", "in=\"$QASVAR/v@\" QASVAR=sub\n");
-    EXPECT_EQ(read(*session(), "v.H", 1), Samples({5}));  // from the header itself
     write_text("w.H", "in=\"$QASVAR/v@\"\n");
+    EXPECT_EQ(read(*session(), "v.H", 1), Samples({5}));  // from the header itself
     EXPECT_EQ(read(*session({"QASVAR=sub"}), "w.H", 1), Samples({5}));
-    EXPECT_EQ(fatal([&] { read(*session(), "w.H", 1); }), "Unable to obtain pathname variable QASVAR\n");
     ::setenv("QASVAR", (dir_ + "sub").c_str(), 1);
     EXPECT_EQ(read(*session(), "w.H", 1), Samples({5}));
     ::unsetenv("QASVAR");
-    write_text("x.H", "in=\"-1\"\n");
-    EXPECT_EQ(fatal([&] { read(*session(), "x.H", 1); }), "Invalid dataset \"-1\" for tag \"x.H\"\n");
 }
 
 TEST_F(Datasets, WhereTheDataPathComesFrom) {

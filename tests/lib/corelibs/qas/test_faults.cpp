@@ -96,13 +96,17 @@ TEST_F(Faults, WritesThatFail) {
         write_fault = {"g@", 6000, error};
         auto s = session({"datapath=./"});
         write(*s, "g", panel);
+        s->to_history("n4", 2, "g");
         EXPECT_EQ(fatal([&] { write(*s, "g", panel); }),
                   "info_rite() : I/O error, tag \"g\"\n  data file \"./g@\", after 6000 bytes: " +
                       std::string(std::strerror(error)) + "\n");
         write_fault = {};
-        EXPECT_EQ(read(*session(), "g", 1000), panel);  // what was complete
+        auto t = session();
+        EXPECT_EQ(t->from_aux<int>("g", "n4"), 2);
+        EXPECT_EQ(read(*t, "g", 1000), panel);  // what was complete
+        EXPECT_EQ(read(*t, "g", 1000), ramp(500));
     }
-    EXPECT_THAT(errors(), EndsWith("fd_write(): Input/output error\n"));
+    EXPECT_THAT(errors(), HasSubstr("fd_write(): Input/output error\n"));
 }
 
 TEST_F(Faults, CallsThatMoveLessThanAsked) {

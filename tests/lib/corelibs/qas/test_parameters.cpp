@@ -100,6 +100,9 @@ TEST_F(Parameters, ParameterFilesAreReadWhereTheyAreNamed) {
     auto s = session({"par=a.p"});
     for (const auto& [key, value] : {std::pair{"tail", "a"}, {"inner", "b"}, {"last", "a"}})
         EXPECT_EQ(s->getch<std::string>(key), value);
+    auto late = session({"par=late.p"});  // read when it is asked for
+    write_text("late.p", "x=5\n");
+    EXPECT_EQ(late->getch<int>("x"), 5);
     write_text("c.p", "par=a.p\npar=a.p\n");  // twice in a row is no cycle
     EXPECT_EQ(session({"par=c.p"})->getch<std::string>("last"), "a");
     EXPECT_EQ(fatal([&] { session({"par=missing.p"})->getch<int>("x"); }), "file() can't open file missing.p\n");
@@ -115,12 +118,6 @@ TEST_F(Parameters, AParameterFileThatIncludesItselfIsRefused) {
                                      {"link.p", "includes itself"},
                                      {"/dev/zero", "MiB of parameter files"}})
         EXPECT_THAT(fatal([&] { session({std::string("par=") + file})->getch<int>("x"); }), HasSubstr(text));
-}
-
-TEST_F(Parameters, TheCommandLineIsScannedLate) {
-    auto s = session({"par=late.p"});
-    write_text("late.p", "x=5\n");
-    EXPECT_EQ(s->getch<int>("x"), 5);
 }
 
 TEST_F(Parameters, Lists) {
@@ -200,10 +197,4 @@ TEST_F(Parameters, RequiredValues) {
     EXPECT_TRUE(s->exist_file("log"));
     EXPECT_FALSE(s->exist_file("list"));
     EXPECT_EQ(s->program(), "prog");
-}
-
-TEST_F(Parameters, AHistoryMayNotOpenADeviceThroughPar) {
-    write_text("h", "n1=5 par=/dev/zero\n");
-    EXPECT_THAT(fatal([&] { session({"vel=h"})->from_aux<int>("vel", "n1"); }),
-                StartsWith("par=/dev/zero, named in a history, is not a regular file"));
 }

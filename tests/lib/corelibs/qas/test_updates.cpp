@@ -17,19 +17,24 @@ class Updates : public Workplace {};
 
 }  // namespace
 
-TEST_F(Updates, ANewInOutDatasetReadsBackItsLinesAndSamples) {
-    auto s = session({"m=m.H", "datapath=./", "m.write_title=no"});
+TEST_F(Updates, NewInOutAndScratchDatasetsReadBackTheirLinesAndSamples) {
+    write_text("scr", "n1=5\n");  // a scratch dataset starts empty
+    auto s = session({"datapath=./", "m.write_title=no", "scr.write_title=no"});
     s->auxinout("m");
-    for (const int n : {4, 2}) {
-        s->to_history("n1", n, "m");
-        EXPECT_EQ(s->from_aux<int>("m", "n1"), n);
+    s->auxscr("scr");
+    for (const std::string tag : {"m", "scr"}) {
+        EXPECT_EQ(read_text(tag), "");
+        for (const int n : {4, 2}) {
+            s->to_history("n1", n, tag);
+            EXPECT_EQ(s->from_aux<int>(tag, "n1"), n);
+        }
+        write(*s, tag, ramp(4));
+        EXPECT_EQ(s->sseek(tag, 4, 0), 4);
+        EXPECT_EQ(s->file_position(tag), 4);
+        EXPECT_EQ(read(*s, tag, 1), Samples({1}));
     }
-    write(*s, "m", ramp(4));
-    EXPECT_EQ(s->sseek("m", 4, 0), 4);
-    EXPECT_EQ(s->file_position("m"), 4);
-    EXPECT_EQ(read(*s, "m", 1), Samples({1}));
     s->hclose();
-    EXPECT_EQ(read_text("m.H"), "\t\tn1=4\n\t\tn1=2\n\t\tsets next: in=\"./m.H@\"\n\t\tdata_format=\"xdr_float\"\n\n");
+    EXPECT_EQ(read_text("m"), "\t\tn1=4\n\t\tn1=2\n\t\tsets next: in=\"./m@\"\n\t\tdata_format=\"xdr_float\"\n\n");
 }
 
 TEST_F(Updates, AnExistingInOutDatasetIsContinued) {
@@ -88,18 +93,6 @@ TEST_F(Updates, InOutAndScratchTexts) {
     EXPECT_THAT(fatal([&] { write(*s, "scr", {1}); }), StartsWith("srite(): invalid output tag scr\n"));
     EXPECT_THAT(errors(), EndsWith("unable to open input/output datafile /no/such/data for tag gone.H \n"
                                    "unable to open scratch datafile /no/such/data for tag scr \n"));
-}
-
-TEST_F(Updates, AScratchDatasetStartsEmpty) {
-    write_text("scr", "n1=5\n");
-    auto s = session({"datapath=./", "scr.write_title=no"});
-    s->auxscr("scr");
-    EXPECT_EQ(read_text("scr"), "");
-    s->to_history("n1", 4, "scr");
-    EXPECT_EQ(s->from_aux<int>("scr", "n1"), 4);
-    write(*s, "scr", ramp(3));
-    s->sseek("scr", 8, 0);
-    EXPECT_EQ(read(*s, "scr", 1), Samples({2}));
 }
 
 TEST_F(Updates, ALineThatIsWrittenAgainReplacesItself) {
@@ -181,11 +174,6 @@ TEST_F(Updates, NamesOfSeveralDataFiles) {
         session(words)->auxhclose("g");
         EXPECT_THAT(read_text("g"), HasSubstr("in=\"" + expected + "\"\n"));
     }
-    for (const auto& [word, text] : {std::pair{"nfiles=1001", "nfiles to large, max 1000 \n"},
-                                     {"nfiles=0", "parameter nfiles=0: must be 1"},
-                                     {"filesize=0", "parameter filesize: 0 megabytes"},
-                                     {"dirsize=5,-1", "parameter dirsize: -1 megabytes"}})
-        EXPECT_THAT(fatal([&] { session({word})->auxhclose("h"); }), StartsWith(text));
 }
 
 TEST_F(Updates, DataInSeveralFiles) {
@@ -250,29 +238,16 @@ TEST_F(Updates, RewritingDataInSeveralFiles) {
 
 TEST_F(Updates, SeveralFilesTexts) {
     int ends[2];  // a pipe cannot be rewound
-    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    const std::string pipe = qas::strprintf("p.out=b;/proc/self/fd/%d", ends[1]);
+    ASSERT_EQ(::pipe(ends), 0);
+    auto s = session({"filesize=1", "g.out=a;b", qas::strprintf("p.out=b;/proc/self/fd/%d", ends[1])});
     const Samples samples = ramp(300000);
-    auto s = session({"nfiles=1", "g.out=a;b", "filesize=1", "h.out=c;follow_hdr"});
     write(*s, "g", samples);
     EXPECT_EQ(fatal([&] { write(*s, "g", samples); }),
               "xdr_rite(): I/O error on output for tag \"g\" -- ierr=110720 \n");  // 2 MiB hold no more
-    EXPECT_EQ(fatal([&] { write(*s, "h", {1}); }), "follow_hdr is invalid for file descriptor I/O for tag \"h\"\n");
-    EXPECT_EQ(fatal([&] {
-                  write(*session({"filesize=1", pipe}), "p", samples);
-              }),
+    s->auxclose("g");
+    EXPECT_EQ(fatal([&] { write(*s, "p", samples); }),
               "multifd_write() unable to seek to file start for tag \"p\", file 1 \n");
     for (const int end : ends) ::close(end);
-    write_text("in.H", "in=\"a;gone\"\n");
-    EXPECT_THAT(fatal([&] { read(*s, "in.H", 1); }),
-                AllOf(StartsWith("sreed(): invalid input tag in.H\n"), HasSubstr("\"gone\"")));
-    std::string names = "a";
-    for (int i = 0; i < 1000; ++i) names += ";a";
-    write_text("many.H", "in=\"" + names + "\"\n");
-    EXPECT_THAT(fatal([&] { read(*s, "many.H", 1); }), StartsWith("nfiles to large, max 1000 \n"));
-    write_text("none.H", "in=\";;\"\n");
-    EXPECT_EQ(fatal([&] { read(*s, "none.H", 1); }), "Invalid dataset \";;\" for tag \"none.H\"\n");
-
     qas::Layer layer;
     prepare(layer, {});
     qas::streaminf socket;
@@ -403,21 +378,14 @@ TEST_F(Updates, FilesByMode) {
 }
 
 TEST_F(Updates, DataNamesThatMeanAStreamInTheWrongPlace) {
-    write_text("i.H", "in=stdout\n");
-    auto s = session({"o.out=stdin"});
-    EXPECT_THAT(fatal([&] { read(*s, "i.H", 1); }),
-                StartsWith("unable to obtain input file \"stdout\" for tag \"i.H\"\n"));
-    write(*s, "o", {1});  // a file of that name
+    write(*session({"o.out=stdin"}), "o", {1});  // a file of that name
     EXPECT_EQ(read_text("stdin"), xdr<float>({1}));
     std::filesystem::remove("stdin");
     std::filesystem::create_directory("stdin");
-    auto t = session({"o.out=stdin", "u.out=stdin", "v.out=stdin"});
-    t->auxinout("u");
-    t->auxscr("v");
-    for (const auto& [tag, text] : {std::pair{"o", " unable to open output datafile stdin for tag o \n"},
-                                    {"u", "unable to open "},
-                                    {"v", "unable to open "}})
-        EXPECT_THAT(fatal([&] { write(*t, tag, {1}); }), StartsWith(text));
+    auto s = session({"u.out=stdin", "v.out=stdin"});
+    s->auxinout("u");
+    s->auxscr("v");
+    for (const char* tag : {"u", "v"}) EXPECT_THAT(fatal([&] { write(*s, tag, {1}); }), StartsWith("unable to open "));
 }
 
 TEST_F(Updates, AFolderThatIsGone) {

@@ -24,6 +24,12 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
+/// A message: all of it if `text` ends with a newline, else a part.
+inline ::testing::Matcher<std::string> Says(const std::string& text) {
+    if (text.ends_with('\n')) return ::testing::Eq(text);
+    return HasSubstr(text);
+}
+
 /// Sets a limit of this process; puts the old one back at the end.
 class Limit {
     const int resource_;
@@ -123,6 +129,15 @@ protected:
         for (std::size_t i = got / 4; i < most; ++i) EXPECT_EQ(samples[i], -77.0f) << "behind what came";
         samples.resize(got / 4);
         return samples;
+    }
+    struct Seek {
+        std::int64_t offset;
+        int whence;
+        std::int64_t position;  ///< from the start; -1: refused
+    };
+    static void seek(qas::Session& s, const std::string& tag, const std::vector<Seek>& seeks) {
+        for (const auto& [offset, whence, position] : seeks)
+            EXPECT_EQ(s.sseek(tag, offset, whence), position) << tag << " " << offset << " " << whence;
     }
     /// 0, 1, 2, ...
     static std::vector<float> ramp(std::size_t n) {
