@@ -195,20 +195,15 @@ TEST_F(Updates, DataInSeveralFiles) {
     auto s = session();
     EXPECT_EQ(s->data_size("g"), nbytes);
     EXPECT_EQ(read(*s, "g", samples.size()), samples);
-    const struct {
-        std::int64_t offset;
-        int whence;
-        float expected;
-    } seeks[] = {{0, 0, 0.0f},
-                 {1048576 - 4, 0, 262143.0f},
-                 {0, 1, 262144.0f},  // over the end of the first file
-                 {1048576, 0, 262144.0f},
-                 {-8, 1, 262143.0f},
-                 {-4, 2, samples.back()}};
-    for (const auto& [offset, whence, expected] : seeks) {
-        EXPECT_EQ(s->sseek("g", offset, whence), 4 * static_cast<std::int64_t>(expected));
-        EXPECT_EQ(s->file_position("g"), 4 * static_cast<std::int64_t>(expected));
-        EXPECT_EQ(read(*s, "g", 1), Samples({expected}));
+    for (const Seek& to : {Seek{0, 0, 0},
+                           {1048572, 0, 1048572},
+                           {0, 1, 1048576},  // over the end of the first file
+                           {1048576, 0, 1048576},
+                           {-8, 1, 1048572},
+                           {-4, 2, nbytes - 4}}) {
+        seek(*s, "g", {to});
+        EXPECT_EQ(s->file_position("g"), to.position);
+        EXPECT_EQ(read(*s, "g", 1), Samples({static_cast<float>(to.position / 4)}));
     }
     EXPECT_EQ(s->sseek("g", 2 * 1048576 + 8, 0), 2 * 1048576 + 8);
     EXPECT_EQ(fatal([&] { s->sseek("g", -1, 0); }),
@@ -289,30 +284,20 @@ TEST_F(Updates, WindowsOfAGrid) {
     auto s = session({"datapath=./"});
     s->auxinout("g");
     const qas::Window windows[] = {
-        {{5, 4, 3}, {5, 4, 3}, {0, 0, 0}, {1, 1, 1}, 4},
-        {{5, 4, 3}, {2, 2, 2}, {1, 1, 1}, {1, 1, 1}, 4},
-        {{5, 4, 3}, {2, 2, 2}, {0, 1, 0}, {3, 2, 2}, 4},
-        {{5, 4, 3}, {1, 1, 1}, {4, 3, 2}, {9, 9, 9}, 4},
-        {{60}, {20}, {1}, {3}, 4},
-        {{5, 12}, {3, 2}, {0, 2}, {2, 5}, 4},
+        {{5, 4, 3}, {5, 4, 3}, {0, 0, 0}, {1, 1, 1}, 4},   {{5, 4, 3}, {2, 2, 2}, {1, 1, 1}, {1, 1, 1}, 4},
+        {{5, 4, 3}, {2, 2, 2}, {0, 1, 0}, {3, 2, 2}, 4},   {{5, 4, 3}, {1, 1, 1}, {4, 3, 2}, {9, 9, 9}, 4},
+        {{60, 1, 1}, {20, 1, 1}, {1, 0, 0}, {3, 1, 1}, 4}, {{5, 12, 1}, {3, 2, 1}, {0, 2, 0}, {2, 5, 1}, 4},
     };
     for (const qas::Window& window : windows) {
         s->sseek("g", 0, 0);
         write(*s, "g", samples);
-        const auto taken = [&](std::size_t axis, std::int64_t index) {
-            return (index - window.first[axis]) % window.step[axis] == 0 && index >= window.first[axis] &&
-                   index < window.first[axis] + window.n[axis] * window.step[axis];
-        };
+        const auto& [grid, n, first, step, esize] = window;
         Samples expected, changed = samples;
-        for (float& sample : changed) {
-            bool inside = true;
-            std::int64_t rest = static_cast<std::int64_t>(sample);
-            for (std::size_t axis = 0; axis < window.grid.size(); rest /= window.grid[axis++])
-                inside = inside && taken(axis, rest % window.grid[axis]);
-            if (!inside) continue;
-            expected.push_back(sample);
-            sample = -sample;
-        }
+        for (std::int64_t k = first[2]; k < first[2] + n[2] * step[2]; k += step[2])
+            for (std::int64_t j = first[1]; j < first[1] + n[1] * step[1]; j += step[1])
+                for (std::int64_t i = first[0]; i < first[0] + n[0] * step[0]; i += step[0])
+                    expected.push_back(static_cast<float>(i + grid[0] * (j + grid[1] * k)));
+        for (const float value : expected) changed[static_cast<std::size_t>(value)] = -value;
         Samples back(expected.size());
         EXPECT_EQ(s->sreed_window("g", window, back.data()), static_cast<std::int64_t>(4 * back.size()));
         EXPECT_EQ(back, expected);
