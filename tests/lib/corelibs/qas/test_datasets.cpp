@@ -311,11 +311,10 @@ TEST_F(Datasets, AxesAreChecked) {
     for (int k = 2; k <= 6; ++k) EXPECT_THAT(fatal([&] { s->from_aux_axis("vel", k); }), HasSubstr(texts[k - 2]));
     s->check_data_size("vel", 12, "n1");
     s->check_data_size("vel", 4000, "n1");  // a short file is a warning when it is read
-    for (const auto& [nbytes, text] :
-         {std::pair{std::int64_t{1} << 30, "n1*n3 asks for 1073741824 bytes, its data are 12 bytes"},
-          {std::int64_t{1} << 60, "this machine has"},
-          {std::int64_t{-4}, "asks for -4 bytes"}})
-        EXPECT_THAT(fatal([&] { s->check_data_size("vel", nbytes, "n1*n3"); }), HasSubstr(text));
+    for (const auto& row : {std::pair{std::int64_t{1} << 30, "n1*n3 asks for 1073741824 bytes, its data are 12 bytes"},
+                            {std::int64_t{1} << 60, "this machine has"},
+                            {std::int64_t{-4}, "asks for -4 bytes"}})
+        EXPECT_THAT(fatal([&] { s->check_data_size("vel", row.first, "n1*n3"); }), HasSubstr(row.second));
 }
 
 TEST_F(Datasets, OutputsThatCannotBeWritten) {
@@ -346,9 +345,9 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
         {{"filesize=0"}, "parameter filesize: 0 megabytes"},
         {{"dirsize=5,-1"}, "parameter dirsize: -1 megabytes"},
     };
-    for (const auto& [words, message, note] : rows) {
-        EXPECT_THAT(fatal([&] { write(*session(words), "g", {1}); }), Says(message));
-        EXPECT_THAT(errors(), EndsWith(note));
+    for (const auto& row : rows) {
+        EXPECT_THAT(fatal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
+        EXPECT_THAT(errors(), EndsWith(row.note));
     }
     EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));

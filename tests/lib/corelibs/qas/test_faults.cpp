@@ -254,11 +254,9 @@ TEST_F(Faults, AWriterKilledAtAnyMomentLeavesADatasetThatReadsBack) {
         const pid_t writer = start_process([&] {
             auto s = session({"datapath=./", several ? "nfiles=9" : "nfiles=1", "filesize=1"});
             s->to_history("n1", static_cast<int>(n), "g");
-            std::vector<float> panel(n);
             for (int k = 1; k <= 400; ++k) {
-                std::fill(panel.begin(), panel.end(), static_cast<float>(k));
                 s->to_history("n4", k, "g");
-                s->srite("g", panel.data(), panel_bytes);
+                write(*s, "g", std::vector<float>(n, static_cast<float>(k)));
             }
         });
         ::usleep(std::uniform_int_distribution<useconds_t>(0, 6000)(random));

@@ -113,11 +113,11 @@ TEST_F(Parameters, AParameterFileThatIncludesItselfIsRefused) {
     write_text("one.p", "par=two.p\n");
     write_text("two.p", "par=./one.p\n");
     std::filesystem::create_symlink("self.p", "link.p");
-    for (const auto& [file, text] : {std::pair{"self.p", "\"self.p\" includes itself"},
-                                     {"one.p", "\"./one.p\" includes itself"},
-                                     {"link.p", "includes itself"},
-                                     {"/dev/zero", "MiB of parameter files"}})
-        EXPECT_THAT(fatal([&] { session({std::string("par=") + file})->getch<int>("x"); }), HasSubstr(text));
+    for (const auto& row : {std::pair{"self.p", "\"self.p\" includes itself"},
+                            {"one.p", "\"./one.p\" includes itself"},
+                            {"link.p", "includes itself"},
+                            {"/dev/zero", "MiB of parameter files"}})
+        EXPECT_THAT(fatal([&] { session({std::string("par=") + row.first})->getch<int>("x"); }), HasSubstr(row.second));
 }
 
 TEST_F(Parameters, Lists) {
