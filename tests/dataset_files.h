@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
@@ -55,21 +57,29 @@ inline std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-inline void write_floats(const std::string& name, const std::vector<float>& samples) {
-    std::ofstream file(name, std::ios::binary);
-    for (const float sample : samples) {
-        const std::uint32_t bits = __builtin_bswap32(std::bit_cast<std::uint32_t>(sample));
-        file.write(reinterpret_cast<const char*>(&bits), sizeof bits);
+/// The bytes of numbers in this byte order.
+template <class T>
+std::string bytes_of(const std::vector<T>& values, std::endian order = std::endian::native) {
+    std::string bytes;
+    for (const T value : values) {
+        auto word = std::bit_cast<std::array<char, sizeof(T)>>(value);
+        if (order != std::endian::native) std::reverse(word.begin(), word.end());
+        bytes.append(word.begin(), word.end());
     }
+    return bytes;
+}
+
+inline void write_floats(const std::string& name, const std::vector<float>& samples) {
+    write_text(name, bytes_of(samples, std::endian::big));
 }
 
 inline std::vector<float> read_floats(const std::string& name) {
     const std::string bytes = read_text(name);
-    std::vector<float> samples(bytes.size() / 4);
-    for (std::size_t i = 0; i < samples.size(); ++i) {
+    std::vector<float> samples;
+    for (std::size_t at = 0; at + 4 <= bytes.size(); at += 4) {
         std::uint32_t bits;
-        std::memcpy(&bits, bytes.data() + 4 * i, sizeof bits);
-        samples[i] = std::bit_cast<float>(__builtin_bswap32(bits));
+        std::memcpy(&bits, bytes.data() + at, sizeof bits);
+        samples.push_back(std::bit_cast<float>(__builtin_bswap32(bits)));
     }
     return samples;
 }

@@ -1,24 +1,15 @@
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <linux/limits.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
 #include <csignal>
-#include <numeric>
 #include <random>
 
 #include "lib/corelibs/qas/jobs.h"
-#include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/sockets.h"
 #include "tests/lib/corelibs/qas/workplace.h"
-
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 namespace {
 
@@ -33,7 +24,7 @@ struct Fault {
 Fault write_fault, read_fault, send_fault;
 int seek_error = 0;
 
-ssize_t faulty_call(Fault& fault, int fd, std::size_t count, long number, void* buffer) {
+ssize_t faulty_call(Fault& fault, int fd, std::size_t count, long number, void* buffer, int flags = 0) {
     if (fault.error != 0) {
         char name[PATH_MAX];
         const std::string link = "/proc/self/fd/" + std::to_string(fd);
@@ -47,7 +38,7 @@ ssize_t faulty_call(Fault& fault, int fd, std::size_t count, long number, void* 
             fault.room -= count;
         }
     }
-    return ::syscall(number, fd, buffer, count);
+    return ::syscall(number, fd, buffer, count, flags, nullptr, 0);
 }
 
 }  // namespace
@@ -68,56 +59,34 @@ off_t lseek(int fd, off_t offset, int whence) noexcept {
     return ::syscall(SYS_lseek, fd, offset, whence);
 }
 ssize_t send(int fd, const void* buffer, std::size_t count, int flags) {
-    if (send_fault.error != 0) {
-        if (send_fault.room == 0) {
-            errno = send_fault.error;
-            return -1;
-        }
-        count = std::min(count, send_fault.room);
-        send_fault.room -= count;
-    }
-    return ::syscall(SYS_sendto, fd, buffer, count, flags, nullptr, 0);
+    return faulty_call(send_fault, fd, count, SYS_sendto, const_cast<void*>(buffer), flags);
 }
 }
 
 namespace {
+
+const std::string head = "n1=1 in=stdin\n\n\f\f\4";
 
 class Faults : public Workplace {
 protected:
     void TearDown() override {
         write_fault = read_fault = send_fault = {};
         seek_error = 0;
-        Workplace::TearDown();
     }
 };
 
-std::vector<float> ramp(std::size_t n) {
-    std::vector<float> values(n);
-    std::iota(values.begin(), values.end(), 0.0f);
-    return values;
+/// A large buffer that costs little memory: one block mapped again and again, `size` a multiple of its 16 MiB.
+char* map_repeated_block(std::size_t size) {
+    constexpr std::size_t block = std::size_t{16} << 20;
+    const int fd = ::memfd_create("block", 0);
+    EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(block)), 0);
+    char* base =
+        static_cast<char*>(::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    for (std::size_t at = 0; at < size; at += block)
+        ::mmap(base + at, block, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0);
+    ::close(fd);
+    return base;
 }
-
-/// A large buffer that costs little memory: one block mapped again and again.
-class RepeatedBlock {
-    static constexpr std::size_t block = std::size_t{16} << 20;
-    std::size_t size_;
-    char* base_;
-
-public:
-    explicit RepeatedBlock(std::size_t size) : size_((size + block - 1) / block * block) {
-        const int fd = ::memfd_create("block", 0);
-        EXPECT_EQ(::ftruncate(fd, static_cast<off_t>(block)), 0);
-        base_ =
-            static_cast<char*>(::mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-        for (std::size_t at = 0; at < size_; at += block)
-            ::mmap(base_ + at, block, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0);
-        ::close(fd);
-    }
-    ~RepeatedBlock() { ::munmap(base_, size_); }
-    RepeatedBlock(const RepeatedBlock&) = delete;
-    RepeatedBlock& operator=(const RepeatedBlock&) = delete;
-    char* data() { return base_; }
-};
 
 }  // namespace
 
@@ -126,62 +95,53 @@ TEST_F(Faults, WritesThatFail) {
     for (const int error : {ENOSPC, EIO}) {
         write_fault = {"g@", 6000, error};
         auto s = session({"datapath=./"});
-        s->to_history("n4", 1, "g");
-        s->srite("g", panel.data(), 4000);
+        write(*s, "g", panel);
         s->to_history("n4", 2, "g");
-        EXPECT_EQ(fatal([&] { s->srite("g", panel.data(), 4000); }),
+        EXPECT_EQ(fatal([&] { write(*s, "g", panel); }),
                   "info_rite() : I/O error, tag \"g\"\n  data file \"./g@\", after 6000 bytes: " +
                       std::string(std::strerror(error)) + "\n");
         write_fault = {};
-        std::vector<float> back(1000);
         auto t = session();
-        EXPECT_EQ(t->sreed("g", back.data(), 4000), 4000);  // what was complete
-        EXPECT_EQ(back, panel);
+        EXPECT_EQ(t->from_aux<int>("g", "n4"), 2);
+        EXPECT_EQ(read(*t, "g", 1000), panel);  // what was complete
+        EXPECT_EQ(read(*t, "g", 1000), ramp(500));
     }
-    EXPECT_THAT(errors(), EndsWith("fd_write(): Input/output error\n"));
+    EXPECT_THAT(errors(), HasSubstr("fd_write(): Input/output error\n"));
 }
 
 TEST_F(Faults, CallsThatMoveLessThanAsked) {
-    const std::vector<float> panel = ramp(1000);
     for (const std::size_t piece : {1U, 3U, 999U}) {  // the file takes and gives the bytes in pieces
         write_fault = read_fault = {"g@", SIZE_MAX, EIO, piece};
-        EXPECT_EQ(session({"datapath=./"})->srite("g", panel.data(), 4000), 4000);
-        EXPECT_EQ(read_file("g@"), xdr(panel));
-        std::vector<float> back(1000);
-        EXPECT_EQ(session()->sreed("g", back.data(), 4000), 4000);
-        EXPECT_EQ(back, panel);
+        write(*session({"datapath=./"}), "g", ramp(1000));
+        EXPECT_EQ(read_text("g@"), xdr(ramp(1000)));
+        EXPECT_EQ(read(*session(), "g", 1000), ramp(1000));
     }
 }
 
 TEST_F(Faults, ReadsThatFail) {
-    const std::vector<float> panel = ramp(1000);
-    session({"datapath=./"})->srite("g", panel.data(), 4000);
-    write_file("all.H", "n1=1 in=stdin\n\n\f\f\4" + xdr(panel));
-    write_file("multi.H", "in=\"g@;g@\"\n");
-    std::vector<float> back(2000);
+    write(*session({"datapath=./"}), "g", ramp(1000));
+    write_text("all.H", head + xdr(ramp(1000)));
+    write_text("multi.H", "in=\"g@;g@\"\n");
     read_fault = {"g@", 400, EIO};
     auto s = session();
-    EXPECT_EQ(s->sreed("g", back.data(), 400), 400);
-    EXPECT_EQ(fatal([&] { s->sreed("g", back.data(), 400); }),
+    EXPECT_EQ(read(*s, "g", 100), ramp(100));
+    EXPECT_EQ(fatal([&] { read(*s, "g", 100); }),
               "fd_read() : I/O error, tag \"g\"\n  data file \"./g@\": Input/output error\n");
-    read_fault.room = 0;
-    EXPECT_THAT(fatal([&] { s->sreed("multi.H", back.data(), 8000); }),
+    EXPECT_THAT(fatal([&] { read(*s, "multi.H", 2000); }),
                 StartsWith("multifd_read() : I/O error, tag \"multi.H\" file number 0\n"));
     read_fault = {};
     auto t = session();
-    t->sreed("multi.H", back.data(), 4);
+    read(*t, "multi.H", 1);
     seek_error = EIO;
-    EXPECT_EQ(fatal([&] { t->sreed("multi.H", back.data(), 8000); }),
+    EXPECT_EQ(fatal([&] { read(*t, "multi.H", 2000); }),
               "multifd_read() unable to seek to file start for tag \"multi.H\", file 1 \n");
     EXPECT_EQ(t->sseek("multi.H", 0, 0), -1);
     seek_error = 0;
-    EXPECT_THAT(errors(), HasSubstr("multifd_seek: Input/output error\n"));
     EXPECT_EQ(s->from_aux<int>("all.H", "n1"), 1);
     read_fault = {"all.H", 0, EIO};
-    EXPECT_THAT(fatal([&] { s->sreed("all.H", back.data(), 400); }),
-                StartsWith("file_read() : I/O error, tag \"all.H\"\n"));
-    EXPECT_THAT(errors(), AllOf(HasSubstr("fd_read(): Input/output error\n"), HasSubstr("multifd_read(): Input"),
-                                HasSubstr("file_read(): Input/output error\n")));
+    EXPECT_THAT(fatal([&] { read(*s, "all.H", 100); }), StartsWith("file_read() : I/O error, tag \"all.H\"\n"));
+    for (const char* routine : {"fd_read()", "multifd_read()", "multifd_seek", "file_read()"})
+        EXPECT_THAT(errors(), HasSubstr(std::string(routine) + ": Input/output error\n"));
     EXPECT_THAT(fatal([&] { session()->from_aux<int>("all.H", "n1"); }),
                 HasSubstr("cannot be read: Input/output error"));
 }
@@ -196,41 +156,31 @@ TEST_F(Faults, AProgramWithoutStandardStreams) {
         std::fflush(stdout);
     });
     EXPECT_EQ(exit_status(program), 0);
-    EXPECT_EQ(read_file("g"), "\t\tn1=1\n");
+    EXPECT_EQ(read_text("g"), "\t\tn1=1\n");
 }
 
 TEST_F(Faults, StreamsThatFail) {
-    const std::vector<float> panel = ramp(1000);
-    auto s = session({"g=stdout", "g.out=stdout"});
-    std::fclose(out_);
-    out_ = std::fopen("o", "w");
-    s->set_streams(in_, out_, err_);
+    set_output_file("out.H");
+    auto s = session({"g=stdout", "g.out=stdout", "o.out=stdin"});
     s->to_history("n1", 1, "g");
     std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before{};
-    ::getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit small{4000, before.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &small);
-    const std::string message = fatal([&] { s->srite("g", panel.data(), 4000); });
-    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::string message;
+    {
+        const Limit small(RLIMIT_FSIZE, 4000);
+        message = fatal([&] { write(*s, "g", ramp(1000)); });
+    }
     EXPECT_THAT(message, StartsWith("file_write() : I/O error, tag \"g\"\n"));
-    auto o = session({"o.out=stdin"});  // a file of that name
-    write_fault = {"/stdin", SIZE_MAX, EIO, 0};
-    EXPECT_EQ(fatal([&] { o->srite("o", panel.data(), 4); }),
-              "xdr_rite(): I/O error on output for tag \"o\" -- ierr=0 \n");
+    write_fault = {"/stdin", SIZE_MAX, EIO, 0};  // a file of that name
+    EXPECT_EQ(fatal([&] { write(*s, "o", {1}); }), "xdr_rite(): I/O error on output for tag \"o\" -- ierr=0 \n");
     EXPECT_THAT(errors(), EndsWith("unexpected eof for tag o\n"));
 
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const std::string head = "n1=1 in=stdin\n\n\f\f\4";
-    ASSERT_EQ(::write(ends[1], head.data(), head.size()), static_cast<ssize_t>(head.size()));
-    std::fclose(in_);
-    in_ = ::fdopen(ends[0], "r");
+    const int to_us = pipe_input();
+    put(to_us, head);
     auto t = session();
     EXPECT_EQ(t->from_aux<int>("in", "n1"), 1);
     read_fault = {"]", 0, EIO};
     EXPECT_EQ(fatal([&] { t->sseek("in", 100, 0); }), "sseek(): I/O error in seek for tag \"in\"\n");
-    ::close(ends[1]);
+    ::close(to_us);
 }
 
 TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
@@ -238,77 +188,57 @@ TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
     for (const int error : {ENOSPC, EDQUOT}) {
         write_fault = {"g@", 1000000, error};
         {
-            auto s = session({"nfiles=3", "filesize=2", "datapath=./", "g.write_title=n"});
+            auto s = session({"nfiles=3", "filesize=2", "datapath=./"});
             EXPECT_EQ(s->srite("g", samples.data(), 1600000), 1600000);
             EXPECT_EQ(s->srite("g", samples.data() + 400000, 400000), 400000);
         }
         EXPECT_EQ(std::filesystem::file_size("g@"), 1000000U);
-        EXPECT_THAT(read_file("g"), EndsWith("in=\"./g@;./g@1\"\n"));
-        std::vector<float> back(500000);
-        EXPECT_EQ(session()->sreed("g", back.data(), 2000000), 2000000);
-        EXPECT_EQ(back, samples);
+        EXPECT_THAT(read_text("g"), EndsWith("in=\"./g@;./g@1\"\n"));
+        EXPECT_EQ(read(*session(), "g", 500000), samples);
     }
     write_fault = {"g@1", 0, ENOSPC};  // nothing fits there: the file is passed over
     {
-        auto s = session({"nfiles=3", "filesize=1", "datapath=./", "g.write_title=n"});
-        EXPECT_EQ(s->srite("g", samples.data(), 2000000), 2000000);
+        auto s = session({"nfiles=3", "filesize=1", "datapath=./"});
+        write(*s, "g", samples);
         EXPECT_EQ(s->sseek("g", 1048576, 0), 1048576);  // positions do not count what it lacks
-        EXPECT_EQ(s->srite("g", samples.data(), 4), 4);
+        write(*s, "g", {-1});
     }
-    EXPECT_THAT(read_file("g"), EndsWith("in=\"./g@;./g@2\"\n"));
-    float value = -1;
-    auto t = session();
-    t->sreed("g", &value, 4);
-    EXPECT_EQ(t->sseek("g", 1048576, 0), 1048576);
-    t->sreed("g", &value, 4);
-    EXPECT_EQ(value, 0.0f);
+    EXPECT_THAT(read_text("g"), EndsWith("in=\"./g@;./g@2\"\n"));
+    auto s = session({"nfiles=2", "datapath=./"});
+    read(*s, "g", 1);
+    EXPECT_EQ(s->sseek("g", 1048576, 0), 1048576);
+    EXPECT_EQ(read(*s, "g", 1), std::vector<float>{-1});
     write_fault = {"", 1000, ENOSPC};  // no room anywhere
-    EXPECT_THAT(fatal([&] {
-                    session({"nfiles=2", "datapath=./"})->srite("h", samples.data(), 4000);
-                }),
+    EXPECT_THAT(fatal([&] { write(*s, "h", ramp(1000)); }),
                 StartsWith("xdr_rite(): I/O error on output for tag \"h\" -- ierr=1000 \n"));
     write_fault = {"k@", 1000, EIO};  // anything else ends the run
-    EXPECT_EQ(fatal([&] {
-                  session({"nfiles=2", "datapath=./"})->srite("k", samples.data(), 4000);
-              }),
+    EXPECT_EQ(fatal([&] { write(*s, "k", ramp(1000)); }),
               "multifd_write() : I/O error, tag \"k\" file number 0\n  \"./k@\": Input/output error\n");
 }
 
 TEST_F(Faults, AScratchFileForAPipeThatCannotBeWritten) {
-    write_file("all.H", "n1=1 in=stdin\n\n\f\f\4data");
+    write_text("all.H", head + "data");
+    auto s = session({"rec=cat all.H|", "datapath=./"});
     write_fault = {"(deleted)", 0, ENOSPC};
-    EXPECT_THAT(fatal([&] {
-                    session({"rec=cat all.H|", "datapath=./"})->make_unpipe("rec");
-                }),
-                StartsWith("make_unpipe: write failed for tag \"rec\" \n"));
+    EXPECT_THAT(fatal([&] { s->make_unpipe("rec"); }), StartsWith("make_unpipe: write failed for tag \"rec\" \n"));
 }
 
 TEST_F(Faults, AJobMasterThatTakesHalfAMessage) {
     std::string port = "0";
     const qas::Descriptor listener = qas::opensock1(port, false, "127.0.0.1");
-    const auto layer_for = [&](qas::Layer& layer) {
-        qas::initpar(layer,
-                     {"prog", "qas.jobid=J", "qas.mach_label=L", "qas.master_ip=127.0.0.1", "qas.master_port=" + port});
-        layer.notes.err = err_;
-    };
-    send_fault = {"", 100, EPIPE};
     qas::Layer layer;
-    layer_for(layer);
+    prepare(layer, {"qas.jobid=J", "qas.mach_label=L", "qas.master_ip=127.0.0.1", "qas.master_port=" + port});
+    send_fault = {"", 100, EPIPE};
     EXPECT_EQ(fatal([&] { qas::qas_exit_prog(layer); }), "trouble sending message exit:J:L:none \n");
     EXPECT_EQ(errors(), "Mismatch in number of sent bytes 100 !=1024 \n");
-    qas::Layer other;
-    layer_for(other);
-    send_fault.room = 0;
-    EXPECT_EQ(qas::qas_send_msg(other, "error", "none"), 1);
-    const int next = ::dup(0);
-    ::close(next);
-    rlimit before{};
-    ::getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit few{static_cast<rlim_t>(next), before.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &few);
-    const std::string message = fatal([&] { qas::qas_exit_prog(layer); });
-    const int quiet = qas::qas_send_msg(other, "error", "none");
-    ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(qas::qas_send_msg(layer, "error", "none"), 1);
+    std::string message;
+    int quiet = 0;
+    {
+        const Limit none = no_descriptors();
+        message = fatal([&] { qas::qas_exit_prog(layer); });
+        quiet = qas::qas_send_msg(layer, "error", "none");
+    }
     EXPECT_EQ(message, "Failed to create socket \n");
     EXPECT_EQ(quiet, 1);
 }
@@ -324,11 +254,9 @@ TEST_F(Faults, AWriterKilledAtAnyMomentLeavesADatasetThatReadsBack) {
         const pid_t writer = start_process([&] {
             auto s = session({"datapath=./", several ? "nfiles=9" : "nfiles=1", "filesize=1"});
             s->to_history("n1", static_cast<int>(n), "g");
-            std::vector<float> panel(n);
             for (int k = 1; k <= 400; ++k) {
-                std::fill(panel.begin(), panel.end(), static_cast<float>(k));
                 s->to_history("n4", k, "g");
-                s->srite("g", panel.data(), panel_bytes);
+                write(*s, "g", std::vector<float>(n, static_cast<float>(k)));
             }
         });
         ::usleep(std::uniform_int_distribution<useconds_t>(0, 6000)(random));
@@ -344,8 +272,7 @@ TEST_F(Faults, AWriterKilledAtAnyMomentLeavesADatasetThatReadsBack) {
         ASSERT_EQ(s->from_aux<int>("g", "n1"), n);
         std::vector<float> back(n);
         for (int k = 1; k <= panels; ++k) {
-            const std::int64_t got = s->sreed("g", back.data(), panel_bytes);
-            if (got < panel_bytes) {
+            if (s->sreed("g", back.data(), panel_bytes) < panel_bytes) {
                 EXPECT_EQ(k, panels) << "a panel before the one being written is incomplete";
                 ++seen_short;
                 break;
@@ -361,22 +288,20 @@ TEST_F(Faults, AWriterKilledAtAnyMomentLeavesADatasetThatReadsBack) {
 TEST_F(Faults, APanelOverTwoGibibytes) {
     constexpr std::int64_t panel = (std::int64_t{1} << 31) + (std::int64_t{64} << 20);
     const float last = 2.5f;
-    {
-        const int fd = ::open("big@", O_WRONLY | O_CREAT, 0666);  // all but the last sample is a hole
-        const std::string bytes = xdr<float>({last});
-        ASSERT_EQ(::pwrite(fd, bytes.data(), 4, panel - 4), 4);
-        ::close(fd);
-    }
-    write_file("big.H", "n1=553648128 in=\"big@\"\n");
-    RepeatedBlock buffer(panel);
+    write_text("big@", "");
+    std::filesystem::resize_file("big@", panel - 4);  // all but the last sample is a hole
+    std::ofstream("big@", std::ios::app) << xdr<float>({last});
+    write_text("big.H", "n1=553648128 in=\"big@\"\n");
+    char* const buffer = map_repeated_block(panel);
     auto s = session({"copy.out=/dev/null"});
     EXPECT_EQ(s->data_size("big.H"), panel);
-    EXPECT_EQ(s->sreed("big.H", buffer.data(), panel), panel);
+    EXPECT_EQ(s->sreed("big.H", buffer, panel), panel);
     float value = 0;
-    std::memcpy(&value, buffer.data() + panel - 4, 4);
+    std::memcpy(&value, buffer + panel - 4, 4);
     EXPECT_EQ(value, last);
-    EXPECT_EQ(s->srite("copy", buffer.data(), panel), panel);
+    EXPECT_EQ(s->srite("copy", buffer, panel), panel);
     EXPECT_EQ(s->file_position("big.H"), panel);
+    ::munmap(buffer, panel);
     EXPECT_EQ(errors(), "");
 }
 
@@ -386,18 +311,16 @@ TEST_F(Faults, ADatasetOverFourGibibytes) {
     for (const char* files : {"nfiles=1", "nfiles=4"}) {
         auto s = session({files, "filesize=2048", "datapath=./"});
         s->auxinout("g");
-        EXPECT_EQ(s->srite("g", samples.data(), 12), 12);
+        write(*s, "g", samples);
         EXPECT_EQ(s->sseek("g", far, 0), far);
-        EXPECT_EQ(s->srite("g", samples.data(), 12), 12);
+        write(*s, "g", samples);
         EXPECT_EQ(s->data_size("g"), far + 12);
         EXPECT_EQ(s->sseek("g", -8, 1), far + 4);
-        float value = 0;
-        EXPECT_EQ(s->sreed("g", &value, 4), 4);
-        EXPECT_EQ(value, 2.0f);
+        EXPECT_EQ(read(*s, "g", 1), std::vector<float>{2});
         EXPECT_EQ(s->file_position("g"), far + 8);
-        auto t = session();
         s->hclose();
-        EXPECT_EQ(t->sreed_window("g", {{1 << 30, 2}, {1, 1}, {268435459, 1}, {1, 1}, 4}, &value), 4);
+        float value = 0;
+        EXPECT_EQ(session()->sreed_window("g", {{1 << 30, 2}, {1, 1}, {268435459, 1}, {1, 1}, 4}, &value), 4);
         EXPECT_EQ(value, 1.0f);
         std::filesystem::remove("g");
     }
