@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "lib/corelibs/qas/data_names.h"
+#include "lib/corelibs/qas/formats.h"
 #include "lib/corelibs/qas/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
@@ -250,6 +251,14 @@ TEST_F(Datasets, NothingMovesForACountOfZero) {
     EXPECT_EQ(s->sreed("never", nullptr, 0), 0);
     EXPECT_FALSE(std::filesystem::exists("never"));
     EXPECT_EQ(fatal([&] { s->sseek("never", 0, 0); }), "Unknown tag \"never\" \n");
+}
+
+TEST_F(Datasets, SwapWordsAtAnyAlignmentAndInPlace) {
+    std::string bytes = "?abcdefghijklmnop", target(bytes.size(), '.');
+    qas::swap_words(bytes.data() + 1, target.data() + 1, 3);
+    EXPECT_EQ(target, ".dcbahgfelkji....");
+    qas::swap_words(target.data() + 1, target.data() + 1, 3);
+    EXPECT_EQ(target, ".abcdefghijkl....");
 }
 
 TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
