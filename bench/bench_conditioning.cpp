@@ -1,5 +1,5 @@
 // What an evaluation does to image and gradient beside the wavefields, for four shots of the demo's survey, and one of
-// those shots (migration and described gradient) to compare with.
+// those shots (migration and classic gradient) to compare with.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 

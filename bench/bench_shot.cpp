@@ -1,4 +1,4 @@
-// The passes of one shot, migration and gradient, with the described and the exact gradient, whose references are
+// The passes of one shot, migration and gradient, with the classic and the exact gradient, whose references are
 // given; one and two threads.
 #include <benchmark/benchmark.h>
 
@@ -47,8 +47,8 @@ void shot(benchmark::State& state, Pass pass, bool exact, const char* extrap, in
 #define PASS(name, pass, exact, extrap, nref) \
     BENCHMARK_CAPTURE(shot, name, Pass::pass, exact, extrap, nref)->Arg(1)->Arg(2)->UseRealTime()
 #define PASSES(name, extrap, nref)                                    \
-    PASS(name##_described_migration, migration, false, extrap, nref); \
-    PASS(name##_described_gradient, gradient, false, extrap, nref);   \
+    PASS(name##_classic_migration, migration, false, extrap, nref); \
+    PASS(name##_classic_gradient, gradient, false, extrap, nref);   \
     PASS(name##_exact_migration, migration, true, extrap, nref);      \
     PASS(name##_exact_gradient, gradient, true, extrap, nref)
 PASSES(pspi1, "pspi", 1);

@@ -79,7 +79,7 @@ std::vector<std::string> arguments_of(int argc, char** argv, const Scratch& scra
     words.push_back("datapath=" + scratch.path.string() + "/");
     words.push_back("stdout=" + (scratch.path / "history").string());
     words.push_back(std::string("gradient=") + mode);
-    if (std::string_view(mode) == "described")
+    if (std::string_view(mode) == "classic")
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax"}) words.push_back(std::string(key) + "=");
     return words;
 }
@@ -194,7 +194,7 @@ int main(int argc, char** argv) {
     try {
         const Plan plan = read_plan(session);
         const std::vector<SlopeCheck> exact = test_mode(argc, argv, "exact", plan);
-        test_mode(argc, argv, "described", plan);
+        test_mode(argc, argv, "classic", plan);
         return conclude(exact);
     } catch (const qas::Fatal& error) {
         return qas::report_fatal(error, session);

@@ -1,6 +1,6 @@
 /// Whole runs of two accepted steps with each way of conditioning image and gradient. Panels of all evaluations are
 /// held against the step's own formula, so that what a later one does differently shows too. Where the exact gradient
-/// serves, on random wavefields, on which the described one mostly ends in its first line search; where it does not, on
+/// serves, on random wavefields, on which the classic one mostly ends in its first line search; where it does not, on
 /// a survey modelled by morvane_synth.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -203,7 +203,7 @@ TEST(Conditioning, ResidualsPredictedAcrossOffset) {
 TEST(Conditioning, ResidualsReweightedByTheirEnvelope) {
     constexpr int nh = 5, windx = 3, windh = 2, windz = 4;
     for (const bool exact : {false, true}) {
-        SCOPED_TRACE(exact ? "exact" : "described");
+        SCOPED_TRACE(exact ? "exact" : "classic");
         Arguments arguments = {{"l1norm", "y"}, {"nh", "5"}, {"windx", "3"}, {"windh", "2"}, {"windz", "4"}};
         if (exact) arguments.insert({{"gradient", "exact"}, {"firststep", "0.01"}});
         const Inverted run(arguments);
@@ -278,7 +278,7 @@ TEST(Conditioning, GradientsProjectedOnKnots) {
 
 TEST(Conditioning, NothingMovesAboveAHorizon) {
     for (const bool exact : {false, true}) {
-        SCOPED_TRACE(exact ? "exact" : "described");
+        SCOPED_TRACE(exact ? "exact" : "classic");
         Arguments arguments = {{"horv0", "horizon"}};
         if (exact) arguments.insert({{"gradient", "exact"}, {"firststep", "0.01"}});
         const auto pick = [](int ix) { return ix < 8 ? 30.0 : 45.5; };
@@ -320,7 +320,7 @@ TEST(Conditioning, NothingMovesAboveAHorizon) {
 TEST(Conditioning, TimeShifts) {
     const Arguments shifts = {{"timeshift", "y"}, {"nth", "5"}, {"oth", "-0.008"}, {"dth", "0.004"}};
     for (const bool exact : {false, true}) {
-        SCOPED_TRACE(exact ? "exact" : "described");
+        SCOPED_TRACE(exact ? "exact" : "classic");
         Arguments arguments = shifts;
         const Arguments mode = exact ? Arguments{{"gradient", "exact"}, {"firststep", "0.01"}} : Arguments{};
         arguments.insert(mode.begin(), mode.end());

@@ -18,7 +18,7 @@ TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
     words.push_back("nstep=4");
     const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
     EXPECT_EQ(run.status, 0) << run.out << run.err;
-    EXPECT_THAT(run.out, HasSubstr("gradient=described, direction 1"));
+    EXPECT_THAT(run.out, HasSubstr("gradient=classic, direction 1"));
     EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2, no lateral mean"));
     EXPECT_THAT(run.out, HasSubstr("verdict: the exact gradient is right"));
     words.push_back("reach=1e-9");

@@ -58,8 +58,8 @@ FxDesign fx2d_design(const Parms& par);
 void form_residual(const Inversion& run, EvaluationArrays& arrays);
 
 /// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision (in double in the exact
-/// mode), sum in double. In the described mode the second axis is img.sh also with time shifts, where it is empty; in the exact mode it is the one
-/// that is there.
+/// mode), sum in double. In the classic mode the second axis is img.sh also with time shifts, where it is empty; in the
+/// exact mode it is the one that is there.
 double objective(const Parms& par, View<const float, 3> b_image);
 
 /// Turns the residual into the derivative of `fun` with respect to the image: 2 W^2 r; with l1norm 2 W^2 y / e^e, y the
@@ -76,11 +76,10 @@ void back_project(const Inversion& run, EvaluationArrays& arrays);
 /// @param g (img.xm.n img.z.n) in place
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g);
 
-/// Objective and gradient at x, in the described order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
+/// Objective and gradient at x, in the classic order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
 /// @param x     (img.xm.n img.z.n) slowness; samples above a horizon go back to the start model, also for the caller
 /// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned; in the exact mode the
-/// derivative
-///              of fun with respect to x
+///              derivative of fun with respect to x
 /// @param titer number of the evaluation, also the panel count of the outputs
 /// @return fun; the caller checks that it is finite
 /// Ends the run when data, image, residual or gradient hold numbers that are not finite, naming the array, the count

@@ -39,7 +39,7 @@ Often given
     node=N              threads
     datapath=PREFIX     where data files go
 
-Every parameter is described in docs/parameters.md, the dataset format in docs/datasets.md.
+Every parameter stands in docs/parameters.md, the dataset format in docs/datasets.md.
 )";
 
 int report(const char* text, qas::Session& session) {

@@ -85,7 +85,7 @@ struct Parms {
     float vsal = 0.0f;
     bool icwind = false;
 
-    std::string gradient = "described";                        ///< or "exact": the derivative of the reported fun
+    std::string gradient = "classic";                          ///< or "exact": the derivative of the reported fun
     bool normalise = false;                                    ///< exact: fun divided by the energy of the image
     float fun_xmin = -std::numeric_limits<float>::infinity();  ///< exact: columns outside do not count in fun
     float fun_xmax = std::numeric_limits<float>::infinity();

@@ -334,8 +334,8 @@ void check_conditioning(const Parms& par, qas::Session& session) {
 
 /// The keys of the exact gradient and of the first step.
 void check_exact(const Parms& par, qas::Session& session) {
-    if (par.gradient != "described" && par.gradient != "exact")
-        refuse("gradient=%s: permitted are described and exact", par.gradient.c_str());
+    if (par.gradient != "classic" && par.gradient != "exact")
+        refuse("gradient=%s: permitted are classic and exact", par.gradient.c_str());
     if (session.exist_file("firststep") && !(par.firststep > 0.0f && par.firststep < 1.0f))
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {

@@ -348,7 +348,7 @@ void set(TinySurvey& survey, const char* key, const char* value) {
 
 TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
     const std::vector<Refusal> table = {
-        // the described checks, in their order
+        // the classic checks, in their order
         {"How to compute the perturbed image?", [](TinySurvey& s) { set(s, "dso", "n"); }},
         {"# source freq. .ne. # receiver freq.", [](TinySurvey& s) { s.sou.header["n3"] = "2"; }},
         {"# source planes. .ne. # receiver planes", [](TinySurvey& s) { s.sou.header["n4"] = "5"; }},
@@ -438,7 +438,7 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         // conditioning and the exact gradient
         {"frame=-1: permitted are 0 to 1048576 rows\n",
          [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
-        {"gradient=right: permitted are described and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
+        {"gradient=right: permitted are classic and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
         {"firststep=1: permitted is a fraction of slowness, more than 0 and less than 1\n",
          [](TinySurvey& s) { set(s, "firststep", "1"); }},
         {"normalise: takes effect with gradient=exact only\n", [](TinySurvey& s) { set(s, "normalise", "y"); }},

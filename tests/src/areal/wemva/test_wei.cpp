@@ -113,7 +113,7 @@ TEST(Passes, KeptMemoryChangesNothing) {
                 const Shot shot({.nx = nx, .nz = 6, .nw = 4, .extrap = extrap, .nref = 2, .nh = 3, .padtraces = 2},
                                 0.2f);
                 Array<float, 3> deltai({nx, 3, 6}), image({nx, 3, 6});
-                Array<float, 2> illum({nx, 6}), exact({nx, 6}), described({nx, 6});
+                Array<float, 2> illum({nx, 6}), exact({nx, 6}), classic({nx, 6});
                 randomize(deltai.flat(), 8);
                 for (WaveContext context : {shot.context(), shot.exact_context()}) {
                     context.memory = &memory;
@@ -122,7 +122,7 @@ TEST(Passes, KeptMemoryChangesNothing) {
                         owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), exact,
                                        deltai.view());
                     else
-                        owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), described, deltai,
+                        owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), classic, deltai,
                                 nullptr);
                     image.fill(0.0f);
                     owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, illum);
@@ -131,7 +131,7 @@ TEST(Passes, KeptMemoryChangesNothing) {
                     EXPECT_TRUE(std::ranges::equal(image.flat(), alone.flat())) << extrap << nx << round << frozen;
                 }
                 EXPECT_TRUE(std::ranges::equal(exact.flat(), shot.gradient(deltai).flat())) << extrap << nx << round;
-                EXPECT_TRUE(std::ranges::equal(described.flat(), shot.adjoint(deltai).flat())) << extrap << nx << round;
+                EXPECT_TRUE(std::ranges::equal(classic.flat(), shot.adjoint(deltai).flat())) << extrap << nx << round;
             }
         }
     }
