@@ -10,6 +10,7 @@
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/inversion_setup.h"
 #include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/solver/precision.h"
 #include "src/areal/wemva/solver/solver_lbfgsb_mod.h"
 #include "src/areal/wemva/text_log.h"
 

@@ -7,13 +7,15 @@
 #include <string>
 
 #include "lib/base/fixed_format.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/bounds.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/line_search.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/reports.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "src/areal/wemva/solver/bounds.h"
+#include "src/areal/wemva/solver/cauchy.h"
+#include "src/areal/wemva/solver/console.h"
+#include "src/areal/wemva/solver/dense.h"
+#include "src/areal/wemva/solver/line_search.h"
+#include "src/areal/wemva/solver/matrices.h"
+#include "src/areal/wemva/solver/precision.h"
+#include "src/areal/wemva/solver/reports.h"
+#include "src/areal/wemva/solver/subspace.h"
 
 namespace solver {
 
@@ -53,33 +55,31 @@ struct Run {
     double factr, pgtol;
     Text60& task;
     int iprint;
-    Text60& csave;
+    SearchState search_state;
 
     std::span<double> z{}, r{}, d{}, t{};
     View<double, 2> wn{}, wn1{};
     CauchyScratch scratch{};
-    std::span<int> index{}, iwhere{}, indx2{};
-    std::span<int, 2> line_isave;
-    std::span<double, 13> line_dsave;
+    std::span<int> iwhere{};
+    FreeSet set{};
 
-    bool prjctd = false, cnstnd = false, boxed = false, updatd = false;
+    Kind kind{};
+    bool updatd = false;
     Pairs pairs{};
     Search search{};
     Progress progress{};
     Times times{};
-    int itfile = 0, info = 0, nfree = 0, nenter = 0, ileave = 0;
+    int itfile = 0, info = 0;
     double tol = 0, epsmch = 0, cpu1 = 0, time1 = 0;
-
-    FreeSet free_set() const { return {index, nfree, indx2, nenter, ileave}; }
 };
 
 /// Pair each saved value with its slot; `move(value, slot)` copies one way or the other.
 template <class Move>
 void each_saved(Run& run, std::array<int, 4>& lsave, std::array<int, 44>& isave, std::array<double, 29>& dsave,
                 Move move) {
-    move(run.prjctd, lsave[0]);
-    move(run.cnstnd, lsave[1]);
-    move(run.boxed, lsave[2]);
+    move(run.kind.prjctd, lsave[0]);
+    move(run.kind.cnstnd, lsave[1]);
+    move(run.kind.boxed, lsave[2]);
     move(run.updatd, lsave[3]);
 
     move(run.progress.nintol, isave[21]);
@@ -96,10 +96,10 @@ void each_saved(Run& run, std::array<int, 4>& lsave, std::array<int, 44>& isave,
     move(run.info, isave[34]);
     move(run.search.ifun, isave[35]);
     move(run.progress.iword, isave[36]);
-    move(run.nfree, isave[37]);
+    move(run.set.nfree, isave[37]);
     move(run.progress.nact, isave[38]);
-    move(run.ileave, isave[39]);
-    move(run.nenter, isave[40]);
+    move(run.set.ileave, isave[39]);
+    move(run.set.nenter, isave[40]);
 
     move(run.pairs.theta, dsave[0]);
     move(run.search.fold, dsave[1]);
@@ -140,22 +140,22 @@ void lay_out(Run& run, std::span<double> wa, std::span<int> iwa, const std::arra
     run.t = vector(15);
     double* work = block(16);
     run.scratch = {work, work + 2 * m, work + 4 * m, work + 6 * m};
-    run.index = iwa.subspan(0, run.x.size());
+    run.set.index = iwa.subspan(0, run.x.size());
     run.iwhere = iwa.subspan(run.x.size(), run.x.size());
-    run.indx2 = iwa.subspan(2 * run.x.size(), run.x.size());
+    run.set.indx2 = iwa.subspan(2 * run.x.size(), run.x.size());
 }
 
 void finish(Run& run, int k) {
     run.times.time = timer() - run.time1;
-    prn3lb(run.n, run.x, run.f, run.task, run.iprint, run.info, run.itfile, run.progress, run.search, k, run.times);
+    prn3lb(run.x, run.f, {run.task, run.info, k}, run.iprint, run.itfile, run.progress, run.search, run.times);
 }
 
 /// The first call. @return false when an argument is wrong; nothing is to be saved then.
 bool start(Run& run) {
     run.time1 = timer();
     run.epsmch = dpmeps();
-    run.nfree = run.n;
-    run.ileave = run.n + 1;
+    run.set.nfree = run.n;
+    run.set.ileave = run.n + 1;
     run.tol = run.factr * run.epsmch;
     if (run.iprint >= 1) run.itfile = create_itfile();
     int k = 0;
@@ -166,7 +166,7 @@ bool start(Run& run) {
         return false;
     }
     prn1lb(run.bounds, run.n, run.m, run.x, run.iprint, run.itfile, run.epsmch);
-    active(run.bounds, run.x, run.iwhere, run.iprint, run.prjctd, run.cnstnd, run.boxed);
+    run.kind = active(run.bounds, run.x, run.iwhere, run.iprint);
     run.task = "FG_START";
     return true;
 }
@@ -192,7 +192,7 @@ void restore_previous(Run& run) {
 
 /// Minimise the model over the free variables. @return false after a breakdown: the pairs are gone, begin again.
 bool subspace_step(Run& run, bool wrk) {
-    const FreeSet set = run.free_set();
+    const FreeSet& set = run.set;
     if (wrk) {
         run.info = formk(run.pairs, set, run.updatd, run.wn, run.wn1);
         if (run.info != 0) {
@@ -200,7 +200,7 @@ bool subspace_step(Run& run, bool wrk) {
             return false;
         }
     }
-    run.info = cmprlb(run.pairs, set, run.x, run.g, run.z, run.scratch.c, run.scratch.p, run.cnstnd, run.r);
+    run.info = cmprlb(run.pairs, set, run.x, run.g, run.z, run.scratch.c, run.scratch.p, run.kind.cnstnd, run.r);
     if (run.info == 0) {
         run.info = subsm(run.pairs, set.free(), run.bounds, run.z, run.r, run.progress.iword, run.scratch.p, run.wn,
                          run.iprint);
@@ -218,27 +218,27 @@ bool minimise_model(Run& run) {
     if (run.iprint >= 99) screen("\nITERATION " + column_int(progress.iter + 1, 5) + '\n');
     progress.iword = -1;
     bool wrk = run.updatd;
-    if (!run.cnstnd && run.pairs.col > 0) {
+    if (!run.kind.cnstnd && run.pairs.col > 0) {
         std::copy(run.x.begin(), run.x.end(), run.z.begin());
         progress.nint = 0;
     } else {
         const double before = timer();
-        run.info = cauchy(run.pairs, run.bounds, run.x, run.g, run.indx2, run.iwhere, run.t, run.d, run.z, run.scratch,
-                          progress.nint, run.iprint, progress.sbgnrm, run.epsmch);
+        const CauchyVectors vectors{run.x, run.g, run.set.indx2, run.iwhere, run.t, run.d, run.z};
+        run.info =
+            cauchy(run.pairs, run.bounds, vectors, run.scratch, progress.nint, run.iprint, progress.sbgnrm, run.epsmch);
         run.times.cachyt += timer() - before;
         if (run.info != 0) {
             forget_pairs(run, singular);
             return false;
         }
         progress.nintol += progress.nint;
-        wrk = freev(run.index, run.nfree, run.nenter, run.ileave, run.indx2, run.iwhere, run.updatd, run.cnstnd,
-                    run.iprint, progress.iter);
-        progress.nact = run.n - run.nfree;
+        wrk = freev(run.set, run.iwhere, run.updatd, run.kind.cnstnd, run.iprint, progress.iter);
+        progress.nact = run.n - run.set.nfree;
     }
     if (run.pairs.col == 0) return true;
-    if (run.nfree == 0) {
+    if (run.set.nfree == 0) {
         // There is no subspace, but the sums over free and active variables have to follow the new pair and the sets.
-        if (wrk) update_wn1(run.pairs, run.free_set(), run.updatd, run.wn1);
+        if (wrk) update_wn1(run.pairs, run.set, run.updatd, run.wn1);
         return true;
     }
     const double before = timer();
@@ -301,8 +301,8 @@ bool iterate(Run& run) {
             for (std::size_t i = 0; i < run.x.size(); ++i) run.d[i] = run.z[i] - run.x[i];
             run.cpu1 = timer();
         }
-        run.info = lnsrlb(run.bounds, run.x, run.f, run.g, run.d, run.r, run.t, run.z, search, progress.iter,
-                          progress.nfgv, run.task, run.boxed, run.cnstnd, run.csave, run.line_isave, run.line_dsave);
+        run.info = lnsrlb(run.bounds, run.kind, {run.x, run.g, run.d, run.z, run.r, run.t}, run.f, search, progress,
+                          run.task, run.search_state);
         const bool gave_up = run.info == 0 && search.iback >= max_backtracks;  // the last trial point was not evaluated
         const bool undefined = run.task.starts_with("NEW_X") && !std::isfinite(run.f);
         if (run.info != 0 || gave_up || undefined) {
@@ -396,9 +396,7 @@ void setulb(int n, int m, std::span<double> x, std::span<const double> l, std::s
             .pgtol = pgtol,
             .task = task,
             .iprint = iprint,
-            .csave = csave,
-            .line_isave = std::span(isave).subspan<42, 2>(),
-            .line_dsave = std::span(dsave).subspan<16, 13>()};
+            .search_state = {csave, std::span(isave).subspan<42, 2>(), std::span(dsave).subspan<16, 13>()}};
     mainlb(run, wa, iwa, lsave, isave, dsave);
     if (iprint >= 0) std::fflush(stdout);
 }

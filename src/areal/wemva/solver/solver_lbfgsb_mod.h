@@ -15,33 +15,13 @@
 ///
 /// All state is in the arrays of the caller, so a copy of all of them taken between two calls continues later, also in
 /// another process, with the same iterates to the last bit.
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <span>
-#include <string_view>
+
+#include "src/areal/wemva/solver/text60.h"
 
 namespace solver {
-
-/// A text field of 60 characters, padded with blanks; what does not fit is cut.
-class Text60 {
-    std::array<char, 60> characters_;
-
-public:
-    Text60() : Text60("") {}
-    Text60(const char* text) : Text60(std::string_view(text)) {}
-    Text60(std::string_view text) {
-        characters_.fill(' ');
-        std::copy_n(text.begin(), std::min(text.size(), characters_.size()), characters_.begin());
-    }
-    /// All 60 characters.
-    std::string_view field() const { return {characters_.data(), characters_.size()}; }
-    /// The text without its trailing blanks.
-    std::string_view text() const { return field().substr(0, field().find_last_not_of(' ') + 1); }
-    bool starts_with(std::string_view prefix) const { return field().starts_with(prefix); }
-    /// Comparison of the whole field with a text padded with blanks.
-    friend bool operator==(const Text60& a, std::string_view b) { return a.text() == Text60(b).text(); }
-};
 
 /// Length of the work array `wa`: the sum of the blocks listed below.
 constexpr std::size_t wa_size(std::size_t n, std::size_t m) {
@@ -120,8 +100,5 @@ void setulb(int n, int m, std::span<double> x, std::span<const double> l, std::s
             std::span<const int> nbd, double& f, std::span<double> g, double factr, double pgtol, std::span<double> wa,
             std::span<int> iwa, Text60& task, int iprint, Text60& csave, std::array<int, 4>& lsave,
             std::array<int, 44>& isave, std::array<double, 29>& dsave);
-
-/// Relative spacing of double-precision numbers, found by probing the arithmetic: 2^-52.
-double dpmeps();
 
 }  // namespace solver

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
+#include "src/areal/wemva/solver/matrices.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 
 using Matrix = std::vector<Vector>;  // rows

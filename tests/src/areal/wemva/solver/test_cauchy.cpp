@@ -4,8 +4,8 @@
 #include <numeric>
 #include <random>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "src/areal/wemva/solver/cauchy.h"
+#include "src/areal/wemva/solver/subspace.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
 #include "tests/src/areal/wemva/solver/output.h"
@@ -38,9 +38,10 @@ TEST(Hpsolb, DeliversTimesInIncreasingOrderWithTheirVariables) {
 
 TEST(Freev, ListsOfVariablesThatChangedSides) {
     std::vector<int> index(6, 0), indx2(6, 0);
-    int nfree = 0, nenter = -1, ileave = -1;
+    solver::FreeSet set{index, indx2, 0, -1, -1};
+    auto& [list, changes, nfree, nenter, ileave] = set;
     const auto freev = [&](std::vector<int> iwhere, bool updatd, bool cnstnd, int iter) {
-        return solver::freev(index, nfree, nenter, ileave, indx2, iwhere, updatd, cnstnd, -1, iter);
+        return solver::freev(set, iwhere, updatd, cnstnd, -1, iter);
     };
     // The first iteration has nothing to compare with; active variables stand at the end in decreasing order.
     EXPECT_FALSE(freev({0, 1, -1, 2, -3, 3}, false, true, 0));
@@ -87,15 +88,15 @@ TEST(Bounds, StartPointIsProjectedAndCounted) {
         const Vector l{1, 1}, u{9, 9};
         Vector x = row.x;
         std::vector<int> iwhere(2, 99);
-        bool prjctd = !row.prjctd, cnstnd = !row.cnstnd, boxed = !row.boxed;
-        const std::string out = printed([&] { solver::active({l, u, row.nbd}, x, iwhere, 1, prjctd, cnstnd, boxed); });
+        solver::Kind kind;
+        const std::string out = printed([&] { kind = solver::active({l, u, row.nbd}, x, iwhere, 1); });
         EXPECT_EQ(x, row.projected);
-        EXPECT_EQ(prjctd, row.prjctd);
-        EXPECT_EQ(cnstnd, row.cnstnd);
-        EXPECT_EQ(boxed, row.boxed);
+        EXPECT_EQ(kind.prjctd, row.prjctd);
+        EXPECT_EQ(kind.cnstnd, row.cnstnd);
+        EXPECT_EQ(kind.boxed, row.boxed);
         EXPECT_EQ(iwhere, row.iwhere);
-        EXPECT_EQ(out, std::string(prjctd ? " The initial X is infeasible.  Restart with its projection.\n" : "") +
-                           (cnstnd ? "" : " This problem is unconstrained.\n") + "\nAt X0         " +
+        EXPECT_EQ(out, std::string(kind.prjctd ? " The initial X is infeasible.  Restart with its projection.\n" : "") +
+                           (kind.cnstnd ? "" : " This problem is unconstrained.\n") + "\nAt X0         " +
                            std::to_string(row.at_bounds) + " variables are exactly at the bounds\n");
     }
 }
@@ -136,14 +137,13 @@ struct Cauchy {
     /// With the states that the start of a run gives.
     int find(const solver::Pairs& pairs) {
         Vector start = x;
-        bool prjctd, cnstnd, boxed;
-        solver::active(bounds(), start, iwhere, -1, prjctd, cnstnd, boxed);
+        solver::active(bounds(), start, iwhere, -1);
         return again(pairs);
     }
     int again(const solver::Pairs& pairs) {
         const std::size_t m2 = work.size() / 4;
         double* w = work.data();
-        return solver::cauchy(pairs, bounds(), x, g, iorder, iwhere, t, d, xcp, {w, w + m2, w + 2 * m2, w + 3 * m2},
+        return solver::cauchy(pairs, bounds(), {x, g, iorder, iwhere, t, d, xcp}, {w, w + m2, w + 2 * m2, w + 3 * m2},
                               nint, -1, solver::projgr(bounds(), x, g), 2.220446049250313e-16);
     }
 };

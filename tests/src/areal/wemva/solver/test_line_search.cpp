@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/line_search.h"
+#include "src/areal/wemva/solver/line_search.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 
 namespace {
@@ -18,7 +18,9 @@ struct Step {
 
 /// The routine sets stx, sty, stp and brackt of `s`.
 Step take(Step s) {
-    solver::dcstep(s.stx, s.fx, s.dx, s.sty, s.fy, s.dy, s.stp, s.fp, s.dp, s.brackt, s.stpmin, s.stpmax);
+    solver::End best{s.stx, s.fx, s.dx}, other{s.sty, s.fy, s.dy};
+    solver::dcstep(best, other, s.stp, s.fp, s.dp, s.brackt, s.stpmin, s.stpmax);
+    s.stx = best.st, s.sty = other.st;
     return s;
 }
 
@@ -259,11 +261,12 @@ struct Line {
     solver::Text60 task = "NEW_X", csave;
     std::array<int, 2> isave{};
     std::array<double, 13> dsave{};
-    int nfgv = 1;
+    solver::Progress progress{.nfgv = 1};
 
     int call(int iter, double f, bool boxed, bool cnstnd) {
-        return solver::lnsrlb({l, u, nbd}, x, f, g, d, r, t, z, search, iter, nfgv, task, boxed, cnstnd, csave, isave,
-                              dsave);
+        progress.iter = iter;
+        return solver::lnsrlb({l, u, nbd}, {false, cnstnd, boxed}, {x, g, d, z, r, t}, f, search, progress, task,
+                              {csave, isave, dsave});
     }
 };
 
@@ -293,7 +296,7 @@ TEST(Lnsrlb, FirstAndLongestSteps) {
         EXPECT_DOUBLE_EQ(line.search.stpmx, row.stpmx);
         const solver::Search& s = line.search;
         EXPECT_EQ((Vector{s.dnorm, s.dtd, s.gd, s.gdold, s.fold}), (Vector{5, 25, -25, -25, 9}));
-        EXPECT_EQ((std::vector{line.nfgv, s.ifun, s.iback}), (std::vector{2, 1, 0}));
+        EXPECT_EQ((std::vector{line.progress.nfgv, s.ifun, s.iback}), (std::vector{2, 1, 0}));
         EXPECT_EQ(line.task.text(), "FG_LNSRCH");
         EXPECT_EQ(line.t, (Vector{4, 4}));
         EXPECT_EQ(line.r, (Vector{3, 4}));
@@ -323,12 +326,12 @@ TEST(Lnsrlb, EndsWithTheFirstGoodStepAndNeedsADescentDirection) {
     EXPECT_EQ(line.task.text(), "NEW_X");
     EXPECT_EQ(line.search.iback, 0);
     EXPECT_EQ(line.search.xstep, 5);
-    EXPECT_EQ(line.nfgv, 2);
+    EXPECT_EQ(line.progress.nfgv, 2);
     Line level;
     level.g = {4, -3};  // at right angles
     EXPECT_EQ(level.call(1, 9, false, false), -4);
     EXPECT_EQ(level.x, (Vector{4, 4}));
-    EXPECT_EQ(level.nfgv, 1);
+    EXPECT_EQ(level.progress.nfgv, 1);
 }
 
 TEST(Lnsrlb, ATrialPointIsWithinTheBoundsToTheLastBit) {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "src/areal/wemva/solver/cauchy.h"
+#include "src/areal/wemva/solver/dense.h"
+#include "src/areal/wemva/solver/matrices.h"
+#include "src/areal/wemva/solver/subspace.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
 #include "tests/src/areal/wemva/solver/output.h"
 #include "tests/src/areal/wemva/solver/problems.h"
@@ -119,11 +119,11 @@ TEST(Pairs, ASingularFactorIsReported) {
     PairStore store(3, 3, 1);
     store.add(3);
     store.pairs.wt(1, 1) = 0;
-    const std::vector<int> index{1, 2, 3};
+    std::vector<int> index{1, 2, 3};
     const Vector three(3, 1), six(6, 1);
     Vector r(3), out(6);
     EXPECT_EQ(solver::bmv(store.pairs, six.data(), out.data()), 2);
-    const solver::FreeSet set{index, 3, index, 0, 4};
+    const solver::FreeSet set{index, index, 3, 0, 4};
     EXPECT_EQ(solver::cmprlb(store.pairs, set, three, three, three, six.data(), out.data(), true, r), -8);
 }
 
@@ -161,13 +161,16 @@ void expect_wn1(const solver::Pairs& p, const std::vector<bool>& is_free, View<c
 struct Subspace {
     PairStore store;
     std::vector<int> index, indx2, iwhere;
-    int nfree = 0, nenter = 0, ileave = 0, iteration = 0;
+    solver::FreeSet set;
+    int iteration = 0;
     Array<double, 2> wn, wn1;
 
     Subspace(int n, int m, unsigned seed) : store(n, m, seed), wn({2 * m, 2 * m}), wn1({2 * m, 2 * m}) {
         for (auto* list : {&index, &indx2, &iwhere}) list->resize(static_cast<std::size_t>(n));
+        set = {index, indx2};
         wn1.fill(std::numeric_limits<double>::quiet_NaN());
     }
+    Subspace(const Subspace&) = delete;
     void choose(double share_free) {
         for (int& where : iwhere) where = store.uniform() < share_free ? 0 : 1;
     }
@@ -176,12 +179,11 @@ struct Subspace {
         for (const int where : iwhere) flags.push_back(where <= 0);
         return flags;
     }
-    solver::FreeSet set() const { return {index, nfree, indx2, nenter, ileave}; }
     /// @return info of formk
     int step(bool updatd) {
         if (updatd) store.add(1);
-        solver::freev(index, nfree, nenter, ileave, indx2, iwhere, updatd, true, -1, iteration++);
-        return solver::formk(store.pairs, set(), updatd, wn, wn1);
+        solver::freev(set, iwhere, updatd, true, -1, iteration++);
+        return solver::formk(store.pairs, set, updatd, wn, wn1);
     }
 };
 
@@ -249,7 +251,7 @@ TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {
         Vector moved(n);
         for (std::size_t i = 0; i < x.size(); ++i) moved[i] = z[i] - x[i];
         const Vector slope = times_vector(B, moved);
-        const auto nfree = static_cast<std::size_t>(subspace.nfree);
+        const auto nfree = static_cast<std::size_t>(subspace.set.nfree);
         Matrix reduced = zeros(nfree);
         Vector rhs(nfree), c(static_cast<std::size_t>(2 * p.col)), mc(c);
         for (std::size_t a = 0; a < nfree; ++a) {
@@ -263,7 +265,7 @@ TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {
             c[static_cast<std::size_t>(k)] = solver::ddot(n, p.y(k), moved.data());
             c[static_cast<std::size_t>(p.col + k)] = p.theta * solver::ddot(n, p.s(k), moved.data());
         }
-        ASSERT_EQ(solver::cmprlb(p, subspace.set(), x, g, z, c.data(), mc.data(), true, r), 0);
+        ASSERT_EQ(solver::cmprlb(p, subspace.set, x, g, z, c.data(), mc.data(), true, r), 0);
         for (std::size_t a = 0; a < nfree; ++a) EXPECT_NEAR(r[a], rhs[a], 1e-10);
 
         const Vector step = solve(reduced, rhs);
@@ -282,11 +284,10 @@ TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {
             }
             int iword = -1;
             Vector wv(c.size());
-            ASSERT_EQ(solver::subsm(p, subspace.set().free(), {l, u, nbd}, end, d, iword, wv.data(), subspace.wn, -1),
-                      0);
+            ASSERT_EQ(solver::subsm(p, subspace.set.free(), {l, u, nbd}, end, d, iword, wv.data(), subspace.wn, -1), 0);
             EXPECT_EQ(iword, boxed ? 1 : 0);
             for (std::size_t i = 0; i < x.size(); ++i) {
-                const auto at = std::find(subspace.index.begin(), subspace.index.begin() + subspace.nfree, i + 1);
+                const auto at = std::find(subspace.index.begin(), subspace.index.begin() + subspace.set.nfree, i + 1);
                 const auto a = static_cast<std::size_t>(at - subspace.index.begin());
                 EXPECT_NEAR(end[i], z[i] + (a < nfree ? alpha * step[a] : 0), 1e-9) << i;
             }
@@ -313,9 +314,9 @@ struct Doubled {
         solver::matupd(p, Vector(l.size(), -1), Vector(l.size(), -2), 4 * n, 2 * n, 1, n);
         EXPECT_EQ(solver::formt(p), 0);
         for (int i = 0; i < n; ++i) subspace.index[static_cast<std::size_t>(i)] = i + 1;
-        subspace.nfree = n;
-        subspace.ileave = n + 1;
-        EXPECT_EQ(solver::formk(p, subspace.set(), true, subspace.wn, subspace.wn1), 0);
+        subspace.set.nfree = n;
+        subspace.set.ileave = n + 1;
+        EXPECT_EQ(solver::formk(p, subspace.set, true, subspace.wn, subspace.wn1), 0);
     }
     int step(int iprint = -1) {
         return solver::subsm(subspace.store.pairs, subspace.index, {l, u, nbd}, x, r, iword, wv.data(), subspace.wn,

@@ -2,8 +2,9 @@
 
 #include <map>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/cauchy.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/reports.h"
+#include "src/areal/wemva/solver/cauchy.h"
+#include "src/areal/wemva/solver/console.h"
+#include "src/areal/wemva/solver/reports.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 #include "tests/src/areal/wemva/solver/output.h"
 
@@ -275,7 +276,7 @@ TEST_F(Reports, EndTextsOfAllCodes) {
     solver::Search search;
     search.iback = 19, search.stp = 1.25e-7, search.xstep = 3.5e-6;
     const solver::Times times{1.5, 0.25, 12345.6, 98765.4};
-    const Vector x{1};
+    const Vector x(17, 1);
     for (const auto& [info, text] : texts) {
         SCOPED_TRACE(info);
         int itfile = solver::create_itfile();
@@ -283,7 +284,7 @@ TEST_F(Reports, EndTextsOfAllCodes) {
         const std::string ended = '\n' + task + std::string(51, ' ') + '\n';
         const std::string total = "\n Total User time 9.877E+04 seconds.\n\n";
         const std::string out = printed([&, code = info] {
-            solver::prn3lb(17, x, -0.5, solver::Text60(task), 1, code, itfile, progress, search, 4, times);
+            solver::prn3lb(x, -0.5, {solver::Text60(task), code, 4}, 1, itfile, progress, search, times);
         });
         EXPECT_EQ(out, summary +
                            "   17    3   24 123456     2 99999   1.235D+03  -5.000D-01\n"
@@ -330,7 +331,6 @@ TEST_F(Reports, SearchThatPassesAllBreakpointsEndsWhereNothingMoves) {
 TEST_F(Reports, VariablesThatEnterAndLeave) {
     std::vector<int> index{1, 2, 4, 3}, indx2(4);
     const std::vector<int> iwhere{1, 0, 0, 2};
-    int nfree = 3, nenter = 0, ileave = 0;
     const std::string changes =
         " Variable            1  leaves the set of free variables\n"
         " Variable            4  leaves the set of free variables\n"
@@ -340,11 +340,8 @@ TEST_F(Reports, VariablesThatEnterAndLeave) {
         "           2  variables are free at GCP            6\n";
     for (const auto& [iprint, text] : {std::pair{98, std::string()}, {99, counts}, {100, changes + counts}}) {
         index = {1, 2, 4, 3};
-        nfree = 3;
-        EXPECT_EQ(printed([&, level = iprint] {
-                      solver::freev(index, nfree, nenter, ileave, indx2, iwhere, false, true, level, 5);
-                  }),
-                  text);
+        solver::FreeSet set{index, indx2, 3};
+        EXPECT_EQ(printed([&, level = iprint] { solver::freev(set, iwhere, false, true, level, 5); }), text);
     }
 }
 

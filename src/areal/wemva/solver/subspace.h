@@ -2,8 +2,8 @@
 /// The minimiser of the quadratic model over the free variables, from the Cauchy point.
 #include <span>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/bounds.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
+#include "src/areal/wemva/solver/bounds.h"
+#include "src/areal/wemva/solver/matrices.h"
 
 namespace solver {
 

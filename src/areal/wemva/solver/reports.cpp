@@ -1,4 +1,4 @@
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/reports.h"
+#include "src/areal/wemva/solver/reports.h"
 
 #include <sys/resource.h>
 
@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "lib/base/fixed_format.h"
+#include "src/areal/wemva/solver/console.h"
 
 namespace solver {
 
@@ -110,10 +111,6 @@ double timer() {
                               1e-6 * static_cast<double>(usage.ru_utime.tv_usec));
 }
 
-void screen(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
 int create_itfile() {
     if (put("w", "")) return itfile_unit;
     warn();
@@ -124,21 +121,6 @@ void write_itfile(int& itfile, std::string_view text) {
     if (itfile != itfile_unit || put("a", text)) return;
     warn();
     itfile = 0;
-}
-
-std::string six_a_line(std::span<const double> x) {
-    std::string text;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-        if (i % 6 == 0) text += i == 0 ? "    " : "\n    ";
-        text += reals(1, 11, 4, x[i]);
-    }
-    return text + '\n';
-}
-
-std::string labelled_vector(std::string_view label, std::span<const double> x) {
-    std::string text = six_a_line(x);
-    text.replace(4 - label.size(), label.size(), label);
-    return '\n' + text + (x.size() == 6 ? "\n" : "");
 }
 
 void prn1lb(const Bounds& bounds, int n, int m, std::span<const double> x, int iprint, int& itfile, double epsmch) {
@@ -199,8 +181,9 @@ void prn2lb(std::span<const double> x, double f, std::span<const double> g, int 
     }
 }
 
-void prn3lb(int n, std::span<const double> x, double f, const Text60& task, int iprint, int info, int& itfile,
-            const Progress& p, const Search& search, int k, const Times& times) {
+void prn3lb(std::span<const double> x, double f, const Ending& ending, int iprint, int& itfile, const Progress& p,
+            const Search& search, const Times& times) {
+    const auto& [task, info, k] = ending;
     if (!task.starts_with("ERROR")) {
         if (iprint >= 0) {
             screen(
@@ -214,8 +197,8 @@ void prn3lb(int n, std::span<const double> x, double f, const Text60& task, int 
                 "F     = final function value\n"
                 "\n           * * *\n"
                 "\n   N   Tit  Tnf  Tnint  Skip  Nact     Projg        F\n" +
-                column_int(n, 5) + ints(1, 4, p.iter, p.nfgv) + ints(1, 6, p.nintol) + ints(2, 4, p.nskip) +
-                ints(1, 5, p.nact) + reals(2, 10, 3, p.sbgnrm, f) + '\n');
+                column_int(static_cast<long long>(x.size()), 5) + ints(1, 4, p.iter, p.nfgv) + ints(1, 6, p.nintol) +
+                ints(2, 4, p.nskip) + ints(1, 5, p.nact) + reals(2, 10, 3, p.sbgnrm, f) + '\n');
         }
         if (iprint >= 100) screen(labelled_vector("X =", x));
         if (iprint >= 1) screen(list_line({" F =", f}) + '\n');

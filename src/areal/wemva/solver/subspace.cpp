@@ -1,8 +1,8 @@
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/subspace.h"
+#include "src/areal/wemva/solver/subspace.h"
 
 #include "lib/base/fixed_format.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/reports.h"
+#include "src/areal/wemva/solver/console.h"
+#include "src/areal/wemva/solver/dense.h"
 
 namespace solver {
 

@@ -1,9 +1,9 @@
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/line_search.h"
+#include "src/areal/wemva/solver/line_search.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
+#include "src/areal/wemva/solver/dense.h"
 
 namespace solver {
 
@@ -41,9 +41,9 @@ double cubic_gamma(double theta, double a, double b) {
 
 }  // namespace
 
-int lnsrlb(const Bounds& bounds, std::span<double> x, double f, std::span<const double> g, std::span<const double> d,
-           std::span<double> r, std::span<double> t, std::span<const double> z, Search& search, int iter, int& nfgv,
-           Text60& task, bool boxed, bool cnstnd, Text60& csave, std::span<int, 2> isave, std::span<double, 13> dsave) {
+int lnsrlb(const Bounds& bounds, const Kind& kind, const LineVectors& vectors, double f, Search& search,
+           Progress& progress, Text60& task, SearchState state) {
+    const auto& [x, g, d, z, r, t] = vectors;
     constexpr double big = 1e10;
     constexpr double ftol = 1e-3;
     constexpr double gtol = 0.9;
@@ -53,36 +53,36 @@ int lnsrlb(const Bounds& bounds, std::span<double> x, double f, std::span<const 
         search.dtd = ddot(n, d.data(), d.data());
         search.dnorm = std::sqrt(search.dtd);
         search.stpmx = big;
-        if (cnstnd) search.stpmx = iter == 0 ? 1 : longest_step(bounds, x, d, big);
-        search.stp = iter == 0 && !boxed ? std::min(1 / search.dnorm, search.stpmx) : 1;
+        if (kind.cnstnd) search.stpmx = progress.iter == 0 ? 1 : longest_step(bounds, x, d, big);
+        search.stp = progress.iter == 0 && !kind.boxed ? std::min(1 / search.dnorm, search.stpmx) : 1;
         search.xstep = 0;
         std::copy(x.begin(), x.end(), t.begin());
         std::copy(g.begin(), g.end(), r.begin());
         search.fold = f;
         search.ifun = 0;
         search.iback = 0;
-        csave = "START";
+        state.csave = "START";
     }
     search.gd = ddot(n, g.data(), d.data());
     if (search.ifun == 0) {
         search.gdold = search.gd;
         if (search.gd >= 0) return -4;
     }
-    dcsrch(f, search.gd, search.stp, ftol, gtol, xtol, 0, search.stpmx, csave, isave, dsave);
+    dcsrch(f, search.gd, search.stp, ftol, gtol, xtol, 0, search.stpmx, state.csave, state.isave, state.dsave);
     search.xstep = search.stp * search.dnorm;
-    if (csave.starts_with("CONV") || csave.starts_with("WARN")) {
+    if (state.csave.starts_with("CONV") || state.csave.starts_with("WARN")) {
         task = "NEW_X";
         return 0;
     }
     task = "FG_LNSRCH";
     ++search.ifun;
-    ++nfgv;
+    ++progress.nfgv;
     search.iback = search.ifun - 1;
     if (search.stp == 1) {  // lands on z without rounding
         std::copy(z.begin(), z.end(), x.begin());
     } else {
         for (std::size_t i = 0; i < x.size(); ++i) x[i] = search.stp * d[i] + t[i];
-        if (cnstnd) bounds.stop_at_bounds(d, x);
+        if (kind.cnstnd) bounds.stop_at_bounds(d, x);
     }
     return 0;
 }
@@ -133,17 +133,15 @@ void dcsrch(double f, double g, double& stp, double ftol, double gtol, double xt
 
     if (stage == 1 && f <= fx && f > ftest) {
         // The function less its sufficient decrease has a minimum where both conditions hold.
-        double fxm = fx - stx * gtest;
-        double fym = fy - sty * gtest;
-        double gxm = gx - gtest;
-        double gym = gy - gtest;
-        dcstep(stx, fxm, gxm, sty, fym, gym, stp, f - stp * gtest, g - gtest, brackt, stmin, stmax);
-        fx = fxm + stx * gtest;
-        fy = fym + sty * gtest;
-        gx = gxm + gtest;
-        gy = gym + gtest;
+        End best{stx, fx - stx * gtest, gx - gtest}, other{sty, fy - sty * gtest, gy - gtest};
+        dcstep(best, other, stp, f - stp * gtest, g - gtest, brackt, stmin, stmax);
+        stx = best.st, fx = best.f + stx * gtest, gx = best.d + gtest;
+        sty = other.st, fy = other.f + sty * gtest, gy = other.d + gtest;
     } else {
-        dcstep(stx, fx, gx, sty, fy, gy, stp, f, g, brackt, stmin, stmax);
+        End best{stx, fx, gx}, other{sty, fy, gy};
+        dcstep(best, other, stp, f, g, brackt, stmin, stmax);
+        stx = best.st, fx = best.f, gx = best.d;
+        sty = other.st, fy = other.f, gy = other.d;
     }
     if (brackt) {
         if (std::abs(sty - stx) >= 0.66 * width1) stp = stx + 0.5 * (sty - stx);
@@ -161,8 +159,9 @@ void dcsrch(double f, double g, double& stp, double ftol, double gtol, double xt
     task = "FG";
 }
 
-void dcstep(double& stx, double& fx, double& dx, double& sty, double& fy, double& dy, double& stp, double fp, double dp,
-            bool& brackt, double stpmin, double stpmax) {
+void dcstep(End& best, End& other, double& stp, double fp, double dp, bool& brackt, double stpmin, double stpmax) {
+    auto& [stx, fx, dx] = best;
+    auto& [sty, fy, dy] = other;
     const double sgnd = dx == 0 ? 0 : dp * (dx / std::abs(dx));
     const bool higher = !(fp <= fx);
     double stpf;

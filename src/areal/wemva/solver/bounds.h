@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <span>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod.h"
+#include "src/areal/wemva/solver/text60.h"
 
 namespace solver {
 
@@ -33,12 +33,15 @@ enum Where : int { unmoved = -3, unbounded = -1, between = 0, at_lower = 1, at_u
 /// @param info, k  out: -6 invalid nbd or -7 l > u, and the variable (from 1); left alone otherwise
 void errclb(int n, int m, double factr, const Bounds& bounds, Text60& task, int& info, int& k);
 
+/// What kind of problem the bounds make.
+struct Kind {
+    bool prjctd = false;  ///< the start point was outside
+    bool cnstnd = false;  ///< some variable is bounded
+    bool boxed = false;   ///< all variables have both bounds
+};
+
 /// Put the start point into the box, set `iwhere` to its first values and report at levels >= 0.
-/// @param prjctd  out: x was outside
-/// @param cnstnd  out: some variable is bounded
-/// @param boxed   out: all variables have both bounds
-void active(const Bounds& bounds, std::span<double> x, std::span<int> iwhere, int iprint, bool& prjctd, bool& cnstnd,
-            bool& boxed);
+Kind active(const Bounds& bounds, std::span<double> x, std::span<int> iwhere, int iprint);
 
 /// Largest component of the projected gradient, sbgnrm; not-a-number when a component is.
 double projgr(const Bounds& bounds, std::span<const double> x, std::span<const double> g);

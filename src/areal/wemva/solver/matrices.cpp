@@ -1,9 +1,9 @@
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/matrices.h"
+#include "src/areal/wemva/solver/matrices.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
+#include "src/areal/wemva/solver/dense.h"
 
 namespace solver {
 

@@ -1,4 +1,4 @@
-#include "src/areal/wemva/solver/solver_lbfgsb_mod/dense.h"
+#include "src/areal/wemva/solver/dense.h"
 
 #include <cmath>
 

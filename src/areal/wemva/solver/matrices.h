@@ -48,10 +48,9 @@ int bmv(const Pairs& pairs, const double* v, double* p);
 
 /// The sets of free and active variables, and how they changed: what `freev` writes. Variables are numbered from 1.
 struct FreeSet {
-    std::span<const int> index;  ///< (n) free variables first, then active ones
-    int nfree = 0;               ///< number of free ones
-    std::span<const int>
-        indx2;  ///< (n) first `nenter`: became free; from place `ileave` (counted from 1): became active
+    std::span<int> index;  ///< (n) free variables first, then active ones
+    std::span<int> indx2;  ///< (n) first `nenter`: became free; from place `ileave` (counted from 1): became active
+    int nfree = 0;         ///< number of free ones
     int nenter = 0, ileave = 0;
 
     std::span<const int> free() const { return index.first(static_cast<std::size_t>(nfree)); }
