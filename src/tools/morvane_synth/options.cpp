@@ -21,6 +21,7 @@ std::string number_text(double value) {
 struct Words {
     std::string direct = "smooth";
     bool padding_given = false, spread_given = false, delay_given = false, rotation_given = false, zmax_given = false;
+    bool trace_dt_given = false;
     std::vector<float> depths, dips, strengths;
 };
 
@@ -93,6 +94,10 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.name("dips", "dips of the layers for morvane's dipflt, degrees between depth samples and columns; only if named");
     v.name("rec", "receiver wavefields");
     v.name("sou", "source function, or source wavefields with areal=y");
+    v.name("traces", "the shots in time, (times, traces, shots), as a field record would hold them; only if named");
+    v.name("wavelet", "the wavelet in time that goes with them; only if named");
+    v.real("tracedt", a.trace_dt, 0, huge, "s", "interval of traces and wavelet; default: a tenth of 1/fpeak or less",
+           &w.trace_dt_given);
     v.text("parfile", o.parfile, "parameter file for morvane");
     v.group("What goes into the parameter file");
     v.whole("nh", o.nh, 1, 100000, "", "subsurface offsets, dx apart");
@@ -297,6 +302,24 @@ void take_steps_of_file(qas::Session& session, SynthOptions& o, bool zmax_given)
     if (!zmax_given) o.zmax = static_cast<float>(session.from_aux<int>("model", "n3") - 1) * dz;
 }
 
+/// The interval of the traces in time: the longest of 1, 2, 5 times a power of ten that keeps five times the peak
+/// frequency; none if neither they nor their wavelet are named.
+void settle_trace_times(qas::Session& session, Acquisition& a) {
+    if (!session.exist_file("traces") && !session.exist_file("wavelet")) {
+        a.trace_dt = 0.0f;
+        return;
+    }
+    const double longest = 0.1 / a.fpeak;
+    if (a.trace_dt == 0.0f) {
+        const double decade = std::pow(10.0, std::floor(std::log10(longest)));
+        for (int digit : {1, 2, 5})
+            if (digit * decade <= longest) a.trace_dt = static_cast<float>(digit * decade);
+    }
+    if (a.trace_dt > longest * (1 + 1e-6))
+        qaserr("tracedt=%g does not carry the wavelet, fpeak=%g; permitted is up to %g\n",
+               static_cast<double>(a.trace_dt), static_cast<double>(a.fpeak), longest);
+}
+
 /// Refuses what no memory would hold, or no integer count.
 void check_size(const SynthOptions& o) {
     const Geometry& g = o.geometry;
@@ -397,6 +420,7 @@ SynthOptions read_options(qas::Session& session) {
     if (a.tmax <= a.delay)
         qaserr("tmax=%g ends before the wavelet's centre at delay=%g\n", static_cast<double>(a.tmax),
                static_cast<double>(a.delay));
+    settle_trace_times(session, a);
     const double band = (a.freq.n - 1) * static_cast<double>(a.freq.d);
     if (2 * a.band_taper > band)
         qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g\n",

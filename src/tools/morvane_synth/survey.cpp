@@ -77,6 +77,55 @@ double frequency(const Acquisition& acquisition, int k) {
     return acquisition.freq.o + k * static_cast<double>(acquisition.freq.d);
 }
 
+/// Frequencies of the survey, then those from which the traces in time are made: every 1/period, up to five times the
+/// wavelet's peak, where nothing of it is left, or to the last one that the time steps carry.
+std::vector<float> all_frequencies(const Acquisition& acquisition, float dt) {
+    std::vector<float> freqs;
+    for (int k = 0; k < acquisition.freq.n; ++k) freqs.push_back(static_cast<float>(frequency(acquisition, k)));
+    if (acquisition.trace_dt == 0.0f) return freqs;
+    const Axis times = trace_times(acquisition);
+    const double last = std::min({5.0 * acquisition.fpeak, 0.31 / dt, 0.5 / times.d});
+    for (int k = 0; k * (1.0 / (times.n * static_cast<double>(times.d))) < last; ++k)
+        freqs.push_back(static_cast<float>(k / (times.n * static_cast<double>(times.d))));
+    return freqs;
+}
+
+/// x(t) = (X_0 + 2 Re sum_k X_k exp(-i w_k t)) / period: times t of the axis, w_k = 2 pi k / period. The spectrum is
+/// that of the continuous equation (StepTransform), and so the samples are free of the dispersion of the time steps.
+void inverse_transform(const std::vector<cf>& spectrum, std::span<float> samples, double period) {
+    const std::ptrdiff_t n = std::ssize(samples);
+    std::vector<std::complex<double>> turn;
+    for (std::ptrdiff_t i = 0; i < n; ++i) turn.push_back(std::polar(1.0, -2.0 * pi * i / n));
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        double sum = 0.5 * spectrum[0].real();
+        for (std::ptrdiff_t k = 1; k < std::ssize(spectrum); ++k)
+            sum += (std::complex<double>(spectrum[k]) * turn[static_cast<std::size_t>(i * k % n)]).real();
+        samples[static_cast<std::size_t>(i)] = static_cast<float>(2.0 * sum / period);
+    }
+}
+
+/// Moves what lies behind the survey's frequencies in the records into traces in time.
+void make_traces(const Acquisition& acquisition, const std::vector<std::complex<double>>& wavelet, SurveyData& data) {
+    const Axis times = trace_times(acquisition);
+    const double period = times.n * static_cast<double>(times.d);
+    const std::ptrdiff_t nf = acquisition.freq.n, all = data.rec.n()[1], nrec = data.rec.n()[0], ns = data.rec.n()[2];
+    data.traces = Array<float, 3>({times.n, nrec, ns});
+    data.wavelet.resize(static_cast<std::size_t>(times.n));
+    inverse_transform({wavelet.begin() + nf, wavelet.end()}, data.wavelet, period);
+    Array<cf, 3> rec({nrec, nf, ns});
+#pragma omp parallel for schedule(dynamic)
+    for (std::ptrdiff_t is = 0; is < ns; ++is) {
+        for (std::ptrdiff_t f = 0; f < nf; ++f)
+            std::ranges::copy(data.rec.view().slice(is).slice(f).flat(), rec.view().slice(is).slice(f).flat().begin());
+        std::vector<cf> spectrum(static_cast<std::size_t>(all - nf));
+        for (std::ptrdiff_t i = 0; i < nrec; ++i) {
+            for (std::ptrdiff_t f = nf; f < all; ++f) spectrum[static_cast<std::size_t>(f - nf)] = data.rec(i, f, is);
+            inverse_transform(spectrum, data.traces.view().slice(is).slice(i).flat(), period);
+        }
+    }
+    data.rec = std::move(rec);
+}
+
 }  // namespace
 
 Axis Geometry::image() const {
@@ -128,6 +177,11 @@ void check_geometry(const Geometry& g) {
                 "number in single precision; choose rounder steps\n",
                 counted, g.image().n);
     }
+}
+
+Axis trace_times(const Acquisition& acquisition) {
+    const double last = acquisition.tmax + 2.0 / acquisition.fpeak;
+    return {static_cast<int>(std::ceil(last / acquisition.trace_dt)), acquisition.trace_dt, 0.0f, {}};
 }
 
 std::vector<float> ricker(float fpeak, float delay, float dt, int nt) {
@@ -219,12 +273,13 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
     const double dx = geometry.trace.d;
     const int nt = std::max(1, static_cast<int>(std::ceil(acquisition.tmax / grid.dt)));
     const int side = static_cast<int>(std::lround(margin / dx)), width = nrec + 2 * side;
-    std::vector<float> freqs;
-    for (int k = 0; k < nf; ++k) freqs.push_back(static_cast<float>(frequency(acquisition, k)));
+    const std::vector<float> freqs = all_frequencies(acquisition, grid.dt);
     const StepTransform transform(freqs, nt, grid.dt);
+    const int all = transform.nf();
     const std::vector<float> wavelet = ricker(acquisition.fpeak, acquisition.delay, grid.dt, nt);
     const std::vector<std::complex<double>> spectrum = transform.of(wavelet);
-    const std::vector<double> factor = band_factor(acquisition, spectrum);
+    const std::vector<double> factor =
+        band_factor(acquisition, {spectrum.begin(), spectrum.begin() + acquisition.freq.n});
 
     // Columns: of the first trace and of the source in the model, of the source in the shot's window.
     struct Shot {
@@ -241,8 +296,9 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
     const bool one_reference = subtract && !geometry.areal && same_in_every_column(models.reference.view());
     const int nref = !subtract ? 0 : one_reference ? 1 : ns;
 
-    SurveyData data{Array<cf, 3>({nrec, nf, ns}), Array<cf, 3>()};
-    Array<cf, 3> reference({nrec, nf, nref});
+    SurveyData data;
+    data.rec = Array<cf, 3>({nrec, all, ns});
+    Array<cf, 3> reference({nrec, all, nref});
 #pragma omp parallel for schedule(dynamic)
     for (int job = 0; job < ns + nref; ++job) {
         const int is = job < ns ? job : job - ns;
@@ -258,12 +314,13 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
                    job < ns ? data.rec.view().slice(is) : reference.view().slice(is));
     }
     for (int is = 0; is < ns; ++is)
-        for (int f = 0; f < nf; ++f)
+        for (int f = 0; f < all; ++f)
             for (int i = 0; i < nrec; ++i) {
                 cf& sample = data.rec(i, f, is);
                 if (subtract) sample -= reference(i, f, one_reference ? 0 : is);
-                sample *= static_cast<float>(factor[static_cast<std::size_t>(f)]);
+                if (f < nf) sample *= static_cast<float>(factor[static_cast<std::size_t>(f)]);
             }
+    if (all > nf) make_traces(acquisition, spectrum, data);
 
     const auto surface_velocity = [&](const Shot& shot) {
         return models.full(std::clamp<std::ptrdiff_t>(shot.source, 0, models.full.n()[0] - 1), std::ptrdiff_t{0});

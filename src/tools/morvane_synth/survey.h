@@ -46,7 +46,12 @@ struct Acquisition {
     float band_taper = 0.0f;     ///< width of the tapered band ends, cycles/time
     float rotate = 0.0f;         ///< degrees added to the phase of the source function
     float amplitude = 1.0f;      ///< largest spectral amplitude of the wavelet in the band, before flattening
+    float trace_dt = 0.0f;       ///< interval of the traces in time; 0: none are made
 };
+
+/// Time axis of those traces: from 0 to two periods of the wavelet after the end of the record, which the
+/// correction of the time scale (StepTransform) may pass.
+Axis trace_times(const Acquisition& acquisition);
 
 /// Ricker wavelet (1 - 2 a^2) exp(-a^2), a = pi fpeak (n dt - delay), nt samples.
 std::vector<float> ricker(float fpeak, float delay, float dt, int nt);
@@ -87,8 +92,10 @@ struct SurveyModels {
 };
 
 struct SurveyData {
-    Array<cf, 3> rec;  ///< (traces, frequencies, shots)
-    Array<cf, 3> sou;  ///< areal: as rec; otherwise (1, frequencies, 1)
+    Array<cf, 3> rec;            ///< (traces, frequencies, shots)
+    Array<cf, 3> sou;            ///< areal: as rec; otherwise (1, frequencies, 1)
+    Array<float, 3> traces;      ///< (times, traces, shots), what a field record would hold; empty unless asked for
+    std::vector<float> wavelet;  ///< (times) that goes with them
 };
 
 /// Model all shots, in parallel. Each shot sees the model from `margin` before its first to `margin` after its last

@@ -185,6 +185,19 @@ void write_survey(qas::Session& session, const SynthOptions& options, const Eart
                  8);
     write_samples<cf>(session, "sou", data.sou.flat());
 
+    if (options.acquisition.trace_dt > 0) {
+        const Axis times = trace_times(options.acquisition);
+        const HeaderAxis time{times.n, times.d, 0};
+        if (session.exist_file("traces")) {
+            write_header(session, "traces", {{time, {trace.n, trace.d, trace.o}, shots, none}}, 4);
+            write_samples<float>(session, "traces", data.traces.flat());
+        }
+        if (session.exist_file("wavelet")) {
+            write_header(session, "wavelet", {{time, none, none, none}}, 4);
+            write_samples<float>(session, "wavelet", data.wavelet);
+        }
+    }
+
     std::ofstream file(options.parfile);
     file << parameter_file(session, options, model);
     if (!file.flush()) qaserr("parfile=%s could not be written: %s\n", options.parfile.c_str(), std::strerror(errno));

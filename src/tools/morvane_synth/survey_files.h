@@ -10,7 +10,8 @@ EarthModel survey_model(qas::Session& session, const SynthOptions& options);
 
 /// Write "vel", "true", "rec", "sou", "full" and "dips" if they were named, and the parameter file.
 /// vel, true, full: n1 lateral, n3 depth, slowness. dips: n1 depth, n2 lateral (layer_dips). rec: n1 traces, n3
-/// frequencies in cycles, n4 shots, complex. sou: as rec, or one trace and one shot. The header of "true" also says
+/// frequencies in cycles, n4 shots, complex. sou: as rec, or one trace and one shot. If they were named
+/// traces: n1 times, n2 traces, n3 shots, real, and wavelet: n1 times. The header of "true" also says
 /// where the model is illuminated: xmin, xmax (first and last shot), zmin, zmax (shallowest and deepest reflector).
 void write_survey(qas::Session& session, const SynthOptions& options, const EarthModel& model, const SurveyData& data);
 

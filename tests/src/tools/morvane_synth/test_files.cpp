@@ -157,6 +157,31 @@ TEST_F(SynthFiles, WholeLineFieldsHoldTheSpreads) {
     }
 }
 
+// exp(+i w t) of traces and wavelet in time: what rec and sou hold but for the wavelet's peak and its vertical part.
+TEST_F(SynthFiles, TracesInTimeAreTheRecords) {
+    run(small("t.", {"traces=" + file("t.traces"), "wavelet=" + file("t.wavelet"), "rotate=0", "direct=none", "dv=0"}));
+    const Axes a = axes("t.traces");
+    expect_axes("t.traces", {{a.n[0], 30, 3, 1}, {0.005f, 10, 40, 1}, {0, -150, 200, 0}, 4});
+    const std::vector<cf> rec = samples<cf>("t.rec"), sou = samples<cf>("t.sou");
+    const std::vector<float> traces = samples<float>("t.traces"), wavelet = samples<float>("t.wavelet");
+    const auto transform = [&](const float* samples, int f) {
+        std::complex<double> sum;
+        for (int n = 0; n < a.n[0]; ++n)
+            sum += double{samples[n]} * std::polar(1.0, 2 * std::numbers::pi * (8 + 4 * f) * n * double{a.d[0]});
+        return sum * double{a.d[0]};
+    };
+    std::vector<cf> made;
+    for (int is = 0; is < 3; ++is)
+        for (int f = 0; f < 4; ++f) {
+            const std::complex<double> down(0.0, 2000 / (4 * std::numbers::pi * (8 + 4 * f) * 10.0));
+            const std::complex<double> factor = std::complex<double>(sou[f]) / (transform(wavelet.data(), f) * down);
+            EXPECT_LT(std::abs(factor.imag()), 1e-4 * factor.real());
+            for (int i = 0; i < 30; ++i) made.push_back(cf(factor * transform(&traces[a.n[0] * (i + 30 * is)], f)));
+        }
+    EXPECT_LT(distance(made, rec), 1e-5 * size_of(rec));
+    EXPECT_THAT(refusal(small("t.", {"traces=t", "tracedt=0.007"})), HasSubstr("tracedt=0.007 does not carry"));
+}
+
 // With nothing to reflect the subtraction leaves exact zeros, from the shared reference run as from one a shot.
 TEST_F(SynthFiles, WithoutReflectorsNothingIsRecorded) {
     for (const std::vector<std::string>& more :
