@@ -8,9 +8,19 @@
 
 namespace {
 
-double slope(float degrees) {
+double slope_of(float degrees) {
     return std::tan(degrees * std::numbers::pi / 180.0);
 }
+
+/// Depth of a layer at the distance rx from the middle, and its slope there.
+struct LayerLine {
+    double depth, slope;
+    LayerLine(const ModelSpec& spec, const Reflector& r, double rx) {
+        const double k = 2.0 * std::numbers::pi / spec.fold_length, phase = k * rx + spec.fold_phase;
+        depth = r.z + rx * slope_of(r.dip) + r.fold * (std::cos(phase) - std::cos(spec.fold_phase));
+        slope = slope_of(r.dip) - r.fold * k * std::sin(phase);
+    }
+};
 
 /// One direction of the Gaussian: out(i) = sum_j g(j - i) in(j) along the axis of `n` samples with stride `stride`.
 void smooth_line(const float* in, float* out, std::ptrdiff_t n, std::ptrdiff_t stride,
@@ -42,12 +52,13 @@ EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z) {
         for (int ix = 0; ix < x.n; ++ix) {
             const double px = x.o + ix * static_cast<double>(x.d), pz = z.o + iz * static_cast<double>(z.d);
             const double rx = px - spec.middle;
-            const double background = spec.v0 + spec.gradient * (pz - rx * slope(spec.tilt));
+            const double background = spec.v0 + spec.gradient * (pz - rx * slope_of(spec.tilt));
             const double ux = (px - spec.xc) / spec.wx, uz = (pz - spec.zc) / spec.wz;
-            const double with_body = background + spec.dv * std::exp2(-ux * ux - uz * uz);
+            const double with_body =
+                (background + spec.dv * std::exp2(-ux * ux - uz * uz)) / (1.0 + spec.anomaly(rx, pz));
             double layers = 0.0;
             for (const Reflector& r : spec.reflectors)
-                layers += r.strength * std::max(0.0, 1.0 - std::abs(pz - r.z - rx * slope(r.dip)) / z.d);
+                layers += r.strength * std::max(0.0, 1.0 - std::abs(pz - LayerLine(spec, r, rx).depth) / z.d);
             const double with_layers = with_body * (1.0 + layers);
             const double start = background * spec.start_scale;
             for (double v : {with_body, with_layers, start})
@@ -67,8 +78,11 @@ Array<float, 2> layer_dips(const ModelSpec& spec, const Axis& x, const Axis& z) 
     for (int ix = 0; ix < x.n; ++ix) {
         const double rx = x.o + ix * static_cast<double>(x.d) - spec.middle;
         layers.clear();
-        for (const Reflector& r : spec.reflectors) layers.emplace_back(r.z + rx * slope(r.dip), slope(r.dip));
-        if (layers.empty()) layers.emplace_back(0.0, slope(spec.tilt));
+        for (const Reflector& r : spec.reflectors) {
+            const LayerLine line(spec, r, rx);
+            layers.emplace_back(line.depth, line.slope);
+        }
+        if (layers.empty()) layers.emplace_back(0.0, slope_of(spec.tilt));
         std::ranges::sort(layers);
         for (int iz = 0; iz < z.n; ++iz) {
             const double depth = z.o + iz * static_cast<double>(z.d);

@@ -4,6 +4,7 @@
 
 #include "lib/base/array.h"
 #include "lib/base/axis.h"
+#include "src/tools/morvane_synth/random_model.h"
 
 /// A thin layer whose velocity is changed by the part `strength` on its centre line, falling to nothing one depth step
 /// away from it.
@@ -11,10 +12,11 @@ struct Reflector {
     float z = 0.0f;    ///< depth below the middle of the line
     float dip = 0.0f;  ///< degrees, positive if it deepens with x
     float strength = 0.05f;
+    float fold = 0.0f;  ///< depth added: fold (cos(a + b) - cos(b)), a = 2 pi x / fold_length, b = fold_phase
 };
 
 /// Background v0 + gradient * depth, tilted; a Gaussian body dv 2^(-((x - xc) / wx)^2 - ((z - zc) / wz)^2), which
-/// has fallen to half at the half-widths wx and wz; thin layers.
+/// has fallen to half at the half-widths wx and wz; its slowness times one plus the anomaly; thin layers.
 struct ModelSpec {
     float v0 = 1800.0f;
     float gradient = 0.5f;  ///< velocity by depth
@@ -23,8 +25,10 @@ struct ModelSpec {
     float xc = 0.0f, zc = 480.0f;
     float wx = 220.0f, wz = 110.0f;
     std::vector<Reflector> reflectors;
+    double fold_length = 1.0, fold_phase = 0.0;
+    RandomField anomaly;       ///< of the distance from the middle and of depth
     float start_scale = 1.0f;  ///< factor on the velocity of the start model
-    float middle = 0.0f;       ///< x from which tilt and dips turn
+    float middle = 0.0f;       ///< x about which tilt and dips turn, and from which the folds are counted
 };
 
 /// Slowness on one grid, (x.n, z.n) each.
@@ -32,7 +36,7 @@ struct EarthModel {
     Axis x, z;
     Array<float, 2> full;    ///< what the waves see
     Array<float, 2> smooth;  ///< without the reflectors: the model that an inversion should find
-    Array<float, 2> start;   ///< without the body, velocities scaled by start_scale
+    Array<float, 2> start;   ///< without body and anomaly, velocities scaled by start_scale
 };
 
 /// Evaluates the formulas above. Refuses (qas::Fatal) a velocity that is not positive, with its place.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <set>
 
 namespace {
@@ -22,7 +23,7 @@ struct Words {
     std::string direct = "smooth";
     bool padding_given = false, spread_given = false, delay_given = false, rotation_given = false, zmax_given = false;
     bool trace_dt_given = false;
-    std::vector<float> depths, dips, strengths;
+    std::vector<float> depths, dips, strengths, folds;
 };
 
 /// Every parameter once, in the order of the help. `v` reads or prints; a value that it changes is already checked.
@@ -31,7 +32,9 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     Geometry& g = o.geometry;
     Acquisition& a = o.acquisition;
     v.group("Model");
-    v.text("model", o.model, "lens | layers | fast: models of its own; anything else: header of a dataset of slowness");
+    v.text("model", o.model,
+           "lens | layers | fast | random: models of its own; anything else: header of a dataset of slowness");
+    v.whole("seed", o.seed, 0, std::numeric_limits<int>::max(), "", "model=random: which of them");
     v.real("dx", o.dx, tiny, huge, "m", "lateral step of model, traces and image");
     v.real("dz", o.dz, tiny, huge, "m", "depth step");
     v.real("zmax", o.zmax, tiny, huge, "m", "depth of the model", &w.zmax_given);
@@ -47,7 +50,7 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.list("dip", w.dips, "degrees", "thin reflectors: dips, positive down with x; missing ones as the last given");
     v.list("strength", w.strengths, "", "thin reflectors: relative velocity changes; missing ones as the last given");
     v.real("startscale", o.spec.start_scale, 0.1, 10, "",
-           "start model: factor on the velocity; it has no Gaussian body");
+           "start model: factor on the velocity (0.95: 5 % slow); it has no body and no anomalies");
     v.real("smooth", o.smooth, 0, huge, "m", "model=FILE: length of the Gaussian average for the start model");
     v.name("start", "model=FILE: start model (slowness) on the same grid, instead of the average");
     v.group("Survey");
@@ -235,7 +238,37 @@ public:
         if (values.size() > 100) qaserr("%s= has %zu values; permitted are 100\n", key, values.size());
     }
     void name(const char*, const char*) {}
+    /// Ahead of the others, which it decides.
+    bool seed(int& value) {
+        bool given = false;
+        whole("seed", value, 0, std::numeric_limits<int>::max(), "", "", &given);
+        return given;
+    }
 };
+
+/// Layers and anomalies of a seed, and a survey of up to 24 Hz on steps of 15 m: many can be modelled and inverted.
+void preset_random(SynthOptions& o, Words& w) {
+    const RandomModel model(static_cast<std::uint64_t>(o.seed));
+    for (auto* list : {&w.depths, &w.dips, &w.strengths}) list->clear();
+    for (const RandomLayer& layer : model.layers) {
+        w.depths.push_back(static_cast<float>(layer.z));
+        w.dips.push_back(static_cast<float>(layer.dip));
+        w.strengths.push_back(static_cast<float>(layer.strength));
+        w.folds.push_back(static_cast<float>(layer.fold));
+    }
+    o.spec.fold_length = model.fold_length;
+    o.spec.fold_phase = model.fold_phase;
+    o.spec.anomaly = model.anomaly;
+    o.dx = o.dz = 15.0f;
+    o.zmax = 1395.0f;
+    o.geometry.shot = {29, 75.0f, 0.0f, {}};
+    o.geometry.trace.n = 200;
+    o.acquisition.freq = {34, 0.6f, 4.0f, {}};
+    o.acquisition.fpeak = 13.0f;
+    o.acquisition.angle = 50;
+    o.nh = 23;
+    o.below_shots = true;
+}
 
 /// What the built-in models differ in.
 void preset(SynthOptions& o, Words& w) {
@@ -261,6 +294,8 @@ void preset(SynthOptions& o, Words& w) {
         o.spec.wz = 120;
         w.depths = {230, 800, 950, 1100, 1250};
         o.niter = 3;
+    } else if (o.model == "random") {
+        preset_random(o, w);
     } else {
         o.from_file = true;
     }
@@ -352,6 +387,9 @@ std::string synth_help() {
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
            "body, strength=0.05 belowshots=y niter=6\n"
            "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=3\n"
+           "model=random: layers and anomalies drawn from seed=; dx=15 dz=15 zmax=1395 nshot=29 dshot=75 nrec=200 "
+           "nf=34 fpeak=13 "
+           "mute=50 nh=23 belowshots=y\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
 
@@ -373,9 +411,11 @@ void check_command_line(const std::vector<std::string>& words) {
 SynthOptions read_options(qas::Session& session) {
     SynthOptions o = defaults();
     Words w;
-    o.model = session.getch<std::string>("model").value_or(o.model);
-    preset(o, w);
     Reader reader(session);
+    o.model = session.getch<std::string>("model").value_or(o.model);
+    if (reader.seed(o.seed) && o.model != "random")
+        qaserr("seed=%d is for model=random; model=%s has none\n", o.seed, o.model.c_str());
+    preset(o, w);
     visit(reader, o, w);
     if (o.from_file && session.exist_file("dips"))
         qaserr("dips=: the layers of a model from a dataset, model=%s, are not known\n", o.model.c_str());
@@ -395,8 +435,11 @@ SynthOptions read_options(qas::Session& session) {
     const double middle = g.shot.o + 0.5 * (g.shot.n - 1) * static_cast<double>(g.shot.d);
     o.spec.middle = static_cast<float>(middle);
     if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
-    // the strengths of a built-in model are those of its own depths
-    if (session.getch<std::string>("zref") && !session.getch<std::string>("strength")) w.strengths = {0.05f};
+    // the strengths and folds of a built-in model are those of its own depths
+    if (session.getch<std::string>("zref")) {
+        w.folds.clear();
+        if (!session.getch<std::string>("strength")) w.strengths = {0.05f};
+    }
     const auto of_reflectors = [&](const char* key, const std::vector<float>& values, float otherwise, double limit) {
         if (values.size() > w.depths.size())
             qaserr("%s= has %zu values for %zu reflectors\n", key, values.size(), w.depths.size());
@@ -410,7 +453,9 @@ SynthOptions read_options(qas::Session& session) {
     };
     const std::vector<float> dips = of_reflectors("dip", w.dips, 0.0f, 60.0);
     const std::vector<float> strengths = of_reflectors("strength", w.strengths, 0.05f, 0.5);
-    for (std::size_t i = 0; i < w.depths.size(); ++i) o.spec.reflectors.push_back({w.depths[i], dips[i], strengths[i]});
+    w.folds.resize(w.depths.size());
+    for (std::size_t i = 0; i < w.depths.size(); ++i)
+        o.spec.reflectors.push_back({w.depths[i], dips[i], strengths[i], w.folds[i]});
 
     a.direct = direct_of(w.direct);
     if (!w.delay_given) a.delay = 1.5f / a.fpeak;

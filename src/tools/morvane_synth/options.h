@@ -8,7 +8,8 @@
 #include "src/tools/morvane_synth/survey.h"
 
 struct SynthOptions {
-    std::string model = "lens";  ///< lens, layers, fast, or the header of a dataset of slowness
+    std::string model = "lens";  ///< lens, layers, fast, random, or the header of a dataset of slowness
+    int seed = 1;                ///< of model=random
     ModelSpec spec;
     bool from_file = false;
     float dx = 10.0f, dz = 10.0f, zmax = 1400.0f;

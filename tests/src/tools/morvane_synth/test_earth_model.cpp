@@ -55,6 +55,44 @@ TEST(EarthModel, ReflectorsFollowTheirDip) {
     }
 }
 
+// Results are reported by seed: the models must stay what they are, on every machine and library.
+TEST(RandomModel, ASeedKeepsItsModel) {
+    const RandomModel model(1);
+    ASSERT_EQ(model.layers.size(), 5u);
+    const RandomLayer& last = model.layers.back();
+    EXPECT_NEAR(last.z, 1114.218603, 1e-5);
+    EXPECT_NEAR(last.dip, -4.777870, 1e-5);
+    EXPECT_NEAR(last.strength, 0.055843, 1e-5);
+    EXPECT_NEAR(last.fold, 17.604634, 1e-5);
+    EXPECT_NEAR(model.fold_length, 2042.048457, 1e-5);
+    EXPECT_NEAR(model.fold_phase, 2.204758, 1e-5);
+    EXPECT_NEAR(model.anomaly(0, 600), 0.063530315, 1e-8);
+    EXPECT_NEAR(model.anomaly(-500, 300), -0.021621656, 1e-8);
+    EXPECT_EQ(model.anomaly(-500, 0), 0);
+    EXPECT_NE(RandomModel(2).layers.front().z, model.layers.front().z);
+}
+
+// The start model is the background alone; the layers bend, and the dips know it.
+TEST(EarthModel, AnomaliesAndFolds) {
+    ModelSpec spec = plain();
+    spec.gradient = 0.0f;
+    spec.fold_length = 1000;
+    spec.fold_phase = M_PI / 2;
+    spec.reflectors = {{500, 0, 0.1f, 40}};
+    Draw draw(3);
+    spec.anomaly = RandomField(draw, 0.1, 400, 300);
+    spec.middle = 100.0f;
+    const EarthModel model = build_model(spec, x, z);
+    EXPECT_NEAR(velocity(model.start, 300, 700), 1800, 1e-2);
+    EXPECT_NEAR(velocity(model.smooth, 300, 700), 1800 / (1 + spec.anomaly(200, 700)), 0.1);
+    EXPECT_GT(std::abs(spec.anomaly(200, 700)), 0.01);
+    for (const auto& [px, pz] : {std::pair{100, 500}, {350, 460}, {600, 500}, {-150, 540}})
+        EXPECT_NEAR(velocity(model.full, px, pz), 1.1 * velocity(model.smooth, px, pz), 0.1) << px;
+    const Array<float, 2> dips = layer_dips(spec, x, z);
+    EXPECT_NEAR(dips(50, 110), std::atan(-40 * 2 * M_PI / 1000) * 180 / M_PI, 1e-3);
+    EXPECT_NEAR(dips(46, 135), 0, 1e-3);
+}
+
 // Depth fastest; the angle counts samples, here four a column where the layer falls by one in one.
 TEST(EarthModel, DipsFollowTheLayers) {
     const Axis wide{11, 20.0f, -100.0f, {}}, fine{81, 5.0f, 0.0f, {}};

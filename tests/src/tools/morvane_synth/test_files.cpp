@@ -274,6 +274,8 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
                           Case{"dv=-2500", "must be positive"},
                           Case{"zmax=1", "2 rows"},
                           Case{"parfile=/nowhere/p", "could not be written"},
+                          Case{"seed=1", "seed=1 is for model=random; model=lens has none"},
+                          Case{"seed=-1", "seed=-1 is outside"},
                           Case{"smooth=nan", "not a number"}}) {
         SCOPED_TRACE(c.word);
         EXPECT_THAT(refusal(small("bad.", {c.word})), HasSubstr(c.says));
@@ -302,6 +304,12 @@ TEST(SynthOptions, BuiltInModelsBringTheirSettings) {
     EXPECT_EQ(b.spec.start_scale, 0.92f);
     EXPECT_EQ(b.acquisition.angle, 40);
     EXPECT_EQ(b.spec.reflectors[6].dip, 7);
+    qas::Session random({"synth", "model=random", "seed=2"}), own({"synth", "model=random", "zref=300", "dip=1"});
+    const SynthOptions d = read_options(random), e = read_options(own);
+    EXPECT_EQ(d.spec.reflectors.size(), 8u);
+    EXPECT_NE(d.spec.reflectors[7].fold, 0);
+    EXPECT_EQ(e.spec.reflectors[0].fold, 0);
+    EXPECT_EQ(e.spec.reflectors[0].strength, 0.05f);
     EXPECT_EQ(c.geometry.trace.n, 510);
     EXPECT_EQ(c.geometry.trace.o, -1500);
 }
