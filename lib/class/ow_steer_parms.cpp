@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
+#include <concepts>
+#include <cstdint>
+#include <string>
 #include <string_view>
-#include <vector>
 
+#include "lib/base/array.h"
+#include "lib/class/polydiv.h"
 #include "lib/class/report.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -18,14 +21,20 @@ struct Keys {
     qas::Session& session;
     bool record;
     template <class T>
-    T get(std::string_view key, const T& otherwise) const {
-        return record ? session.from_param<T>(key, otherwise) : session.getch<T>(key).value_or(otherwise);
+    T get(const char* key, const T& otherwise) const {
+        const T value = record ? session.from_param<T>(key, otherwise) : session.getch<T>(key).value_or(otherwise);
+        if constexpr (std::same_as<T, float>)
+            if (!std::isfinite(value)) qas::qaserr("%s=%g: a finite number is needed\n", key, value);
+        return value;
     }
 };
 
 SteerParms solver_keys(const Keys& keys) {
     SteerParms parms;
     parms.steerniter = keys.get("steerniter", parms.steerniter);
+    if (parms.steerniter < 1)
+        qas::qaserr("steerniter=%d: 1 or more iterations are needed, or the filtered gradient is zero\n",
+                    parms.steerniter);
     parms.epspoly = keys.get("epspoly", parms.epspoly);
     parms.ndim_mod = keys.get("ndim_mod", parms.ndim_mod);
     return parms;
@@ -55,28 +64,60 @@ void check_axes(qas::Session& session, const Axis& z, const Axis& xm) {
 }
 
 void check_filters(const FilterChoice& filters, int column) {
+    if (filters.triangle && !(filters.half_width > 0.0f))
+        qas::qaserr("tri_width=%g: must be greater than 0\n", 2.0 * filters.half_width);
     if (filters.steering_lags < 0 || filters.steering_lags > column)
         qas::qaserr("steer_lags=%d: must be from 0 to the %d samples of a column\n", filters.steering_lags, column);
     init_filters(filters);
 }
 
-std::vector<float> read_dips(qas::Session& session, int n1, int n2) {
-    std::vector<float> tangle(static_cast<std::size_t>(n1) * static_cast<std::size_t>(n2));
+/// The panel has one dip for each sample of the image.
+void check_size(qas::Session& session, const Axis& z, const Axis& xm, int frame) {
+    const int n1 = session.from_aux<int>(dipfile, "n1"), n2 = session.from_aux<int>(dipfile, "n2");
+    const int n3 = session.from_aux<int>(dipfile, "n3", 1);
+    if (n1 == z.n && n2 == xm.n && n3 == 1) return;
+    const auto size = [](int n) { return static_cast<long long>(n); };
+    report({"Angles", size(n1 + 2 * frame), size(n2), size(n3), "model", size(z.n + 2 * frame), size(xm.n), size(1)});
+    qas::qaserr("angles not the same size as model");
+}
+
+/// (n1, n2) dips, depth fastest; those of a steering filter lie within their range.
+Array<float, 2> read_dips(qas::Session& session, int n1, int n2, bool steering) {
+    Array<float, 2> tangle({n1, n2});
+    const auto dips = tangle.view().flat();
     session.sseek(dipfile, 0, 0);  // the same dips for each gradient
-    session.sreed(dipfile, tangle.data(), static_cast<std::int64_t>(tangle.size() * sizeof(float)));
-    const auto bad = std::ranges::count_if(tangle, [](float dip) { return std::isnan(dip); });
-    if (bad > 0) qas::qaserr("dipfile: %lld of %zu dips are not numbers\n", static_cast<long long>(bad), tangle.size());
+    session.sreed(dipfile, dips.data(), static_cast<std::int64_t>(dips.size_bytes()));
+    const auto count = [&](const auto& wrong) { return static_cast<long long>(std::ranges::count_if(dips, wrong)); };
+    if (const auto bad = count([](float dip) { return std::isnan(dip); }); bad > 0)
+        qas::qaserr("dipfile: %lld of %zu dips are not numbers\n", bad, dips.size());
+    if (const auto bad = count([](float dip) { return std::abs(dip) > 90.0f; }); steering && bad > 0) {
+        const auto [least, most] = std::ranges::minmax(dips);
+        report({"dipfile: dips beyond 90 degrees", bad, "of", static_cast<long long>(dips.size()), "least",
+                double{least}, "largest", double{most}});
+    }
     return tangle;
+}
+
+Filter make_filter(qas::Session& session, const Axis& z, const Axis& xm, int frame, const FilterChoice& filters) {
+    check_filters(filters, z.n);
+    check_size(session, z, xm, frame);
+    const Array<float, 2> tangle = read_dips(session, z.n, xm.n, filters.steering_lags != 0);
+    Array<float, 2> angles({z.n + 2 * frame, xm.n});
+    for (int ix = 0; ix < xm.n; ++ix)
+        for (int row = 0; row < z.n + 2 * frame; ++row)
+            angles(row, ix) = tangle(std::clamp(row - frame, 0, z.n - 1), ix);
+    return new_steering(filters, {z.n + 2 * frame, xm.n}, {1, 1}, angles.flat());
 }
 
 }  // namespace
 
-void owsteer_check(qas::Session& session, const Axis& z, const Axis& xm) {
+void owsteer_check(qas::Session& session, const Axis& z, const Axis& xm, int frame) {
     const Keys keys{session, false};
     SteerParms parms = solver_keys(keys);
     check_axes(session, z, xm);
     filter_keys(keys, parms);
-    check_filters(parms.filters, z.n);
+    session.make_unpipe(dipfile);
+    polydiv_init(make_filter(session, z, xm, frame, parms.filters));
 }
 
 SteerParms owsteer_parms(qas::Session& session, const Axis& z, const Axis& xm) {
@@ -92,23 +133,5 @@ Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int f
             static_cast<long long>(filters.laplacian_lags)});
     report({"steerlags steer_factor eps", static_cast<long long>(filters.steering_lags), double{filters.steering_scale},
             double{parms.epsflt}});
-    check_filters(filters, z.n);
-
-    const int n1 = session.from_aux<int>(dipfile, "n1"), n2 = session.from_aux<int>(dipfile, "n2");
-    const int n3 = session.from_aux<int>(dipfile, "n3", 1);
-    const int nz_mod = z.n + 2 * frame, nx_mod = xm.n;
-    if (n1 + 2 * frame != nz_mod || n2 != nx_mod || n3 != 1) {
-        const auto size = [](int n) { return static_cast<long long>(n); };
-        report({"Angles", size(n1 + 2 * frame), size(n2), size(n3), "model", size(nz_mod), size(nx_mod), size(1)});
-        qas::qaserr("angles not the same size as model");
-    }
-    const std::vector<float> tangle = read_dips(session, n1, n2);
-    Array<float, 2> angles({nz_mod, nx_mod});
-    for (int ix = 0; ix < nx_mod; ++ix)
-        for (int iz = 0; iz < nz_mod; ++iz) {
-            const int row = std::clamp(iz - frame, 0, n1 - 1);
-            angles(iz, ix) =
-                tangle[static_cast<std::size_t>(ix) * static_cast<std::size_t>(n1) + static_cast<std::size_t>(row)];
-        }
-    return new_steering(filters, {nz_mod, nx_mod}, {1, 1}, angles.flat());
+    return make_filter(session, z, xm, frame, filters);
 }

@@ -12,9 +12,10 @@ struct SteerParms {
     FilterChoice filters{0.0f, 0.999f, 0, 0, 1.25f, false};
 };
 
-/// Check, without recording anything, that a run with these axes can filter: keys and header of "dipfile", but not the
-/// dips. Throws the message that owsteer_parms or owfilter_init would throw.
-void owsteer_check(qas::Session& session, const Axis& z, const Axis& xm);
+/// Check, without recording anything, that a run with these axes can filter: keys, header and dips of "dipfile"; the
+/// filter is built and dropped. Dips from a pipe go to a scratch file, since each gradient reads them again. Throws the
+/// message that owsteer_parms or owfilter_init would throw.
+void owsteer_check(qas::Session& session, const Axis& z, const Axis& xm, int frame);
 
 /// Read "steerniter", "epspoly" and "ndim_mod", and compare the axes of "dipfile" with those of the image.
 SteerParms owsteer_parms(qas::Session& session, const Axis& z, const Axis& xm);

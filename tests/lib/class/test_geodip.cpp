@@ -263,7 +263,6 @@ TEST(Geodip, EndsWithAMessageWhenNothingIsLeft) {
     EXPECT_EQ(filter_message(run, usual, nothing), "cgstep: grad vanishes identically\n");
     EXPECT_EQ(filter_message(run, usual, gradient(1), deep), "cgstep: grad vanishes identically\n");
     EXPECT_THAT(filter_message(run, usual, gradient(1), half), HasSubstr("zero in the image"));
-    EXPECT_THAT(filter_message(run, with(usual, {"steerniter=0"})), HasSubstr("steerniter=0"));
     std::vector<double> faint(nx * nz);
     faint[5] = 1.5e-38;
     EXPECT_THAT(filter_message(run, usual, faint), HasSubstr("outside single precision"));
@@ -285,35 +284,56 @@ TEST(OwsteerParms, ComparesTheAxesInOrder) {
         DipRun run;
         for (std::size_t i = first; i < std::size(cases); ++i) run.dipfile.header[cases[i].key] = cases[i].value;
         EXPECT_EQ(filter_message(run, usual), cases[first].text);
-        EXPECT_EQ(message(run, usual, [&](qas::Session& s) { owsteer_check(s, run.z, run.xm); }), cases[first].text);
+        EXPECT_EQ(message(run, usual, [&](qas::Session& s) { owsteer_check(s, run.z, run.xm, 2); }), cases[first].text);
     }
 }
 
 TEST(OwsteerParms, RefusesFiltersAndDips) {
     DipRun run;
     const auto check = [&](const std::vector<std::string>& words) {
-        return message(run, words, [&](qas::Session& s) { owsteer_check(s, run.z, run.xm); });
+        return message(run, words, [&](qas::Session& s) { owsteer_check(s, run.z, run.xm, 2); });
     };
     EXPECT_EQ(check(usual), "");
-    EXPECT_EQ(check({}), "must supply steering lags if steering_scale > 0\n");
-    EXPECT_EQ(filter_message(run, {}), "must supply steering lags if steering_scale > 0\n");
-    EXPECT_EQ(check(with(usual, {"lap_lags=4", "lap_factor=0.3"})), "laplacian scale + steering scale must be < 1.\n");
-    EXPECT_THAT(check(with(usual, {"steer_lags=-1"})), HasSubstr("steer_lags=-1"));
-    EXPECT_THAT(check(with(usual, {"steer_lags=8"})), HasSubstr("steer_lags=8"));
     EXPECT_THAT(check({"dipfile=" + (run.dir / "nosuch")}), HasSubstr("dipfile"));
-    run.dips[3] = 91;
-    EXPECT_EQ(filter_message(run, usual), "angle must be less than 90\n");
-    run.dips[3] = std::nanf("");
-    EXPECT_THAT(filter_message(run, usual), HasSubstr("1 of 28 dips"));
+    struct Case {
+        std::vector<std::string> words;
+        const char* text;
+        float dip = 0;
+    };
+    const Case cases[] = {
+        {{}, "must supply steering lags if steering_scale > 0\n"},
+        {with(usual, {"lap_lags=4", "lap_factor=0.3"}), "laplacian scale + steering scale must be < 1.\n"},
+        {with(usual, {"lap_lags=12", "lap_factor=0.1"}), "lap_lags must be from 4 to the 11 samples"},
+        {with(usual, {"steer_lags=-1"}), "steer_lags=-1"},
+        {with(usual, {"steer_lags=8"}), "steer_lags=8"},
+        {with(usual, {"steerniter=0"}), "steerniter=0: 1 or more"},
+        {with(usual, {"tri_width=0"}), "tri_width=0: must be greater than 0\n"},
+        {with(usual, {"tri_width=0.1"}), "half width 0.05 holds no lag (tri_width)", 20},
+        {with(usual, {"tri_width=nan"}), "tri_width=nan: a finite number is needed\n"},
+        {with(usual, {"epspoly=inf"}), "epspoly=inf: a finite number is needed\n"},
+        {with(usual, {"lap_factor=nan"}), "lap_factor=nan: a finite number is needed\n"},
+        {with(usual, {"steer_factor=-inf"}), "steer_factor=-inf: a finite number is needed\n"},
+        {with(usual, {"epsflt=nan"}), "epsflt=nan: a finite number is needed\n"},
+        {usual, "angle must be less than 90\n", 91},
+        {usual, "angles must be greater than -90.\n", -91},
+        {usual, "1 of 28 dips are not numbers", std::nanf("")},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        run.dips[3] = c.dip;
+        EXPECT_THAT(check(c.words), HasSubstr(c.text));
+        EXPECT_THAT(filter_message(run, c.words), HasSubstr(c.text));
+    }
     run.dips[3] = 0;
     run.dipfile.header["n3"] = "2";
+    EXPECT_EQ(check(usual), "angles not the same size as model");
     EXPECT_EQ(filter_message(run, usual), "angles not the same size as model");
 }
 
 TEST(OwsteerParms, RecordsItsKeysButNotWhenItOnlyChecks) {
     DipRun run;
     const auto session = run.session(usual);
-    owsteer_check(*session, run.z, run.xm);
+    owsteer_check(*session, run.z, run.xm, 0);
     const auto history = [&] {
         std::fflush(run.out.get());
         std::rewind(run.out.get());

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -324,7 +325,7 @@ void check_conditioning(const Parms& par, qas::Session& session) {
         Axis z = par.v.z;
         z.n = par.nz;
         z.o = par.zmin;
-        owsteer_check(session, z, par.img.xm);
+        owsteer_check(session, z, par.img.xm, par.frame);
     }
     if (par.nxfilt != not_given) {
         const int second = par.timeshift ? par.img.th.n : par.img.sh.n;
@@ -361,7 +362,6 @@ void check_exact(const Parms& par, qas::Session& session) {
 
 void check_settings(const Parms& par, qas::Session& session) {
     check_exact(par, session);
-    check_conditioning(par, session);
     if (par.node != node_default && (par.node < 1 || par.node > most_threads))
         refuse("node=%d: permitted are 1 to %d threads (and %d: as many as the runtime gives)", par.node, most_threads,
                node_default);
@@ -390,6 +390,7 @@ void check_settings(const Parms& par, qas::Session& session) {
     check_extrapolator(par);
     check_imaging(par);
     check_spline(par);
+    check_conditioning(par, session);
     check_transform_length(par, width);
 }
 
@@ -454,10 +455,23 @@ Range slowness_range(View<const float, 2> vel0) {
     return {least, most};
 }
 
+/// The dip filter takes the horizon as row numbers of the padded column, and holds the rows above it at zero.
+void check_mask(const Parms& par, const std::string& horizon, std::span<const float> picks) {
+    const auto last_row = static_cast<float>(par.frame + par.nz);
+    if (par.dipflt && std::ranges::all_of(picks, [&](float pick) { return std::trunc(pick) > last_row; }))
+        refuse(
+            "horv0=%s: dipflt=yes takes its values as row numbers of the padded column, and all of them lie below the "
+            "last row of the image, %g (frame=%d): nothing of the gradient would be left",
+            horizon.c_str(), last_row, par.frame);
+}
+
 }  // namespace
 
 void check_input_files(const Parms& par, qas::Session& session) {
-    if (session.exist_file("horv0")) read_horizon(session.getch<std::string>("horv0").value_or(""), par.img.xm.n);
+    if (session.exist_file("horv0")) {
+        const std::string name = session.getch<std::string>("horv0").value_or("");
+        check_mask(par, name, read_horizon(name, par.img.xm.n));
+    }
     if (!session.sseekable("vel")) return;
     Array<float, 2> whole({par.v.xm.n, par.v.z.n}), image({par.img.xm.n, par.img.z.n});
     session.sreed("vel", whole.view().p, static_cast<std::int64_t>(whole.flat().size_bytes()));

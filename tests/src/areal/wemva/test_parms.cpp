@@ -344,6 +344,16 @@ void set(TinySurvey& survey, const char* key, const char* value) {
     survey.arguments[key] = value;
 }
 
+/// The dip filter of the areal survey, with one dip everywhere.
+void filter_dips(TinySurvey& survey, float dip) {
+    files::Dataset dips;
+    dips.axis(1, 8, "10", "0");
+    dips.axis(2, 16, "10", "80");
+    dips.samples.assign(8 * 16, dip);
+    dips.write(survey.dir / "dips.H");
+    survey.arguments.insert({{"dipflt", "y"}, {"dipfile", survey.dir / "dips.H"}, {"steer_lags", "3"}, {"frame", "4"}});
+}
+
 }  // namespace
 
 TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
@@ -405,6 +415,8 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
          [](TinySurvey& s) { set(s, "areal", "y"), s.vel.header["o1"] = "-100"; }, false},
         // image gathers and weights
         {"nh=0: the number of samples must be 1 or more\n", [](TinySurvey& s) { set(s, "nh", "0"); }},
+        {"nh=-3: the number of samples must be 1 or more\n",
+         [](TinySurvey& s) { set(s, "nh", "-3"), set(s, "nxfilt", "5"); }},
         {"nh=20000000: image gathers of 16 x 20000000 x 8 samples are too large; at most 16777215 are permitted for "
          "this "
          "image\n",
@@ -438,6 +450,7 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         // conditioning and the exact gradient
         {"frame=-1: permitted are 0 to 1048576 rows\n",
          [](TinySurvey& s) { set(s, "dipflt", "y"), set(s, "frame", "-1"); }},
+        {"angle must be less than 90\n", [](TinySurvey& s) { filter_dips(s, 95); }},
         {"gradient=right: permitted are classic and exact\n", [](TinySurvey& s) { set(s, "gradient", "right"); }},
         {"firststep=1: permitted is a fraction of slowness, more than 0 and less than 1\n",
          [](TinySurvey& s) { set(s, "firststep", "1"); }},
@@ -458,6 +471,21 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         EXPECT_EQ(start(survey).fatal, row.text);
         EXPECT_FALSE(std::filesystem::exists(survey.dir / "velout.H"))
             << "an earlier result would have been overwritten";
+    }
+}
+
+TEST(Owparam, AHorizonThatMasksTheWholeGradientIsRefused) {
+    TinySurvey survey(true);
+    filter_dips(survey, 10);
+    survey.arguments["horv0"] = survey.dir / "horizon";
+    std::string picks;
+    for (int ix = 0; ix < 15; ++ix) picks += "13\n";
+    for (const auto& [last, refused] : {std::pair("12.9", false), {"13", true}}) {
+        files::write_text(survey.dir / "horizon", picks + last);
+        const std::string fatal = start(survey).fatal;
+        EXPECT_EQ(fatal.find("all of them lie below the last row of the image, 12 (frame=4)") != std::string::npos,
+                  refused)
+            << last << ": " << fatal;
     }
 }
 
