@@ -252,14 +252,15 @@ FxDesign fx2d_design(const Parms& par) {
     return design;
 }
 
-void form_residual(const Inversion& run, EvaluationArrays& arrays) {
+void form_residual(const Inversion& run, EvaluationArrays& arrays, int titer) {
     const Parms& par = run.par;
     constexpr bool forward = false, adjoint = true;
     keep_columns(par, arrays.b_image);
     if (par.normalise) arrays.image = arrays.b_image;
     owdso(par, forward, arrays.b_image, run.pick1);
     if (par.nxfilt != not_given) {
-        fx2d_lop(fx2d_design(par), arrays.b_image, arrays.r_image, run.panels ? &run.session : nullptr);
+        const FilterOutput filters{run.session, titer};
+        fx2d_lop(fx2d_design(par), arrays.b_image, arrays.r_image, run.panels ? &filters : nullptr);
         std::ranges::copy(arrays.r_image.flat(), arrays.b_image.flat().begin());
     }
     if (par.l1norm) {
@@ -361,7 +362,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
 
-    form_residual(run, arrays);
+    form_residual(run, arrays, titer);
     write_panel(run, "Dimage", titer, arrays.b_image.flat());
     check_result(par, arrays, "image residual", titer, arrays.b_image.flat());
 
@@ -398,6 +399,6 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
 double evaluate_fun(const Inversion& run, EvaluationArrays& arrays, std::span<double> x) {
     set_model(run, arrays, x);
     form_image(run, arrays, 1);
-    form_residual(run, arrays);
+    form_residual(run, arrays, 1);
     return value(run.par, arrays);
 }

@@ -55,7 +55,8 @@ FxDesign fx2d_design(const Parms& par);
 
 /// Turns the stacked image in `arrays.b_image` into the residual: weight, prediction across offset with nxfilt,
 /// reweighting with l1norm, weight again; with the exact gradient also zero outside the columns that count.
-void form_residual(const Inversion& run, EvaluationArrays& arrays);
+/// @param titer number of the evaluation, also that of its set of prediction filters
+void form_residual(const Inversion& run, EvaluationArrays& arrays, int titer);
 
 /// Sum of squares of the residual, or of absolute values with l1norm: terms in single precision (in double in the exact
 /// mode), sum in double. In the classic mode the second axis is img.sh also with time shifts, where it is empty; in the

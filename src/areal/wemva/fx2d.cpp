@@ -10,6 +10,7 @@
 #include <cstring>
 #include <numbers>
 #include <span>
+#include <utility>
 
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -419,6 +420,13 @@ public:
     }
 };
 
+void write_filter_header(const FilterOutput& output, const FxDesign& design, int midpoints) {
+    const std::pair<const char*, int> values[] = {
+        {"n1", pad2(design.w1)}, {"n2", design.noper}, {"n3", design.k1 * design.k2},
+        {"n4", midpoints},       {"n5", output.set},   {"esize", 4}};
+    for (const auto& [key, value] : values) output.session.to_history<int>(key, value, filter_tag);
+}
+
 }  // namespace
 
 FxFit fx2d_fit(const FxDesign& asked, int n1, int n2) {
@@ -432,17 +440,11 @@ FxFit fx2d_fit(const FxDesign& asked, int n1, int n2) {
     return fit;
 }
 
-void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, qas::Session* session) {
+void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> resi, const FilterOutput* output) {
     assert(resi.n == modl.n);
     const auto n1 = static_cast<int>(modl.n[2]), n2 = static_cast<int>(modl.n[1]), n3 = static_cast<int>(modl.n[0]);
     const FxDesign design = fx2d_fit(asked, n1, n2).design;
-    if (session) {
-        session->to_history<int>("n1", pad2(design.w1), filter_tag);
-        session->to_history<int>("n2", design.noper, filter_tag);
-        session->to_history<int>("n3", design.k1 * design.k2, filter_tag);
-        session->to_history<int>("n4", n3, filter_tag);
-        session->to_history<int>("esize", 4, filter_tag);
-    }
+    if (output) write_filter_header(*output, design, n3);
     const int nodes = design.node == node_default ? omp_get_max_threads() : std::max(design.node, 1);
     const Array<float, 2> wallwt = fxwallwt(design, n1, n2);
     std::vector<Window> windows(static_cast<std::size_t>(nodes), Window(design, n1, n2));
@@ -451,19 +453,19 @@ void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> r
     constexpr std::size_t small = std::size_t{1} << 23;
     const int groups =
         std::max(nodes, static_cast<int>(std::min<std::size_t>(small / (filter_size * lane_count), 1000)));
-    const int batch = session ? groups * lane_count : n3;
-    std::vector<float> filters(session ? filter_size * static_cast<std::size_t>(batch) : 0);
+    const int batch = output ? groups * lane_count : n3;
+    std::vector<float> filters(output ? filter_size * static_cast<std::size_t>(batch) : 0);
     for (int start = 0; start < n3; start += batch) {
         const int end = std::min(start + batch, n3);
 #pragma omp parallel for schedule(dynamic, 1) num_threads(nodes)
         for (int first = start; first < end; first += lane_count) {
             float* const own =
-                session ? filters.data() + filter_size * static_cast<std::size_t>(first - start) : nullptr;
+                output ? filters.data() + filter_size * static_cast<std::size_t>(first - start) : nullptr;
             windows[static_cast<std::size_t>(omp_get_thread_num())].run(modl, first, wallwt, resi, own);
         }
-        if (session) {
+        if (output) {
             const std::size_t samples = filter_size * static_cast<std::size_t>(end - start);
-            session->srite(filter_tag, filters.data(), static_cast<std::int64_t>(samples * sizeof(float)));
+            output->session.srite(filter_tag, filters.data(), static_cast<std::int64_t>(samples * sizeof(float)));
         }
     }
 }

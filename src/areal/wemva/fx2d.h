@@ -35,12 +35,19 @@ struct FxFit {
 /// is. Ends the run if patches smaller than the panel keep nothing.
 FxFit fx2d_fit(const FxDesign& asked, int n1, int n2);
 
+/// Where the filters of a call go: to dataset "oper-fxdecon.H", as the set of this number, from 1.
+struct FilterOutput {
+    qas::Session& session;
+    int set;
+};
+
 /// Replace gathers by their prediction, with the design fitted as fx2d_fit does.
 /// @param modl    (midpoint, offset, depth)
 /// @param resi    same shape, overwritten
-/// @param session where the filters go, to dataset "oper-fxdecon.H": for each midpoint and patch, in the order they are
-///                used, the prediction-error filter in depth (w1 made a power of two) and offset (noper); null: nowhere
-void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, qas::Session* session);
+/// @param output  for each midpoint and patch, in the order they are used, the prediction-error filter in depth (w1
+/// made
+///                a power of two) and offset (noper); null: not wanted
+void fx2d_lop(const FxDesign& design, View<const float, 3> modl, View<float, 3> resi, const FilterOutput* output);
 
 /// Divide each depth slice by its largest magnitude; a slice of zeros stays.
 /// @param data (midpoint, offset, depth), in place

@@ -169,7 +169,7 @@ TEST(ExactEvaluation, ReweightedObjectiveIsDifferentiatedAtAFixedEnvelope) {
     const std::vector<float> image = random_vector<float>(run.arrays.b_image.flat().size(), 4);
     std::ranges::copy(image, run.arrays.b_image.flat().begin());
     const Inversion inversion{run.par, run.session, run.listing, run.fft, run.taper, run.vel0, {}, {}, {}};
-    form_residual(inversion, run.arrays);
+    form_residual(inversion, run.arrays, 1);
     const double fun = objective(run.par, run.arrays.b_image);
     const Array<float, 3> envelope = run.arrays.r_image;
     const auto value = [&](std::span<const float> samples) {

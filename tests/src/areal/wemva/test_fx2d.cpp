@@ -284,10 +284,13 @@ TEST(Fx2d, WritesItsFilters) {
     const FxDesign d{nz, nh, 4, 1, 2, 0.5f};
     const Array<float, 3> image = random_gather({nx, nh, nz});
     Array<float, 3> out(image.n());
-    fx2d_lop(d, image, out, &session);
-    fx2d_lop(d, image, out, &session);
+    for (const int set : {1, 2}) {
+        const FilterOutput output{session, set};
+        fx2d_lop(d, image, out, &output);
+    }
     const std::string header = files::read_text(dir / "filters");
-    for (const auto& [key, value] : {std::pair{"n1", "16"}, {"n2", "4"}, {"n3", "2"}, {"n4", "2"}, {"esize", "4"}})
+    for (const auto& [key, value] :
+         {std::pair{"n1", "16"}, {"n2", "4"}, {"n3", "2"}, {"n4", "2"}, {"n5", "2"}, {"esize", "4"}})
         EXPECT_EQ(files::header_value(header, key), value) << key;
     const std::vector<float> filters = files::read_dataset(dir / "filters");
     const std::size_t panel = 16 * 4;
