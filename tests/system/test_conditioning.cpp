@@ -12,7 +12,11 @@
 #include <memory>
 
 #include "lib/class/geodip.h"
+#include "src/areal/wemva/base_spline_mod.h"
+#include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/fx2d.h"
+#include "src/areal/wemva/inversion_setup.h"
+#include "src/areal/wemva/ow_wei_areal.h"
 #include "tests/quiet.h"
 #include "tests/system/panels.h"
 #include "tests/tiny_survey.h"
@@ -354,4 +358,171 @@ TEST(Conditioning, TimeShifts) {
         EXPECT_EQ(run.accepted.size(), 2u) << run.said;
         EXPECT_LT(run.fun.back(), run.fun.front());
     }
+}
+
+namespace {
+
+/// One areal shot over 93 columns, 20 levels and 155 half-offsets, with every step of image and gradient switched on.
+struct AllSteps {
+    static constexpr int columns = 93, rows = 20, nh = 155, traces = columns - 4, frame = 4;
+    /// Horizon depths: above them stand 4 or 5 levels, of which the mask of the dip filter holds 2 or 4.
+    static float pick(int ix) { return ix < 50 ? 7.5f : 9.0f; }
+
+    static Arguments arguments() {
+        return {{"nh", "155"},          {"dh", "1"},
+                {"zmax", "38"},         {"firststep", "0.03"},
+                {"niter", "1"},         {"nxfilt", "5"},
+                {"l1norm", "y"},        {"windx", "4"},
+                {"windz", "3"},         {"windh", "2"},
+                {"nxk", "25"},          {"dxk", "8"},
+                {"oxk", "-4"},          {"nzk", "7"},
+                {"dzk", "8"},           {"ozk", "-4"},
+                {"dipflt", "y"},        {"frame", "4"},
+                {"steer_lags", "4"},    {"epspoly", "0.5"},
+                {"steerniter", "6"},    {"steer_triangle", "y"},
+                {"steer_factor", "0.7"}};
+    }
+    static void prepare(TinySurvey& survey) {
+        files::Dataset dips;
+        survey.vel = dips;
+        survey.vel.axis(1, columns, "2", "0");
+        survey.vel.axis(3, rows, "2", "0");
+        dips.axis(1, rows, "2", "0");
+        dips.axis(2, columns, "2", "0");
+        for (int i = 0; i < rows * columns; ++i) {
+            const auto ix = static_cast<float>(i % columns), iz = static_cast<float>(i / columns);
+            survey.vel.samples.push_back(1.0f / (360.0f + 4.0f * iz + 20.0f * std::sin(0.1f * ix)));
+            dips.samples.push_back(40.0f * std::sin(0.02f * static_cast<float>(i)));
+        }
+        dips.write(survey.dir / "dips.H");
+        const auto fill = [](files::Dataset& set, unsigned seed, float size) {
+            set.axis(1, traces, "2", "4");
+            set.axis(3, 2, "8", "8");
+            set.axis(4, 1, "1", "0");
+            std::mt19937 random(seed);
+            std::normal_distribution<float> noise;
+            set.samples.resize(2 * 2 * traces);
+            for (float& sample : set.samples) sample = size * noise(random);
+        };
+        fill(survey.rec, 13, 20.0f);
+        fill(survey.sou, 15, 1.0f);
+        std::string horizon;
+        for (int ix = 0; ix < columns; ++ix) horizon += std::to_string(pick(ix)) + "\n";
+        files::write_text(survey.dir / "horizon", horizon);
+        survey.arguments = survey.arguments + arguments() +
+                           Arguments{{"horv0", survey.dir / "horizon"}, {"dipfile", survey.dir / "dips.H"}};
+    }
+};
+
+/// The steps of an evaluation of the same survey, called one after the other.
+class StepByStep {
+    using S = AllSteps;
+    TinySurvey survey_{true};
+    qas::Session session_;
+    InversionSetup setup_;
+    LateralFft fft_;
+    Inversion inversion_;
+    EvaluationArrays arrays_;
+
+    static TinySurvey& prepared(TinySurvey& survey) {
+        S::prepare(survey);
+        return survey;
+    }
+
+public:
+    StepByStep()
+        : session_(prepared(survey_).command()),
+          setup_(session_),
+          fft_(S::columns, FFTW_ESTIMATE),
+          inversion_(setup_.inversion(fft_)),
+          arrays_(setup_.par) {}
+
+    Panel image(const Panel& velocity) {
+        std::ranges::transform(velocity, arrays_.model.flat().begin(), [](float v) { return 1.0f / v; });
+        form_image(inversion_, arrays_, 1);
+        const auto samples = arrays_.b_image.flat();
+        return {samples.begin(), samples.end()};
+    }
+    /// Weight, prediction, reweighting, weight.
+    Panel residual(Panel image) const {
+        const Extents<3> size{S::columns, S::nh, S::rows};
+        Panel work(image.size());
+        const View<float, 3> b{image.data(), size}, r{work.data(), size};
+        owdso(setup_.par, false, b, setup_.pick1);
+        FxDesign design;
+        design.k1 = 5;  // 20 levels * 1.5 / 6
+        design.k2 = 3;  // 93 columns * 1.5 / 46
+        fx2d_lop(design, b, r, nullptr);
+        std::ranges::copy(work, image.begin());
+        owsmooth(setup_.par, b, r);
+        for (std::size_t i = 0; i < image.size(); ++i)
+            image[i] = image[i] * std::abs(image[i]) / std::pow(work[i], work[i]);
+        owdso(setup_.par, true, b, setup_.pick1);
+        return image;
+    }
+    /// Minus the adjoint of the residual, in the model that image() was called with.
+    std::vector<double> plain_gradient(const Panel& residual) {
+        std::ranges::copy(residual, arrays_.b_image.flat().begin());
+        back_project(inversion_, arrays_);
+        std::vector<double> g;
+        for (const float s : arrays_.scats.flat()) g.push_back(-static_cast<double>(s));
+        return g;
+    }
+    /// On the knots and back, then along the dips.
+    Panel conditioned(std::vector<double> g) {
+        std::vector<double> knots(25 * 7);
+        base_spln2d_oper(*setup_.spline, true, false, knots, g);
+        base_spln2d_oper(*setup_.spline, false, false, knots, g);
+        ow_geodip(session_, setup_.par.img.z, setup_.par.img.xm, S::frame, setup_.pick1,
+                  {g.data(), {S::columns, S::rows}});
+        return {g.begin(), g.end()};
+    }
+};
+
+/// The extremes of the gradient that a run prints before and after its conditioning, two pairs an evaluation.
+std::vector<std::pair<double, double>> printed_extremes(const std::string& said) {
+    std::vector<std::pair<double, double>> pairs;
+    for (const std::string& line : files::lines_of(said))
+        if (double most, least; std::sscanf(line.c_str(), " main => %lf %lf", &most, &least) == 2)
+            pairs.emplace_back(most, least);
+    return pairs;
+}
+
+}  // namespace
+
+// Steps that change places, or a count of patches taken from another axis, change the panels by more than their
+// arithmetic does.
+TEST(Conditioning, StepsComeInTheirOrder) {
+    constexpr int columns = AllSteps::columns, rows = AllSteps::rows;
+    const Inverted run({}, AllSteps::prepare);
+    ASSERT_GE(run.fun.size(), 2u) << run.said;
+    const Quiet quiet;
+    StepByStep model;
+    const std::vector<Panel> velocity = run.panels("velout.H"), image = run.panels("bkgimg.H"),
+                             residual = run.panels("dimage.H"), gradient = run.panels("grad.H");
+    const auto printed = printed_extremes(run.said);
+    ASSERT_EQ(printed.size(), 2 * run.fun.size());
+    for (std::size_t k = 0; k < 2; ++k) {
+        SCOPED_TRACE(k);
+        EXPECT_LT(mismatch(model.image(velocity[k]), image[k]), 1e-4);
+        EXPECT_LT(mismatch(model.residual(image[k]), residual[k]), 1e-4);
+        double sum = 0.0;
+        for (const float r : residual[k]) sum += std::abs(r);
+        EXPECT_NEAR(run.fun[k], sum, 1e-5 * sum);
+        const std::vector<double> plain = model.plain_gradient(residual[k]);
+        const auto [least, most] = std::ranges::minmax(plain);
+        EXPECT_NEAR(printed[2 * k].first, most, 1e-4 * std::abs(most)) << "before the conditioning";
+        EXPECT_NEAR(printed[2 * k].second, least, 1e-4 * std::abs(least)) << "before the conditioning";
+        EXPECT_LT(mismatch(model.conditioned(plain), gradient[k]), 1e-3);
+        for (int iz = 0; iz < rows; ++iz)
+            for (int ix = 0; ix < columns; ++ix) {
+                const auto i = static_cast<std::size_t>(iz * columns + ix);
+                if (2 * iz >= std::floor(AllSteps::pick(ix))) continue;
+                EXPECT_EQ(velocity[k][i], velocity[0][i]) << "the edit comes before the panel " << ix << " " << iz;
+                if (iz > 3) {
+                    EXPECT_NE(gradient[k][i], 0.0f) << "no step would be edited here";
+                }
+            }
+    }
+    EXPECT_NE(velocity[0], velocity[1]);
 }
