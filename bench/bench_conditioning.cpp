@@ -56,7 +56,7 @@ void one_shot(benchmark::State& state, const char* extrap) {
     WaveContext context = shot.context(2);
     context.memory = &memory;
     for (auto _ : state) {
-        owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, flat);
+        owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, {});
         owwemva(context, true, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image, nullptr);
     }
 }

@@ -33,7 +33,7 @@ void shot(benchmark::State& state, Pass pass, bool exact, const char* extrap, in
     context.memory = &memory;
     for (auto _ : state) {
         if (pass == Pass::migration) {
-            owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, flat);
+            owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), image, {});
         } else if (exact) {
             owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), flat, image.view());
         } else {

@@ -206,9 +206,9 @@ EvaluationArrays::EvaluationArrays(const Parms& par)
       deltai({par.kxm.n, par.nsecdim, par.img.z.n}),
       vel({par.kxm.n, par.img.z.n}),
       deltas({par.kxm.n, par.img.z.n}),
-      illum({par.kxm.n, par.img.z.n}),
       scats({par.img.xm.n, par.img.z.n}),
-      illumination({par.img.xm.n, par.img.z.n}),
+      illum(par.compensates() ? Array<float, 2>({par.kxm.n, par.img.z.n}) : Array<float, 2>()),
+      illumination(par.compensates() ? Array<float, 2>({par.img.xm.n, par.img.z.n}) : Array<float, 2>()),
       recv({par.rec.h.n, par.rec.w.n}),
       source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}) {
     if (par.exact()) {
@@ -236,8 +236,10 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
         owwei(context_of(run, arrays, nodes, ishot, ish), arrays.recv, arrays.source, arrays.vel, arrays.deltai,
               arrays.illum);
         stack(arrays.deltai, arrays.b_image, ish, nodes);
-        stack(arrays.illum, arrays.illumination, ish);
-        if (Parms::light && !par.timeshift) compensate(arrays.b_image, arrays.illumination);
+        if (par.compensates()) {
+            stack(arrays.illum, arrays.illumination, ish);
+            compensate(arrays.b_image, arrays.illumination);
+        }
         list_shot(run, ishot, start);
     }
     run.listing.line("COMPUTED BACKGROUND IMAGE IN " + minutes(start1, owexec_time(), 10) + " min OF ITERATION # " +
@@ -358,7 +360,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
 
     form_image(run, arrays, iter);
     write_panel(run, "bkgimg", titer, arrays.b_image.flat());
-    if (Parms::light && !par.timeshift)
+    if (run.panels && par.compensates())  // its n4 stays as it is
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
 

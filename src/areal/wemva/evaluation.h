@@ -33,8 +33,9 @@ struct EvaluationArrays {
     Array<float, 3> b_image;              ///< (img.xm.n, nsecdim, img.z.n) stacked image, then image residual
     Array<float, 3> r_image;              ///< same shape; only with l1norm or nxfilt
     Array<float, 3> deltai;               ///< (kxm.n, nsecdim, img.z.n) one shot's image, or residual in its window
-    Array<float, 2> vel, deltas, illum;   ///< (kxm.n, img.z.n) one shot's slowness, its update, its illumination
-    Array<float, 2> scats, illumination;  ///< (img.xm.n, img.z.n) sums of deltas and of illum over shots
+    Array<float, 2> vel, deltas;          ///< (kxm.n, img.z.n) one shot's slowness, its update
+    Array<float, 2> scats;                ///< (img.xm.n, img.z.n) sum of deltas over shots
+    Array<float, 2> illum, illumination;  ///< light: (kxm.n, img.z.n) one shot's illumination, (img.xm.n, img.z.n) sum
     Array<cf, 2> recv;                    ///< (rec.h.n, rec.w.n) one shot's receiver wavefield
     Array<cf, 2> source;                  ///< (sou.h.n or rec.h.n, sou.w.n) its source wavefield
     Array<float, 3> image;                ///< exact: the stacked image (normalise), or the once-weighted one (l1norm)
@@ -47,7 +48,8 @@ struct EvaluationArrays {
 };
 
 /// Migrates every shot through `arrays.model` and stacks into `arrays.b_image`. Reads "rec" and "sou" from their
-/// starts.
+/// starts. With light the illumination of each shot is added to `arrays.illumination`, which no evaluation clears, and
+/// the stack so far is divided by it after each shot.
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
 
 /// Patches of the prediction that `nxfilt` switches on: fixed but for their numbers, which follow the image.
@@ -77,7 +79,8 @@ void back_project(const Inversion& run, EvaluationArrays& arrays);
 /// @param g (img.xm.n img.z.n) in place
 void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g);
 
-/// Objective and gradient at x, in the classic order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad".
+/// Objective and gradient at x, in the classic order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad",
+/// and to "illum" with light.
 /// @param x     (img.xm.n img.z.n) slowness; samples above a horizon go back to the start model, also for the caller
 /// @param g     same size, overwritten: minus the sum of the shots' updates, conditioned; in the exact mode the
 ///              derivative of fun with respect to x

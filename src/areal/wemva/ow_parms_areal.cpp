@@ -157,6 +157,7 @@ void read_own_keys(qas::Session& session, Parms& par) {
     given("fun_xmin", par.fun_xmin);
     given("fun_xmax", par.fun_xmax);
     given("firststep", par.firststep);
+    given("light", par.light);
 }
 
 void read_run(qas::Session& session, Parms& par, float& wbott) {
@@ -384,16 +385,15 @@ void set_coordinates(std::vector<float>& all, int n, float d, float o) {
 
 void write_headers(qas::Session& session, const Parms& par) {
     constexpr const char* standard_output = "out";
-    const bool illum = Parms::light && !par.timeshift;
     if (!par.inversion && par.adj) {
         write_model_shape(session, par, standard_output);
         for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"})
             if (session.exist_file(tag)) write_wavefield_shape(session, par, tag);
     } else if (!par.inversion) {
         write_image_shape(session, par, standard_output);
-        if (illum) write_model_shape(session, par, "illum");
+        if (par.compensates()) write_model_shape(session, par, "illum");
     } else {
-        if (illum) write_model_shape(session, par, "illum");
+        if (par.compensates()) write_model_shape(session, par, "illum");
         for (const char* tag : {"grad", "Velout"})
             if (session.exist_file(tag)) write_model_shape(session, par, tag);
         for (const char* tag : {"Dimage", "bkgimg"})

@@ -89,6 +89,7 @@ struct Parms {
     bool normalise = false;                                    ///< exact: fun divided by the energy of the image
     float fun_xmin = -std::numeric_limits<float>::infinity();  ///< exact: columns outside do not count in fun
     float fun_xmax = std::numeric_limits<float>::infinity();
+    bool light = false;      ///< illumination compensation of the stacked image
     float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
 
@@ -97,7 +98,6 @@ struct Parms {
     int nsecdim = 1;
     float dsecdim = 1.0f, osecdim = 0.0f;
     int n_sampt = 0, n_wind = 0;
-    static constexpr bool light = false;  ///< illumination compensation; no parameter sets it
 
     bool spline_grad() const { return axk.n != not_given || azk.n != not_given; }
     bool exact() const { return gradient == "exact"; }
@@ -106,6 +106,8 @@ struct Parms {
         const float x = static_cast<float>(ix) * img.xm.d + img.xm.o;
         return x >= fun_xmin && x <= fun_xmax;
     }
+    /// Whether the image is divided by the illumination, which then is an output too.
+    bool compensates() const { return light && !timeshift; }
     bool ffd() const { return extrap.starts_with("ffd"); }
     bool pspi() const { return extrap.starts_with("pspi"); }
 };

@@ -34,7 +34,7 @@ struct WaveContext {
 /// @param source  (>= rec.h.n, rec.w.n) source wavefield at the surface; its first rec.h.n traces are used
 /// @param vel     (kxm.n, img.z.n) slowness (s/length), each > 0
 /// @param image   (kxm.n, nsecdim, nz) added to, never cleared
-/// @param illum   (kxm.n, img.z.n) source illumination, added to, never cleared
+/// @param illum   (kxm.n, img.z.n) source illumination, added to, never cleared; empty: none is summed
 void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
            View<float, 3> image, View<float, 2> illum);
 

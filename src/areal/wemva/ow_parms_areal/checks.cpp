@@ -342,12 +342,14 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (!par.exact()) {
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
+        if (par.light && par.timeshift) warn("light=yes: without effect with timeshift=yes");
         return;
     }
     if (par.dipflt)
         refuse("dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun");
     if (par.nxfilt != not_given)
         refuse("nxfilt=%d: not with gradient=exact, since the prediction filters depend on the image", par.nxfilt);
+    if (par.light) refuse("light=yes: not with gradient=exact, which has no derivative of the illumination");
     if (par.imgcon != "imgprim")
         refuse("imgcon=%s: gradient=exact has the derivative of imgprim only", par.imgcon.c_str());
     bool counts = par.img.xm.n < 1;  // refused below
@@ -412,6 +414,7 @@ void check_output_names(const Parms& par, qas::Session& session) {
         if (session.exist_file(tag)) outputs.push_back(look_up(tag));
     if (par.dipflt) inputs.push_back(look_up("dipfile"));
     if (par.dipflt && session.exist_file("maskout")) outputs.push_back(look_up("maskout"));
+    if (par.compensates()) outputs.push_back(look_up("illum"));
     if (par.nxfilt != not_given) outputs.push_back(look_up("oper-fxdecon.H"));
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         for (const Name& input : inputs)

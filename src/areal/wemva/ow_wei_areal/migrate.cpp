@@ -12,15 +12,15 @@ namespace {
 struct Slot {
     View<cf, 1> ws, wr;
     View<float, 3> image;  // (nx, nsecdim, nz)
-    View<float, 2> illum;  // (nx, nz)
+    View<float, 2> illum;  // (nx, nz), or empty
     StepTables tables;
     StepScratch steps;
     ImageScratch imaging;
-    Slot(const Parms& par, const Medium& medium, Arena& arena)
+    Slot(const Parms& par, const Medium& medium, bool illuminate, Arena& arena)
         : ws(arena.take<cf>(par.kxm.n)),
           wr(arena.take<cf>(par.kxm.n)),
           image(arena.take<float>(par.kxm.n, par.nsecdim, par.nz)),
-          illum(arena.take<float>(par.kxm.n, par.img.z.n)),
+          illum(illuminate ? arena.take<float>(par.kxm.n, par.img.z.n) : View<float, 2>{}),
           tables(par, medium, StepTables::batch(par), arena),
           steps(par.kxm.n),
           imaging(par.kxm.n) {}
@@ -55,7 +55,7 @@ void migrate_frequency(const WaveContext& context, const ImageCondition& conditi
         }
         apply_taper(context.taper, ws);
         apply_taper(context.taper, wr);
-        add_illumination(ws, slot.illum.slice(iz));
+        if (slot.illum.size() > 0) add_illumination(ws, slot.illum.slice(iz));
         owimage_forward(condition, iw, ws, wr, slot.image.slice(iz - (par.nzmin - 1)), slot.imaging);
     }
 }
@@ -69,7 +69,8 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
     const ImageCondition condition(par);
     std::vector<Arena> own;
     std::vector<Slot> slots;
-    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, arena);
+    const bool illuminate = illum.size() > 0;
+    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, illuminate, arena);
     clear_all(slots);
 
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
@@ -83,6 +84,6 @@ void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2>
     }
     std::fflush(stdout);
 
-    reduce(slots, illum, 0, par.nz, [](const Slot& slot) { return slot.illum; });
+    if (illuminate) reduce(slots, illum, 0, par.nz, [](const Slot& slot) { return slot.illum; });
     reduce(slots, image, 0, par.nz, [](const Slot& slot) { return slot.image; });
 }

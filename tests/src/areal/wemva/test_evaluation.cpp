@@ -94,6 +94,56 @@ TEST(Evaluate, TheGradientIsMinusTheAdjointOfTheTwiceWeightedImage) {
     EXPECT_LT(difference, 1e-5 * size);
 }
 
+// Two areal shots twice: each shot divides the stack so far by the illumination so far, also that of the evaluation
+// before.
+TEST(Evaluate, LightDividesTheStackByItsIlluminationAndWritesIt) {
+    files::TinySurvey survey(true);
+    survey.arguments["light"] = "y";
+    survey.arguments["illum"] = survey.dir / "illum.H";
+    const Quiet quiet;
+    std::vector<float> images, illuminations;
+    {
+        qas::Session session(survey.command());
+        const Parms par = owparam(session);
+        const LateralFft fft(par.kxm.n, FFTW_ESTIMATE);
+        TextLog listing("list", survey.dir / "listagem");
+        Array<float, 1> taper({par.kxm.n});
+        taper.fill(1.0f);
+        EvaluationArrays arrays(par);
+        std::vector<double> x(arrays.model.flat().size(), 5e-4), g(x.size());
+        Array<float, 3> stack({par.kxm.n, 3, par.nz}), one = stack;
+        Array<float, 2> model({par.kxm.n, par.nz}), illumination = model;
+        model.fill(5e-4f);
+        for (int titer = 1; titer <= 2; ++titer) {
+            evaluate({par, session, listing, fft, taper, {}, {}, {}, {}}, arrays, x, g, 1, titer);
+            stack.fill(0.0f);
+            for (std::size_t shot = 0; shot < 2; ++shot) {
+                const auto field = [&](std::vector<float>& samples) {
+                    cf* const first = reinterpret_cast<cf*>(samples.data());
+                    return View<const cf, 2>{first + 36 * shot, {12, 3}};
+                };
+                one.fill(0.0f);
+                owwei({par, fft, 1, taper, {}}, field(survey.rec.samples), field(survey.sou.samples), model, one,
+                      illumination);
+                for (std::size_t i = 0; i < stack.flat().size(); ++i) {
+                    const std::size_t column = i % 16, level = i / 48;
+                    const float light = illumination.flat()[16 * level + column];
+                    stack.flat()[i] = (stack.flat()[i] + one.flat()[i]) * light / (light * light + 0.5f);
+                }
+            }
+            images.insert(images.end(), stack.flat().begin(), stack.flat().end());
+            illuminations.insert(illuminations.end(), illumination.flat().begin(), illumination.flat().end());
+        }
+    }
+    const std::vector<float> image = files::read_dataset(survey.dir / "bkgimg.H");
+    ASSERT_EQ(image.size(), images.size());
+    for (std::size_t i = 0; i < image.size(); ++i) EXPECT_NEAR(image[i], images[i], 1e-5f * std::abs(images[i])) << i;
+    const std::vector<float> light = files::read_dataset(survey.dir / "illum.H");
+    ASSERT_EQ(light.size(), illuminations.size());
+    for (std::size_t i = 0; i < light.size(); ++i) EXPECT_FLOAT_EQ(light[i], illuminations[i]) << i;
+    EXPECT_EQ(files::header_value(files::read_text(survey.dir / "illum.H"), "n1"), "16");
+}
+
 TEST(Evaluate, TheSourceFunctionStandsAtItsTrace) {
     files::TinySurvey survey(false);
     survey.rec.header["n4"] = "1";

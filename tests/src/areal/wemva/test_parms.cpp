@@ -461,6 +461,8 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "fun_xmin", "201"), set(s, "fun_xmax", "209"); }},
         {"imgcon=imgmult: gradient=exact has the derivative of imgprim only\n",
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "imgcon", "imgmult"); }},
+        {"light=yes: not with gradient=exact, which has no derivative of the illumination\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "light", "y"); }},
         {"dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun\n",
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "dipflt", "y"); }},
     };
