@@ -56,16 +56,6 @@ struct Course {
     int accepted_panel = 1;  // evaluation whose model was accepted last
 };
 
-void check_trial_model(std::span<const double> x, int titer) {
-    const auto wrong = std::ranges::count_if(x, [](double s) { return !(s > 0.0); });
-    if (wrong == 0) return;
-    refuse(
-        "evaluation %d: %lld of %zu samples of the trial model are not positive (least %g): the step has left the "
-        "range "
-        "of physical models; set bounds, or firststep=0.03, or both",
-        titer, static_cast<long long>(wrong), x.size(), *std::ranges::min_element(x));
-}
-
 /// What the solver will make of its first gradient without firststep: a step of length one in an unbounded problem, the
 /// projection of x - g in a bounded one.
 void warn_of_first_step(const Variables& variables, const Solver& state, std::span<const double> x) {
@@ -117,7 +107,6 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
         state.call();
         if (state.task.starts_with("FG")) {
             variables.model(state.x, x);
-            check_trial_model(x, titer);
             fun = evaluate(run, arrays, x, g, iter, titer);
             variables.take_back(x, state.x);
             variables.gradient(g, state.g);

@@ -53,7 +53,7 @@ void check_result(const Parms& par, const EvaluationArrays& arrays, const char* 
     std::string cause = "numbers too large for single precision: scale rec and sou down, or check the units";
     if (wrong > 0)
         cause = std::to_string(wrong) +
-                " samples of the trial model are not positive: set bounds, or check the units of vel";
+                " samples of the trial model are not positive: set bounds or firststep, or check the units of vel";
     else if (par.l1norm)
         cause += ", or do without l1norm";
     refuse("evaluation %d: %lld of %zu samples of the %s are not finite; likely cause: %s", titer,
@@ -190,6 +190,18 @@ void set_model(const Inversion& run, EvaluationArrays& arrays, std::span<double>
                            [](double slowness) { return static_cast<float>(slowness); });
 }
 
+/// Warns, once a run, of a model that no physical medium has.
+void check_signs(EvaluationArrays& arrays, std::span<const double> x, int titer) {
+    const auto wrong = std::ranges::count_if(x, [](double s) { return !(s > 0.0); });
+    if (wrong == 0 || arrays.warned_of_signs) return;
+    arrays.warned_of_signs = true;
+    warn(
+        "evaluation %d: %td of %zu samples of the trial model are not positive (least %g): the step has left the range "
+        "of physical models. The run goes on, and this is said once; bounds, or firststep=0.03, or both would keep it "
+        "within",
+        titer, wrong, x.size(), *std::ranges::min_element(x));
+}
+
 /// fun of the residual at hand.
 double value(const Parms& par, const EvaluationArrays& arrays) {
     const double fun = objective(par, arrays.b_image);
@@ -289,18 +301,39 @@ double objective(const Parms& par, View<const float, 3> b_image) {
     return fun;
 }
 
+namespace {
+
+/// From the residual r = W y |y| / e^e and the envelope e = B |y| to the derivative of sum |r| with respect to y,
+/// 2 W y / e^e - sign(y) B' (|r| (1 + ln e)), in place of the residual. The envelope is overwritten.
+void differentiate_reweighting(const Inversion& run, EvaluationArrays& arrays) {
+    const auto y = (run.par.normalise ? arrays.weighted : arrays.image).flat();
+    const auto out = arrays.b_image.flat();
+    const auto envelope = arrays.r_image.flat();
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const float e = envelope[i], size = std::abs(out[i]);
+        out[i] = 2.0f * y[i] / std::pow(e, e);
+        envelope[i] = size > 0.0f ? size * (1.0f + std::log(e)) : 0.0f;
+    }
+    owdso(run.par, false, arrays.b_image, run.pick1);
+    owsmooth_transpose(run.par, arrays.r_image);
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const float sign = y[i] > 0.0f ? 1.0f : y[i] < 0.0f ? -1.0f : 0.0f;
+        out[i] -= sign * envelope[i];
+    }
+}
+
+}  // namespace
+
 void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun) {
     const Parms& par = run.par;
     constexpr bool forward = false, adjoint = true;
     const auto out = arrays.b_image.flat();
     if (par.l1norm) {
-        const auto y = (par.normalise ? arrays.weighted : arrays.image).flat();
-        const auto envelope = arrays.r_image.flat();
-        for (std::size_t i = 0; i < out.size(); ++i) out[i] = 2.0f * y[i] / std::pow(envelope[i], envelope[i]);
+        differentiate_reweighting(run, arrays);
     } else {
         for (float& r : out) r *= 2.0f;
+        owdso(par, forward, arrays.b_image, run.pick1);
     }
-    owdso(par, forward, arrays.b_image, run.pick1);
     owdso(par, adjoint, arrays.b_image, run.pick1);
     if (par.normalise) {
         const auto image = arrays.image.flat();
@@ -354,6 +387,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
     const Parms& par = run.par;
     const auto samples = arrays.model.flat();
     set_model(run, arrays, x);
+    check_signs(arrays, x, titer);
     std::vector<float> panel(samples.size());
     std::ranges::transform(x, panel.begin(), [](double slowness) { return static_cast<float>(1.0 / slowness); });
     write_panel(run, "Velout", titer, panel);

@@ -44,6 +44,7 @@ struct EvaluationArrays {
     std::vector<ReferenceTable> references;  ///< exact: of each shot's window of the start model (areal: of the model)
     std::vector<Arena> memory;               ///< work arrays of the passes, one arena a thread
     std::vector<double> gspl;                ///< spline coefficients of the gradient; only with knots
+    bool warned_of_signs = false;            ///< a model with samples that are not positive has been met
     explicit EvaluationArrays(const Parms& par);
 };
 
@@ -65,8 +66,9 @@ void form_residual(const Inversion& run, EvaluationArrays& arrays, int titer);
 /// exact mode it is the one that is there.
 double objective(const Parms& par, View<const float, 3> b_image);
 
-/// Turns the residual into the derivative of `fun` with respect to the image: 2 W^2 r; with l1norm 2 W^2 y / e^e, y the
-/// once-weighted image, the envelope e held fixed; with normalise the derivative of the quotient.
+/// Turns the residual into the derivative of `fun` with respect to the image: 2 W^2 r; with l1norm
+/// W (2 W y / e^e - sign(y) B' (|r| (1 + ln e))), y the once-weighted image, e = B |y| its envelope, which is
+/// overwritten; with normalise the derivative of the quotient.
 /// @param fun the value of the evaluation (with normalise: objective() over the energy of the image)
 void differentiate_objective(const Inversion& run, EvaluationArrays& arrays, double fun);
 

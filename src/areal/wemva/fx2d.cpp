@@ -64,8 +64,8 @@ void fit_axis(const char* what, int n, int margin, int& w, int& k, std::vector<s
     w = std::min(w, n);
     k = std::max(k, 1);
     if (w < w_asked || (w == n && !covers(n, w, k, margin))) k = 1;  // more would stand at the same place
-    while (k <= n && !covers(n, w, k, margin)) ++k;
-    if (k > n)
+    while (k < n && !covers(n, w, k, margin)) ++k;
+    if (!covers(n, w, k, margin))
         qas::qaserr("f-x prediction: patches of %d of %d %s keep too little beside margins of %d\n", w, n, what,
                     margin);
     if (w != w_asked) {

@@ -98,7 +98,7 @@ void set_constant_bounds(qas::Session& session, std::span<const double> start, B
 }
 
 /// Bounds as factors of the start model; a value of 1 or more is a percentage.
-void set_relative_bounds(qas::Session& session, std::span<const double> start, Bounds& bounds) {
+void set_relative_bounds(qas::Session& session, const Parms& par, std::span<const double> start, Bounds& bounds) {
     const float given_up = required_real(session, "p_up");
     const float given_lo = required_real(session, "p_lo");
     const float p_up = given_up >= 1.0f ? 1.0f + given_up / 100.0f : given_up;
@@ -106,6 +106,8 @@ void set_relative_bounds(qas::Session& session, std::span<const double> start, B
     if (p_up < 1.0f)
         warn("p_up=%g is below 1 and so a factor, not a percentage: the upper bound lies below the start model",
              given_up);
+    if (p_lo <= 0.0f && par.exact())
+        refuse("p_lo=%g: gradient=exact needs a lower bound of slowness that is positive", given_lo);
     if (p_lo <= 0.0f) warn("p_lo=%g: the lower bound of slowness is not positive", given_lo);
     if (p_lo > p_up) warn("p_lo=%g is a greater factor than p_up=%g: no model lies within the bounds", p_lo, p_up);
     std::ranges::transform(start, bounds.l.begin(), [&](double x) { return static_cast<double>(p_lo) * x; });
@@ -122,7 +124,7 @@ Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const do
         if (session.from_param<bool>("cbounds", false))
             set_constant_bounds(session, start, bounds);
         else
-            set_relative_bounds(session, start, bounds);
+            set_relative_bounds(session, par, start, bounds);
     } else if (par.exact() || par.firststep > 0.0f) {
         std::ranges::transform(start, bounds.l.begin(), [](double x) { return 0.1 * x; });
         std::ranges::transform(start, bounds.u.begin(), [](double x) { return 10.0 * x; });

@@ -16,7 +16,7 @@ struct Mix {
 };
 
 /// The largest reference whose integer part lies below that of `chosen_at`, blended with the next by the distance of v
-/// relative to v.
+/// relative to v, less its whole part.
 Mix blend(const std::vector<float>& vref, float chosen_at, float v) {
     const int n = static_cast<int>(vref.size());
     int below = -1;
@@ -29,7 +29,10 @@ Mix blend(const std::vector<float>& vref, float chosen_at, float v) {
     if (below >= n - 2) return {n - 1, 0.0f, 0.0f};
     const float c = vref[static_cast<std::size_t>(below)];
     if (v < c) return {below, 0.0f, 0.0f};  // a model that has moved away: no weight leaves [0, 1]
-    return {below, (v - c) / v, -c};
+    // Below a fast body alone c is hugely negative, and so the distance a great whole number, or not even that.
+    const float distance = (v - c) / v, whole = std::trunc(distance);
+    if (std::isinf(distance)) return {below, 0.0f, 0.0f};
+    return {below, distance - whole, whole == 0.0f ? -c : 0.0f};
 }
 
 /// The region of velocity v, or -1 for a tie with the first bound, which belongs to no region.
@@ -72,7 +75,7 @@ void fill_level(std::span<const float> vel, View<const float, 2> vref1, bool reg
         } else {
             const Mix mix = blend(level.vref, chosen_at, v);
             level.weight(i, mix.iref) = 1.0f - mix.share;
-            if (mix.iref + 1 < nref && mix.slope != 0.0f) {
+            if (mix.iref + 1 < nref) {
                 level.weight(i, mix.iref + 1) = mix.share;
                 if (!given) continue;
                 level.dweight(i, mix.iref) = -mix.slope;

@@ -7,8 +7,8 @@
 
 /// Choose the reference velocities of a level and how their fields combine, sample by sample: with a region table the
 /// field of the sample's slowness region; else the two references next to the local velocity v, blended by f = |v - c|
-/// / v of the lower one c (all comparisons are of integer parts); one reference where the level's range lies in one
-/// unit.
+/// / v of the lower one c, less its whole part (all comparisons are of integer parts); one reference where the level's
+/// range lies in one unit.
 /// @param vel   (nx) slowness of the level
 /// @param vref1 (nref, 2) region table: centre and upper bound, -1 for no region; empty: references from owvref
 void pspi_level(const Parms& par, std::span<const float> vel, View<const float, 2> vref1, MediumLevel& level);

@@ -50,8 +50,8 @@ void one_midpoint(const Parms& par, View<const float, 2> vv, const std::vector<f
                     const float zm = static_cast<float>(izm) * z.d + z.o;
                     const float shift = t / vv(ix, izm) * sech[static_cast<std::size_t>(iah)] * sx;
                     const float zd = (zm - z.o - shift) / z.d;
-                    if (!(zd > -1.0f && zd < static_cast<float>(z.n - 1))) continue;
                     const float whole = std::trunc(zd);
+                    if (!(whole > -1.0f && whole < static_cast<float>(z.n - 1))) continue;
                     const auto izd = static_cast<Index>(whole);
                     const float fx = zd - whole, gx = 1.0f - fx;
                     if (adj) {

@@ -4,7 +4,7 @@
 /// A time-shift sample with lag t maps into angle ah by the depth shift t / v / (cos ah cos ax), summed over a second
 /// angle ax and over a window of 2 nxw + 1 midpoints; v is the mean velocity down to the output depth at the output
 /// midpoint. Shifted samples are interpolated between two depths; those that would need the last depth as the upper of
-/// the two, or lie a sample or more above the first, are left out.
+/// the two, or lie a sample or more above the first, are left out; with one depth that is all of them.
 #include "lib/base/array.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 

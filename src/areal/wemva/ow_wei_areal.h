@@ -80,6 +80,9 @@ void owdso(const Parms& par, bool adj, View<float, 3> wgcig, std::span<const flo
 /// @param odcig same shape, overwritten
 void owsmooth(const Parms& par, View<const float, 3> wgcig, View<float, 3> odcig);
 
+/// The transpose of owsmooth's average, which is linear in |wgcig|, in place.
+void owsmooth_transpose(const Parms& par, View<float, 3> odcig);
+
 // The rest of the family of image filters; no run calls them. Gathers have the shapes of owsmooth.
 
 /// Moving average along midpoint over 2 h + 1 samples, h = nxfilt / 2, divided by nxfilt; recursive, since it runs in

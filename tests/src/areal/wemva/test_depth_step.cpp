@@ -169,6 +169,31 @@ TEST(Pspi, BlendsTheTwoReferencesNextToTheVelocity) {
     EXPECT_LT(relative_difference<cf>(step_pspi(par, +1, field, s), narrow(sum)), 5e-6);
 }
 
+// A level of fast velocities alone: all references but the first and the last are hugely negative, and the distance to
+// one of them is a whole number, or infinite.
+TEST(Pspi, ALevelOfAFastBodyAloneHasFiniteWeights) {
+    for (const float unit : {1.0f, 1e-5f}) {
+        Parms par = WaveCase{.nx = 4, .nref = 4}.parms();
+        par.vsal = 0.5f * unit;
+        std::vector<float> s;
+        for (const float v : {15000.0f, 15000.5f, 19000.0f, 29000.0f}) s.push_back(1.0f / (v * unit));
+        const float share = 4000.0f / 19000.0f, last = 14000.0f / 29000.0f;
+        const float expected[4][4] = {{0, 1, 0, 0}, {0, 1, 0, 0}, {1 - share, share, 0, 0}, {1 - last, last, 0, 0}};
+        MediumLevel own, given;
+        pspi_level(par, s, {}, own);
+        ASSERT_EQ(own.vref.size(), 4u);
+        pspi_level_given(s, {}, own.vref, s, given);
+        for (std::ptrdiff_t i = 0; i < 4; ++i) {
+            for (std::ptrdiff_t k = 0; k < 4; ++k) {
+                const std::ptrdiff_t row = unit < 1.0f ? 0 : i;  // all of one whole part
+                EXPECT_NEAR(own.weight(i, k), expected[row][k], 2e-6) << unit << ' ' << i << ' ' << k;
+                EXPECT_EQ(given.weight(i, k), own.weight(i, k));
+            }
+            EXPECT_NEAR(given.dweight(i, 1), own.weight(i, 0) > 0.0f ? -15000.0f * unit : 0.0f, 1e-3);
+        }
+    }
+}
+
 TEST(Pspi, GivenReferencesStayWithTheSamplesThatChoseThem) {
     const std::vector<float> references{1000.4f, 1500.4f, 2000.4f};
     std::vector<float> start, s;

@@ -252,6 +252,7 @@ TEST(Fx2dFit, CutsPatchesAndCoversThePanel) {
              Case{"gaps between patches in depth", {15, 20, 5, 2, 1, 20}, 60, 20, {15, 20, 5, 4, 1, 20}, 1},
              Case{"gaps left by the margins", {15, 20, 5, 1, 2, 20}, 15, 40, {15, 20, 5, 1, 3, 20}, 1},
              Case{"no room beside the margins", {15, 8, 5, 50, 10, 20}, 200, 8, {15, 8, 5, 50, 1, 20}, 1},
+             Case{"more patches than offsets", {15, 20, 5, 2, 30, 20}, 20, 21, {15, 20, 5, 2, 30, 20}, 0},
              Case{"one offset", {15, 150, 5, 5, 1, 20}, 20, 1, {15, 1, 5, 5, 1, 20}, 2},
          }) {
         SCOPED_TRACE(c.what);

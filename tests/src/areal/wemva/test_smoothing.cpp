@@ -69,6 +69,12 @@ TEST(Owsmooth, MeanOfTheClippedBox) {
                 for (int ix = 0; ix < c.nx; ++ix)
                     ASSERT_NEAR(out(ix, ih, iz), box_mean(image, {ix, ih, iz}, {c.windx, c.windh, c.windz}), 2e-6)
                         << ix << ' ' << ih << ' ' << iz;
+        // the transpose: <B |x|, y> = <|x|, B' y>
+        Array<float, 3> size = image, back = random_gather(p, 10);
+        for (float& sample : size.flat()) sample = std::abs(sample);
+        const Array<float, 3> y = back;
+        owsmooth_transpose(p, back);
+        EXPECT_LT(mismatch<float>(size.flat(), out.flat(), y.flat(), back.flat()), 1e-6);
     }
 }
 

@@ -17,11 +17,11 @@ struct Case {
     Array<float, 2> vv;
 };
 
-Case slant_case(int nxw, int nt, float ot) {
+Case slant_case(int nxw, int nt, float ot, int nz = 14) {
     Case c;
     Parms& p = c.par;
     p.img.xm = {9, 10, 0, {}};
-    p.img.z = {14, 10, 50, {}};
+    p.img.z = {nz, 10, 50, {}};
     p.img.th = {nt, 0.004f, ot, {}};
     p.nxw = nxw;
     p.nah = 3;
@@ -31,12 +31,13 @@ Case slant_case(int nxw, int nt, float ot) {
     p.dax = 15;
     p.oax = 0;
     p.node = 1;
-    Array<float, 2> vel({9, 14});
-    for (int iz = 0; iz < 14; ++iz)
+    Array<float, 2> vel({9, nz});
+    for (int iz = 0; iz < nz; ++iz)
         for (int ix = 0; ix < 9; ++ix) vel(ix, iz) = 0.15f + 0.01f * static_cast<float>(ix + iz);
     testing::internal::CaptureStdout();
     c.vv = owslant_init(p, vel);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "           9          14\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              nz == 14 ? "           9          14\n" : "           9           1\n");
     return c;
 }
 
@@ -109,6 +110,14 @@ TEST(Owslant, AZeroShiftPassesAllButTheLastDepth) {
     data.fill(1.0f);
     owslant(c.par, c.vv, adjoint, fresh, modl, data);
     for (int iz = 0; iz < 14; ++iz) EXPECT_FLOAT_EQ(modl(4, 1, iz), iz < 13 ? 2.0f : 0.0f) << iz;  // once an ax
+}
+
+TEST(Owslant, OneDepthHasNoTwoToInterpolateBetween) {
+    const Case c = slant_case(0, 3, 0.0001f, 1);  // shifts of less than a sample upwards
+    Array<float, 3> modl({9, 3, 1}), data({9, 3, 1});
+    data.fill(1.0f);
+    owslant(c.par, c.vv, adjoint, fresh, modl, data);
+    for (const float sample : modl.flat()) EXPECT_EQ(sample, 0.0f);
 }
 
 TEST(Owslant, TheNumberOfThreadsChangesNothing) {
