@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -30,12 +31,11 @@ std::string exponent_form(double value, int digits, char letter) {
 
 std::string list_real(double value) {
     if (!std::isfinite(value)) return std::isnan(value) ? "NaN" : value > 0 ? "Infinity" : "-Infinity";
-    const double size = std::abs(value);
-    if (size == 0.0 || (size >= 0.1 && size < 1e17)) {
-        const int before = size < 1.0 ? (size == 0.0 ? 1 : 0) : static_cast<int>(std::floor(std::log10(size))) + 1;
-        return print("%.*f", 17 - before, value);
-    }
-    return exponent_form(value, 16, 'E');
+    constexpr int digits = 17;
+    const std::string text = print("%.*e", digits - 1, value);
+    const int power = std::atoi(text.c_str() + text.find('e') + 1);  // log10 may round up to the next one
+    if (power < -1 || power >= digits) return exponent_form(value, digits - 1, 'E');
+    return print("%#.*f", digits - 1 - power, value);
 }
 
 }  // namespace
@@ -52,7 +52,10 @@ std::string column_exp(double value, int width, int digits, char letter) {
 std::string column_fixed(double value, int width, int digits) {
     if (!std::isfinite(value)) return std::string(static_cast<std::size_t>(width), '*');
     std::string text = print("%.*f", digits, value);
-    if (static_cast<int>(text.size()) > width && text.starts_with("0.")) text.erase(0, 1);
+    if (static_cast<int>(text.size()) > width) {  // the zero before the point may go
+        if (text.starts_with("0.")) text.erase(0, 1);
+        if (text.starts_with("-0.")) text.erase(1, 1);
+    }
     return fit(text, width);
 }
 

@@ -61,7 +61,6 @@ Kind active(const Bounds& bounds, std::span<double> x, std::span<int> iwhere, in
 
 double projgr(const Bounds& bounds, std::span<const double> x, std::span<const double> g) {
     double sbgnrm = 0;
-    bool defined = true;
     for (std::size_t i = 0; i < g.size(); ++i) {
         double gi = g[i];
         if (gi < 0) {
@@ -69,10 +68,10 @@ double projgr(const Bounds& bounds, std::span<const double> x, std::span<const d
         } else {
             if (bounds.has_lower(i)) gi = std::min(x[i] - bounds.l[i], gi);
         }
+        if (std::isnan(g[i]) || std::isnan(gi)) return std::numeric_limits<double>::quiet_NaN();
         sbgnrm = std::max(sbgnrm, std::abs(gi));
-        defined &= gi == gi;
     }
-    return defined ? sbgnrm : std::numeric_limits<double>::quiet_NaN();
+    return sbgnrm;
 }
 
 }  // namespace solver

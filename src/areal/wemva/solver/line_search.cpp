@@ -66,7 +66,7 @@ int lnsrlb(const Bounds& bounds, const Kind& kind, const LineVectors& vectors, d
     search.gd = ddot(n, g.data(), d.data());
     if (search.ifun == 0) {
         search.gdold = search.gd;
-        if (search.gd >= 0) return -4;
+        if (!(search.gd < 0)) return -4;  // not-a-number is no descent either
     }
     dcsrch(f, search.gd, search.stp, ftol, gtol, xtol, 0, search.stpmx, state.csave, state.isave, state.dsave);
     search.xstep = search.stp * search.dnorm;

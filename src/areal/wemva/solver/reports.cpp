@@ -63,7 +63,9 @@ std::string step_row(const Progress& p, const Search& search) {
 }
 
 /// Why the run ended, beside the text of its task.
-std::string info_text(int info, int k) {
+/// @param k    the variable concerned
+/// @param ifun evaluations of the last line search
+std::string info_text(int info, int k, int ifun) {
     switch (info) {
         case -1:
             return "\n Matrix in 1st Cholesky factorization in formk is not Pos. Def.\n";
@@ -89,7 +91,8 @@ std::string info_text(int info, int k) {
         case -8:
             return "\n The triangular system is singular.\n";
         case -9:
-            return "\n Line search cannot locate an adequate point after 20 function\n"
+            return "\n Line search cannot locate an adequate point after " + std::to_string(ifun) +
+                   " function\n"
                    "  and gradient evaluations.  Previous x, f and g restored.\n"
                    " Possible causes: 1 error in function or gradient evaluation;\n"
                    "                  2 rounding error dominate computation.\n";
@@ -205,7 +208,7 @@ void prn3lb(std::span<const double> x, double f, const Ending& ending, int iprin
     }
     const std::string total = '\n' + seconds(" Total User time", times.time) + '\n';
     const std::string ended = '\n' + std::string(task.field()) + '\n';
-    if (iprint >= 0) screen(ended + info_text(info, k));
+    if (iprint >= 0) screen(ended + info_text(info, k, search.ifun));
     if (iprint >= 1) {
         screen('\n' + seconds(" Cauchy                time", times.cachyt) +
                seconds(" Subspace minimization time", times.sbtime) +
@@ -216,7 +219,8 @@ void prn3lb(std::span<const double> x, double f, const Ending& ending, int iprin
         std::string text;
         if (info == -9 || info == -4) text = step_row(p, search) + "      -          -\n";
         text += ended;
-        if (info != -6 && info != -7) text += info_text(info, k);  // those two are printed on the screen alone
+        if (info != -6 && info != -7)
+            text += info_text(info, k, search.ifun);  // those two are printed on the screen alone
         write_itfile(itfile, text + total);
     }
 }

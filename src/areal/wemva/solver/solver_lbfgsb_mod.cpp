@@ -275,7 +275,7 @@ void store_pair(Run& run) {
         dscal(n, search.stp, run.d.data());
         ddum *= search.stp;
     }
-    if (!(dr > run.epsmch * ddum)) {  // skips values that are not numbers too
+    if (dr <= run.epsmch * ddum) {
         ++run.progress.nskip;
         run.updatd = false;
         if (run.iprint >= 1) {
@@ -304,7 +304,7 @@ bool iterate(Run& run) {
         run.info = lnsrlb(run.bounds, run.kind, {run.x, run.g, run.d, run.z, run.r, run.t}, run.f, search, progress,
                           run.task, run.search_state);
         const bool gave_up = run.info == 0 && search.iback >= max_backtracks;  // the last trial point was not evaluated
-        const bool undefined = run.task.starts_with("NEW_X") && !std::isfinite(run.f);
+        const bool undefined = run.task.starts_with("NEW_X") && !(std::isfinite(run.f) && std::isfinite(search.gd));
         if (run.info != 0 || gave_up || undefined) {
             restore_previous(run);
             if (run.pairs.col == 0) {

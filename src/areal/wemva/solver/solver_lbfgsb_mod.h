@@ -64,8 +64,8 @@ constexpr std::size_t iwa_size(std::size_t n) {
 ///
 /// x, f and g are taken as the caller left them: a caller may edit x before the evaluation, even beyond the bounds, and
 /// the edited point counts as the trial point. Otherwise every point handed out lies within the bounds exactly.
-/// f and g must be finite; a value that is not makes line searches fail and ends the run after a bounded number of
-/// calls.
+/// f and g must be finite; a point where they are not is never accepted: line searches step back from it, and one that
+/// finds nothing else ends the run, after a bounded number of calls, with the "ABNORMAL" text.
 ///
 /// State, numbered from 1. lsave: prjctd (start point was projected), cnstnd (some variable is bounded), boxed (all
 /// have both bounds), updatd (the last pair was stored), as 0 or 1.

@@ -113,7 +113,9 @@ TEST(Bounds, ProjectedGradient) {
                            Row{{0, 0, 0.25, 0}, {0, 0, -7, 0}, 0.75}, Row{{0, 0, 0.25, 0}, {0, 0, -0.5, 0}, 0.5},
                            Row{{0, 0, 0, 0.25}, {0, 0, 0, 7}, 7}, Row{{0, 0, 0, 0.25}, {0, 0, 0, -7}, 0.75},
                            Row{{9, -3, 1, 2}, {0, 1, 0, -1}, 3},  // beyond its bounds, where a caller put it
-                           Row{{0, 0, 0, 0}, {nan, 0, 0, 0}, nan}, Row{{0, 0, 0, 0}, {nan, -1, 0, 0}, nan}}) {
+                           Row{{0, 0, 0, 0}, {nan, 0, 0, 0}, nan}, Row{{0, 0, 0, 0}, {nan, -1, 0, 0}, nan},
+                           Row{{0, 0, 0, 0}, {0, nan, 0, 0}, nan},  // at its bound
+                           Row{{0, nan, 0, 0}, {0, 1, 0, 0}, nan}}) {
         const double norm = solver::projgr({Vector(4, 0), Vector(4, 1), std::vector<int>{0, 1, 2, 3}}, row.x, row.g);
         EXPECT_TRUE(norm == row.norm || (std::isnan(norm) && std::isnan(row.norm))) << norm << ' ' << row.norm;
     }

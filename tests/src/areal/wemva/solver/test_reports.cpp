@@ -274,7 +274,7 @@ TEST_F(Reports, EndTextsOfAllCodes) {
     progress.iter = 3, progress.nfgv = 24, progress.nintol = 123456, progress.nint = 7, progress.nskip = 2;
     progress.nact = 99999, progress.iword = 1, progress.sbgnrm = 1234.56;
     solver::Search search;
-    search.iback = 19, search.stp = 1.25e-7, search.xstep = 3.5e-6;
+    search.ifun = 20, search.iback = 19, search.stp = 1.25e-7, search.xstep = 3.5e-6;
     const solver::Times times{1.5, 0.25, 12345.6, 98765.4};
     const Vector x(17, 1);
     for (const auto& [info, text] : texts) {
