@@ -68,9 +68,10 @@ void warn_of_first_step(const Variables& variables, const Solver& state, std::sp
     for (std::size_t i = 0; i < step.size(); ++i) {
         const double g = state.g[i], there = state.x[i] - g;
         if (g == 0.0) continue;
+        step[i] = bounded ? std::clamp(there, bounds.l[i], bounds.u[i]) - state.x[i] : g / std::sqrt(size);
+        if (step[i] == 0.0) continue;  // held by its bound
         ++moved;
         at_bound += bounded && (there <= bounds.l[i] || there >= bounds.u[i]);
-        step[i] = bounded ? std::clamp(there, bounds.l[i], bounds.u[i]) - state.x[i] : g / std::sqrt(size);
     }
     const double change = variables.largest_change(step, x);
     if (at_bound > moved - moved / 10)
@@ -135,7 +136,7 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
         }
         if (state.task.starts_with("NEW_X")) {
             variables.model(state.x, x);
-            log.line(iteration_line(iter, titer, state.task.field(), state.fun / scale, x));
+            log.line(iteration_line(iter, titer, state.task.field(), fun, x));
             course.accepted_panel = titer - 1;
             ++course.accepted;
             ++iter;
@@ -167,8 +168,9 @@ void print_closing_line(qas::Session& session, const Parms& par, const Solver& s
         return;
     }
     const std::string velout = session.getch<std::string>("Velout").value_or("Velout");
-    std::fprintf(stderr, "fun first %.6E, last %.6E; result: panel %d of Velout (%s)", course.first_fun,
-                 course.last_fun, course.evaluations, velout.c_str());
+    std::fprintf(stderr, "fun first %s, last %s; result: panel %d of Velout (%s)",
+                 column_fun(course.first_fun, 12).c_str(), column_fun(course.last_fun, 12).c_str(), course.evaluations,
+                 velout.c_str());
     if (course.accepted == 0)
         std::fputs(advice(par, state).c_str(), stderr);
     else if (course.accepted_panel != course.evaluations)

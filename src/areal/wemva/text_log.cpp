@@ -31,6 +31,10 @@ void TextLog::line(std::string_view text) {
         refuse("%s=%s: cannot write to this file: %s", key_.c_str(), name_.c_str(), std::strerror(errno));
 }
 
+std::string column_fun(double fun, int width) {
+    return column_exp(static_cast<float>(fun), width, 6);
+}
+
 std::string iteration_line(int iter, int titer, std::string_view task, double fun, std::span<const double> x) {
     double least = std::numeric_limits<double>::infinity(), most = -least;
     for (const double slowness : x) {
@@ -40,7 +44,7 @@ std::string iteration_line(int iter, int titer, std::string_view task, double fu
     }
     std::string text = " iter = " + column_int(iter, 4) + " titer= " + column_int(titer, 4) + " task = ";
     text += task.substr(0, 5);
-    text += " J(x) = " + column_exp(static_cast<float>(fun), 15, 6);
+    text += " J(x) = " + column_fun(fun, 15);
     text += " min_x =" + column_velocity(least, 5) + " max_x =" + column_velocity(most, 5);
     return text;
 }

@@ -22,6 +22,9 @@ public:
     void line(std::string_view text);
 };
 
+/// fun as the log shows it: rounded to single precision, in `width` columns with 6 decimals.
+std::string column_fun(double fun, int width);
+
 /// The line of an evaluation or an accepted step: counters, the solver's task, fun, and the extreme velocities 1/x as
 /// whole numbers (asterisks where they do not fit or are no numbers).
 /// @param task the first five characters are shown
