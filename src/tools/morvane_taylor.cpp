@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,7 +28,7 @@ constexpr const char* usage =
     "rates\n"
     "(1 and 2 for a right gradient, until the noise of single precision is reached), and <g,d> against the central\n"
     "difference at a step chosen from that noise. The outputs that the parameters name are not touched.\n"
-    "  ndir=2         directions; every other one without a lateral mean\n"
+    "  ndir=2         directions, of the knots where these are the variables; every other one without a lateral mean\n"
     "  nstep=6        steps\n"
     "  reach=0.02     largest relative change of slowness at h = 1\n"
     "  seed=1         of the directions\n"
@@ -102,8 +103,9 @@ public:
     Muted& operator=(const Muted&) = delete;
 };
 
-void print_line(const char* mode, int direction, bool with_mean, const TaylorLine& line) {
-    std::printf("\ngradient=%s, direction %d%s\n", mode, direction, with_mean ? "" : ", no lateral mean");
+void print_line(const char* mode, int direction, bool with_mean, bool knots, const TaylorLine& line) {
+    std::printf("\ngradient=%s, direction %d%s%s\n", mode, direction, knots ? " of the knots" : "",
+                with_mean ? "" : ", no lateral mean");
     std::printf("  fun(x) = %.9E, noise of fun %.1E\n", line.fun0, line.noise);
     std::printf("  %10s  %16s  %12s %6s  %12s %6s\n", "h", "fun(x+hd)", "first", "rate", "second", "rate");
     const auto rate = [](double r) { return std::isfinite(r) ? qas::strprintf("%.2f", r) : std::string("-"); };
@@ -114,8 +116,29 @@ void print_line(const char* mode, int direction, bool with_mean, const TaylorLin
     }
     std::printf("  <g,d> = %.6E, central difference %.6E at h = %.3E", line.slope, line.central, line.central_h);
     std::printf(" (chosen from the noise)\n");
-    if (line.central_h < 0.5 * line.h.back())
+    if (bends_within_steps(line))
         std::printf("  fun bends within the smallest step: a search along d will see another slope than <g,d>\n");
+}
+
+/// The solver varies spline coefficients, not samples.
+bool varies_knots(const Parms& par) {
+    return par.exact() && par.spline_grad();
+}
+
+/// A smooth random direction of the solver's variables that changes no sample by more than `reach` of its slowness x.
+std::vector<double> direction(const InversionSetup& setup, std::span<const double> x, bool with_mean, double reach,
+                              unsigned seed) {
+    const Parms& par = setup.par;
+    std::vector<double> d = varies_knots(par) ? smooth_direction(par.axk.n, par.azk.n, with_mean, seed)
+                                              : smooth_direction(par.img.xm.n, par.img.z.n, with_mean, seed);
+    std::vector<double> moved = setup.variables.first(), there(x.size());
+    std::ranges::transform(moved, d, moved.begin(), std::plus<>());
+    setup.variables.model(moved, there);
+    double largest = 0.0;
+    for (std::size_t i = 0; i < x.size(); ++i) largest = std::max(largest, std::abs(there[i] - x[i]) / x[i]);
+    if (largest == 0.0) refuse("nxk=%d nzk=%d: no knot reaches the image", par.axk.n, par.azk.n);
+    for (double& component : d) component *= reach / largest;
+    return d;
 }
 
 /// Tests one mode along every direction.
@@ -124,6 +147,7 @@ std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const
     qas::Session session(arguments_of(argc, argv, scratch, mode));
     std::vector<TaylorLine> lines;
     std::vector<char> means;
+    bool knots = false;
     {
         const Muted out(stdout);
         InversionSetup setup(session);
@@ -136,21 +160,27 @@ std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const
         const double fun0 = evaluate(run, arrays, x, g, 1, 1);
         if (setup.par.exact() && !(fun0 > 0.0))
             refuse("fun is %g at the start model: there is nothing to test; check rec and sou", fun0);
+        const Variables& variables = setup.variables;
+        const std::vector<double> first = variables.first();
+        std::vector<double> slope(first.size());
+        variables.gradient(g, slope);
         const Value value = [&](std::span<const double> at) {
-            std::vector<double> point(at.begin(), at.end());
-            return evaluate_fun(run, arrays, point);
+            std::vector<double> point(at.begin(), at.end()), model(x.size());
+            variables.model(point, model);
+            return evaluate_fun(run, arrays, model);
         };
+        knots = varies_knots(setup.par);
         for (int i = 0; i < plan.ndir; ++i) {
             const bool with_mean = i % 2 == 0;
-            const std::vector<double> d = smooth_direction(setup.par.img.xm.n, setup.par.img.z.n, x, with_mean,
-                                                           plan.reach, static_cast<unsigned>(plan.seed + i));
-            lines.push_back(taylor_line(value, x, d, g, fun0, plan.nstep));
+            const std::vector<double> d =
+                direction(setup, x, with_mean, plan.reach, static_cast<unsigned>(plan.seed + i));
+            lines.push_back(taylor_line(value, first, d, slope, fun0, plan.nstep, plan.reach));
             means.push_back(with_mean);
         }
     }
     std::vector<SlopeCheck> checks;
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        print_line(mode, static_cast<int>(i) + 1, means[i], lines[i]);
+        print_line(mode, static_cast<int>(i) + 1, means[i], knots, lines[i]);
         const SlopeCheck check = check_slope(lines[i]);
         std::printf("  <g,d> is off by %.3g %%, noise and bending of fun may make %.3g %%%s\n", 100.0 * check.error,
                     100.0 * check.doubt, check.verdict == SlopeVerdict::undecided ? ": undecided" : "");

@@ -11,6 +11,8 @@ TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
     files::TinySurvey survey(false);
     survey.arguments["extrapolator"] = "pspi";
     survey.arguments["vsal"] = "9000";
+    for (const auto& [key, value] : {std::pair("nxk", "3"), {"dxk", "80"}, {"oxk", "40"}, {"nzk", "3"}, {"dzk", "40"}})
+        survey.arguments[key] = value;
     for (const char* name : {"velout.H", "log"}) files::write_text(survey.dir / name, "kept\n");
     std::vector<std::string> words = survey.command();
     words.erase(words.begin());
@@ -19,7 +21,7 @@ TEST(TaylorProgram, ConfirmsTheExactGradientAndLeavesTheOutputsAlone) {
     const files::Outcome run = files::run_program("morvane_taylor", words, survey.dir.text(), "");
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     EXPECT_THAT(run.out, HasSubstr("gradient=classic, direction 1"));
-    EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2, no lateral mean"));
+    EXPECT_THAT(run.out, HasSubstr("gradient=exact, direction 2 of the knots, no lateral mean"));
     EXPECT_THAT(run.out, HasSubstr("verdict: the exact gradient is right"));
     words.push_back("reach=1e-9");
     const files::Outcome noise = files::run_program("morvane_taylor", words, survey.dir.text(), "");

@@ -37,10 +37,16 @@ std::vector<TaylorRow> taylor_rows(const TaylorLine& line) {
 SlopeCheck check_slope(const TaylorLine& line) {
     const double doubt = 3.0 * line.noise / line.central_h + 2.0 * line.bend, size = std::abs(line.central);
     const double difference = std::abs(line.slope - line.central), limit = slope_limit * size;
-    const SlopeVerdict verdict = difference > limit + doubt ? SlopeVerdict::wrong
-                                 : doubt > limit            ? SlopeVerdict::undecided
-                                                            : SlopeVerdict::right;
+    const SlopeVerdict verdict = doubt > limit                ? SlopeVerdict::undecided
+                                 : difference > limit + doubt ? SlopeVerdict::wrong
+                                                              : SlopeVerdict::right;
     return {difference / size, doubt / size, verdict};
+}
+
+bool bends_within_steps(const TaylorLine& line) {
+    const double noise = 3.0 * line.noise / line.central_h;
+    return line.central_h < line.h.back() &&
+           std::abs(line.coarse - line.central) > slope_limit * std::abs(line.central) + noise;
 }
 
 double choose_central_step(const TaylorLine& line) {
@@ -74,7 +80,7 @@ double noise_of(std::span<const double> values) {
 }
 
 TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<const double> d,
-                       std::span<const double> g, double fun0, int steps) {
+                       std::span<const double> g, double fun0, int steps, double reach) {
     TaylorLine line;
     line.fun0 = fun0;
     for (std::size_t i = 0; i < d.size(); ++i) line.slope += g[i] * d[i];
@@ -83,8 +89,6 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
         line.h.push_back(h);
         line.fun.push_back(value(moved(x, d, h)));
     }
-    double reach = 0.0;
-    for (std::size_t i = 0; i < d.size(); ++i) reach = std::max(reach, std::abs(d[i]) / x[i]);
     const double tiny = 8.0 * rounding / reach;
     std::vector<double> near{fun0};
     for (int i = 1; i <= 9; ++i) near.push_back(value(moved(x, d, i * tiny)));
@@ -93,7 +97,7 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
         return (value(moved(x, d, step)) - value(moved(x, d, -step))) / (2.0 * step);
     };
     line.central_h = choose_central_step(line);
-    line.central = central(line.central_h);
+    line.central = line.coarse = central(line.central_h);
     // fun may bend on a scale below the steps given: halve until the difference settles or the noise has it
     int agreed = 0;
     for (double step = 0.5 * line.central_h; step > tiny && agreed < 2; step *= 0.5) {
@@ -103,12 +107,12 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
         agreed = line.bend <= settled * std::abs(finer) ? agreed + 1 : 0;
         line.central_h = step;
         line.central = finer;
+        if (step >= line.h.back()) line.coarse = finer;
     }
     return line;
 }
 
-std::vector<double> smooth_direction(int nx, int nz, std::span<const double> x, bool with_mean, double reach,
-                                     unsigned seed) {
+std::vector<double> smooth_direction(int nx, int nz, bool with_mean, unsigned seed) {
     std::mt19937 engine(seed);
     std::normal_distribution<double> normal;
     std::uniform_real_distribution<double> phase(0.0, 2.0 * std::numbers::pi);
@@ -122,15 +126,12 @@ std::vector<double> smooth_direction(int nx, int nz, std::span<const double> x, 
     }
     const double mean = with_mean ? 1.0 + std::abs(normal(engine)) : 0.0;
     std::vector<double> d(static_cast<std::size_t>(nx) * static_cast<std::size_t>(nz));
-    double largest = 0.0;
     for (std::size_t i = 0; i < d.size(); ++i) {
         const auto ix = static_cast<double>(i % static_cast<std::size_t>(nx)) / nx;
         const auto iz = static_cast<double>(i / static_cast<std::size_t>(nx)) / nz;
         d[i] = mean;
         for (int k = 0; k < waves; ++k)
             d[i] += size[k] * std::cos(2.0 * std::numbers::pi * (across[k] * ix + down[k] * iz) + at[k]);
-        largest = std::max(largest, std::abs(d[i]) / x[i]);
     }
-    for (double& v : d) v *= reach / largest;
     return d;
 }

@@ -14,6 +14,7 @@ struct TaylorLine {
     double central_h = 0.0;      ///< step of the central difference
     double central = 0.0;        ///< (fun(x + h d) - fun(x - h d)) / 2h
     double bend = 0.0;           ///< what the last halving of that step changed in it
+    double coarse = 0.0;         ///< the difference at the last of the steps h, where central_h is no greater
 };
 
 /// Remainders and their rates of decay between a step and the one before: 1 and 2 for a right gradient, until the
@@ -23,8 +24,8 @@ struct TaylorRow {
 };
 std::vector<TaylorRow> taylor_rows(const TaylorLine& line);
 
-/// The slope beside the central difference: `wrong` where they differ by more than `slope_limit` of the latter and its
-/// doubt can account for, `undecided` where that doubt is more than the limit.
+/// The slope beside the central difference: `undecided` where the doubt of the latter is more than `slope_limit` of it,
+/// otherwise `wrong` where the two differ by more than limit and doubt can account for.
 enum class SlopeVerdict { right, wrong, undecided };
 struct SlopeCheck {
     double error;  ///< |<g,d> / central - 1|
@@ -33,6 +34,10 @@ struct SlopeCheck {
 };
 inline constexpr double slope_limit = 0.01;
 SlopeCheck check_slope(const TaylorLine& line);
+
+/// Whether fun has another slope, by more than `slope_limit` and the noise, within the smallest of the steps h than
+/// over it.
+bool bends_within_steps(const TaylorLine& line);
 
 /// The largest step whose third-order error is small and the smallest that noise leaves: h of the central difference,
 /// from the noise and the curvature of the values at hand, within the steps given. taylor_line halves it further until
@@ -45,14 +50,14 @@ double noise_of(std::span<const double> values);
 /// Value of the objective at x.
 using Value = std::function<double(std::span<const double> x)>;
 
-/// Evaluates fun along d. The step h = 1 changes no sample by more than `reach` of its value.
-/// @param x, d (n) point and direction
-/// @param g    (n) gradient at x
-/// @param fun0 value at x
+/// Evaluates fun along d.
+/// @param x, d  (n) point and direction
+/// @param g     (n) gradient at x
+/// @param fun0  value at x
+/// @param reach largest relative change of a sample of slowness at the step h = 1
 TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<const double> d,
-                       std::span<const double> g, double fun0, int steps);
+                       std::span<const double> g, double fun0, int steps, double reach);
 
-/// A smooth random direction on a grid of nx by nz samples: a few waves of random phase across and down, with or
-/// without a lateral mean, scaled so that max |d| / x = reach.
-std::vector<double> smooth_direction(int nx, int nz, std::span<const double> x, bool with_mean, double reach,
-                                     unsigned seed);
+/// A smooth random direction on a grid of nx by nz samples or knots: a few waves of random phase across and down, with
+/// or without a lateral mean; of no particular size.
+std::vector<double> smooth_direction(int nx, int nz, bool with_mean, unsigned seed);
