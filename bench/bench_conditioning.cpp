@@ -107,7 +107,7 @@ void dip_filter(benchmark::State& state) {
     randomize(std::span<float>(slow0), 4);
     for (auto _ : state) {
         const Filter filt = new_steering(choice, {rows, nx}, {1, 1}, angle);
-        inv_tomo(filt, {}, 100.0f, 15, slow, slow0);
+        inv_tomo(filt, {}, 100.0f, 15, slow, slow0, true);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "lib/base/warning.h"
 #include "lib/class/inv_tomo_mod.h"
 #include "lib/class/ow_steer_parms.h"
 #include "lib/class/polydiv.h"
@@ -70,27 +71,28 @@ float single_rms(double sum_of_squares, std::size_t samples, const char* what) {
 
 }  // namespace
 
-std::vector<float> owgeodip_init(std::span<const float> pick_in) {
-    report({"max pick", double{*std::ranges::max_element(pick_in)}, "min pick",
-            double{*std::ranges::min_element(pick_in)}});
+std::vector<float> owgeodip_init(std::span<const float> pick_in, bool verb) {
+    if (verb)
+        report({"max pick", double{*std::ranges::max_element(pick_in)}, "min pick",
+                double{*std::ranges::min_element(pick_in)}});
     return {pick_in.begin(), pick_in.end()};
 }
 
 void ow_geodip(qas::Session& session, const Axis& z, const Axis& xm, int frame, std::span<const float> pick,
-               View<double, 2> g) {
+               View<double, 2> g, bool verb) {
     assert(g.n == (Extents<2>{xm.n, z.n}) && (pick.empty() || std::ssize(pick) == xm.n));
     if (frame < 0) qas::qaserr("frame=%d: must not be negative\n", frame);
     SteerParms parms = owsteer_parms(session, z, xm);
     const Array<float, 2> slow0 = padded(g, frame);
-    const Filter filt = owfilter_init(session, z, xm, frame, parms);
-    report({"initialize operators"});
+    const Filter filt = owfilter_init(session, z, xm, frame, parms, verb);
+    if (verb) report({"initialize operators"});
     polydiv_init(filt);
     Array<float, 2> mask, slow(slow0.n());
     if (!pick.empty()) mask = horizon_mask(pick, slow0.n());
-    if (all_zero(slow0.flat())) report({"dip filter: the gradient is zero everywhere"});
+    if (all_zero(slow0.flat())) warn("dip filter: the gradient is zero everywhere");
     if (!pick.empty() && all_zero(mask.flat()))
-        report({"dip filter: horv0, taken as row numbers, lies below the model and masks every sample"});
-    inv_tomo(filt, mask.flat(), parms.epspoly, parms.steerniter, slow.flat(), slow0.flat());
+        warn("dip filter: horv0, taken as row numbers, lies below the model and masks every sample");
+    inv_tomo(filt, mask.flat(), parms.epspoly, parms.steerniter, slow.flat(), slow0.flat(), verb);
     write_maskout(session, z, xm, frame, slow.flat());
 
     double sum_g = 0.0, sum_slow = 0.0;

@@ -25,7 +25,7 @@ int mask_op2(std::span<const float> mask, bool adj, bool /*add*/, std::span<floa
 }
 
 void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int niter, std::span<float> slow,
-              std::span<const float> slow0) {
+              std::span<const float> slow0, bool verb) {
     const LinOp divide = [&](bool adj, bool add, std::span<float> x, std::span<float> y) {
         return polydiv_lop(filt, adj, add, x, y);
     };
@@ -33,7 +33,7 @@ void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int ni
     const Stepper stepper = [&](bool& forget, std::span<float> x, std::span<const float> g, std::span<float> rr,
                                 std::span<const float> gg) { return cgstep(state, forget, x, g, rr, gg); };
     SolverReg options;
-    options.verb = true;
+    options.verb = verb;
     if (mask.empty()) {
         solver_reg(slow, slow0, divide, i_op, stepper, slow.size(), niter, eps, options);
     } else {

@@ -21,7 +21,7 @@ int mask_op2(std::span<const float> mask, bool adj, bool add, std::span<float> m
 /// @param slow  out: the m found; not S m
 /// @param slow0 data, of one size with slow and mask
 /// @param mask  or empty
-/// Reports each iteration on standard error. Ends the run with "cgstep: grad vanishes identically" if slow0, or its
-/// part that the mask leaves, is zero.
+/// @param verb  report each iteration on standard error
+/// Ends the run with "cgstep: grad vanishes identically" if slow0, or its part that the mask leaves, is zero.
 void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int niter, std::span<float> slow,
-              std::span<const float> slow0);
+              std::span<const float> slow0, bool verb);

@@ -126,12 +126,14 @@ SteerParms owsteer_parms(qas::Session& session, const Axis& z, const Axis& xm) {
     return parms;
 }
 
-Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int frame, SteerParms& parms) {
+Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int frame, SteerParms& parms, bool verb) {
     filter_keys({session, true}, parms);
     const FilterChoice& filters = parms.filters;
-    report({"width lap_factor lap_lags", 2.0 * filters.half_width, double{filters.laplacian_scale},
-            static_cast<long long>(filters.laplacian_lags)});
-    report({"steerlags steer_factor eps", static_cast<long long>(filters.steering_lags), double{filters.steering_scale},
-            double{parms.epsflt}});
+    if (verb) {
+        report({"width lap_factor lap_lags", 2.0 * filters.half_width, double{filters.laplacian_scale},
+                static_cast<long long>(filters.laplacian_lags)});
+        report({"steerlags steer_factor eps", static_cast<long long>(filters.steering_lags),
+                double{filters.steering_scale}, double{parms.epsflt}});
+    }
     return make_filter(session, z, xm, frame, filters);
 }

@@ -154,8 +154,10 @@ TEST(Conditioning, DipFilteredGradients) {
         SCOPED_TRACE(masked ? "masked" : "whole");
         const Arguments plain = masked ? Arguments{{"horv0", dir / "horizon"}} : Arguments{};
         const Inverted run(modelled.arguments + plain + keys +
-                           Arguments{{"dipflt", "y"}, {"frame", std::to_string(frame)}});
+                           Arguments{{"dipflt", "y"}, {"frame", std::to_string(frame)}, {"quiet", "y"}});
         EXPECT_EQ(run.accepted.size(), 2u) << run.said;
+        for (const std::string& line : files::lines_of(run.said))
+            EXPECT_TRUE(line.starts_with(MORVANE_BIN_DIR "/morvane: ")) << line;
         EXPECT_LT(run.fun.back(), run.fun.front());
 
         std::vector<std::string> words = {"test", "datapath=" + dir.text() + "/"};
@@ -173,7 +175,7 @@ TEST(Conditioning, DipFilteredGradients) {
                 const Quiet quiet;
                 ow_geodip(session, {rows, 10.0f, 0.0f, {}}, {columns, 10.0f, -10.0f, {}}, frame,
                           masked ? std::vector<float>(columns, 6.0f) : std::vector<float>(),
-                          {g.data(), {columns, rows}});
+                          {g.data(), {columns, rows}}, true);
             }
             EXPECT_LT(mismatch(Panel(g.begin(), g.end()), gradient[k]), 1e-4);
             EXPECT_GT(mismatch(raw, gradient[k]), 0.1) << "the filter changes nothing";

@@ -231,7 +231,10 @@ TEST(Driver, TheClosingLineTellsWhyAndWhere) {
     for (float& sample : survey.rec.samples) sample *= 2.0f;  // single precision changes the last digit of this fun
     survey.arguments["bounds"] = "y";
     survey.arguments["p_up"] = survey.arguments["p_lo"] = "20";
+    survey.arguments["quiet"] = "y";
     const Outcome run = survey.run();
+    for (const std::string& line : files::lines_of(run.err))
+        EXPECT_THAT(line, StartsWith(MORVANE_BIN_DIR "/morvane: ")) << "neither a warning nor the closing line";
     const std::vector<LogLine> log = read_log(survey);
     const int evaluations = count_evaluations(log);
     const std::string closing = files::lines_of(run.err).back();
@@ -263,7 +266,7 @@ TEST(Driver, TheSolversErrorEndsTheLoopWithoutAnEvaluation) {
     survey.arguments["p_lo"] = "20";
     const Outcome run = survey.run();
     EXPECT_EQ(run.status, 0);
-    EXPECT_THAT(run.err, HasSubstr("warning: p_up=0.2 is below 1 and so a factor, not a percentage"));
+    EXPECT_THAT(run.err, HasSubstr("morvane: warning: p_up=0.2 is below 1 and so a factor, not a percentage"));
     EXPECT_THAT(run.err, HasSubstr("morvane: ERROR: NO FEASIBLE SOLUTION; 0 evaluations, no result\n"));
     EXPECT_EQ(files::read_text(survey.dir / "log"), "");
 }

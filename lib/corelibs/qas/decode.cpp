@@ -126,7 +126,7 @@ Values getpar_decode(const ParTable& table, std::string_view names, std::string_
     }
     if (!reader.clean || (!text.empty() && !found(values)))
         notes.once(where + '\n' + key + '\n' + text,
-                   strprintf("warning: %s %s=%s is not %s\n", where.c_str(), key.c_str(), text.c_str(), expected));
+                   strprintf("%s %s=%s is not %s\n", where.c_str(), key.c_str(), text.c_str(), expected));
     return values;
 }
 

@@ -103,7 +103,7 @@ void readhdr(Layer& layer, streaminf& stream) {
     if (::isatty(stream.header_source.fd())) return fixed_header(stream, "Input from a tty\n");
     const auto waiting = [&] {
         layer.notes.warn(
-            "waiting for the header of tag \"" + stream.tagname + "\" on " + stream.headername +
+            layer.notes.program + ": waiting for the header of tag \"" + stream.tagname + "\" on " + stream.headername +
             (stream.tagname == "in" ? " (its history goes to \"out\"); < /dev/null gives an empty one\n" : "\n"));
     };
     std::string text;

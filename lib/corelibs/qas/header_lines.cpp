@@ -67,7 +67,7 @@ bool append_history(Layer& layer, streaminf& stream, std::string_view text) {
         qaserr("tag \"%s\" is in use as an input: its history cannot be written\n", stream.tagname.c_str());
     if (!header_open(stream) || (stream.ready_out && stream.dataname == "follow_hdr")) {
         layer.notes.once("complete\n" + stream.tagname,
-                         "warning: the history of tag \"" + stream.tagname +
+                         "the history of tag \"" + stream.tagname +
                              "\" is complete (closed, or its data have begun behind it): later lines are dropped\n");
         return false;
     }

@@ -158,8 +158,7 @@ std::int64_t multifd_write(Layer& layer, streaminf& stream, const void* buffer, 
                            static_cast<int>(state.current), part.name.c_str(), std::strerror(reason));
                 }
                 full = true;
-                layer.notes.warn(
-                    strprintf("warning: tag \"%s\": %s: %s\n", tag, part.name.c_str(), std::strerror(reason)));
+                layer.notes.warning(strprintf("tag \"%s\": %s: %s\n", tag, part.name.c_str(), std::strerror(reason)));
                 if (::ftruncate(part.fd.get(), part.position) < 0) layer.notes.perror("multifd_write()");
                 part.full = true;
                 part.written = part.position > 0;

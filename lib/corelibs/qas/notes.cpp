@@ -11,8 +11,12 @@ void Notes::warn(const std::string& text) {
     std::fflush(err);
 }
 
+void Notes::warning(const std::string& text) {
+    warn((program.empty() ? "" : program + ": ") + "warning: " + text);
+}
+
 void Notes::once(const std::string& id, const std::string& text) {
-    if (said.insert(id).second) warn(text);
+    if (said.insert(id).second) warning(text);
 }
 
 void Notes::perror(const char* label) {

@@ -11,10 +11,12 @@ namespace qas {
 struct Notes {
     std::FILE* err = stderr;
     std::set<std::string> said;
+    std::string program = {};  ///< the name that warnings begin with
 
     /// Prints the text as it is and flushes.
     void warn(const std::string& text);
-    /// Prints the text unless `id` was warned about before.
+    /// Prints "PROGRAM: warning: " and the text; `once` unless `id` was warned about before.
+    void warning(const std::string& text);
     void once(const std::string& id, const std::string& text);
     /// "label: reason" for the present errno.
     void perror(const char* label);

@@ -40,6 +40,7 @@ void read_back(Layer& layer, streaminf& stream, const std::string& line) {
 void initpar(Layer& layer, std::vector<std::string> argv) {
     for (std::string& word : argv) word.erase(word.find_last_not_of(' ') + 1);
     layer.argv = std::move(argv);
+    layer.notes.program = layer.argv.empty() ? std::string() : layer.argv.front();
 }
 
 Values getch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {

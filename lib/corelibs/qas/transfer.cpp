@@ -24,12 +24,11 @@ bool open_data(Layer& layer, streaminf& stream) {
 }
 
 void warn_short(Layer& layer, const streaminf& stream, std::int64_t expected, std::int64_t got) {
-    layer.notes.once(
-        "short\n" + stream.tagname,
-        strprintf("warning: sreed(): the data \"%s\" of tag \"%s\" (header \"%s\") are shorter than its axes"
-                  " say: expected %lld bytes, found %lld\n",
-                  stream.dataname.c_str(), stream.tagname.c_str(), stream.headername.c_str(),
-                  static_cast<long long>(expected), static_cast<long long>(got)));
+    layer.notes.once("short\n" + stream.tagname,
+                     strprintf("sreed(): the data \"%s\" of tag \"%s\" (header \"%s\") are shorter than its axes"
+                               " say: expected %lld bytes, found %lld\n",
+                               stream.dataname.c_str(), stream.tagname.c_str(), stream.headername.c_str(),
+                               static_cast<long long>(expected), static_cast<long long>(got)));
 }
 
 std::int64_t read_samples(Layer& layer, streaminf& stream, void* buffer, std::int64_t nbytes, int format) {

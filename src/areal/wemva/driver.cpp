@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/base/warning.h"
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/inversion_setup.h"
 #include "src/areal/wemva/messages.h"

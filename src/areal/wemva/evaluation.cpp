@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
+#include "lib/base/warning.h"
 #include "lib/class/geodip.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
@@ -177,7 +178,8 @@ void write_panel(const Inversion& run, const char* tag, int titer, std::span<con
     run.session.srite(tag, samples.data(), bytes(samples));
 }
 
-void print_extremes(std::span<const double> g) {
+void print_extremes(const Parms& par, std::span<const double> g) {
+    if (par.quiet) return;
     const auto [least, most] = std::ranges::minmax(g);
     list_write({"main => ", most, least});
 }
@@ -375,10 +377,12 @@ void condition_gradient(const Inversion& run, EvaluationArrays& arrays, std::spa
         finish2 = owexec_time();
     }
     if (run.par.dipflt) {
-        const std::vector<float> pick = run.pick1.empty() ? std::vector<float>() : owgeodip_init(run.pick1);
-        ow_geodip(run.session, run.par.img.z, run.par.img.xm, run.par.frame, pick, {g.data(), arrays.model.n()});
+        const std::vector<float> pick =
+            run.pick1.empty() ? std::vector<float>() : owgeodip_init(run.pick1, !run.par.quiet);
+        ow_geodip(run.session, run.par.img.z, run.par.img.xm, run.par.frame, pick, {g.data(), arrays.model.n()},
+                  !run.par.quiet);
     }
-    print_extremes(g);
+    print_extremes(run.par, g);
     run.listing.line(right_justified("SMOOTHED GRADIENT IN ", 29) + minutes(start2, finish2, 10));
 }
 
@@ -422,7 +426,7 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
         const Array<float, 2> none(arrays.model.n());
         oweditvel(par, run.pick1, {g.data(), arrays.model.n()}, none);
     }
-    print_extremes(g);
+    print_extremes(par, g);
     condition_gradient(run, arrays, g);
     run.listing.line(right_justified("COMPUTED THE GRADIENT IN ", 29) + minutes(start1, owexec_time(), 10) +
                      " min OF ITERATION # " + column_int(iter, 4));

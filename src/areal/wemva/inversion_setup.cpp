@@ -8,6 +8,7 @@
 #include <limits>
 #include <string>
 
+#include "lib/base/warning.h"
 #include "src/areal/wemva/horizon_file.h"
 #include "src/areal/wemva/lloyd_vel.h"
 #include "src/areal/wemva/messages.h"

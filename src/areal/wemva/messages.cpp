@@ -15,14 +15,6 @@ void refuse(const char* format, ...) {
     qas::erexit(text);
 }
 
-void warn(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    const std::string text = qas::vstrprintf(format, arguments);
-    va_end(arguments);
-    std::fprintf(stderr, "warning: %s\n", text.c_str());
-}
-
 void list_write(std::initializer_list<ListItem> items) {
     std::fprintf(stderr, "%s\n", list_line(items).c_str());
 }

@@ -7,9 +7,5 @@
 /// Ends the run: throws qas::Fatal with the formatted message and a newline.
 [[noreturn, gnu::format(printf, 1, 2)]] void refuse(const char* format, ...);
 
-/// Writes "warning: ", the formatted message and a newline to standard error only: standard output may carry a history,
-/// which keeps whatever is written to it.
-[[gnu::format(printf, 1, 2)]] void warn(const char* format, ...);
-
 /// Writes one line of items to standard error, laid out by list_line.
 void list_write(std::initializer_list<ListItem> items);

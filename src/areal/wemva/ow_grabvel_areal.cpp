@@ -63,7 +63,7 @@ int owgrab_vel(const Parms& par, qas::Session& session, View<const float, 2> vel
     const float xv = par.rec.xd.o + par.rec.h.o - static_cast<float>(par.padtraces + par.tapertr) * par.rec.h.d +
                      static_cast<float>(ixs - 1) * par.rec.xd.d;
     const int ni = truncate((xv - par.img.xm.o) / par.img.xm.d + 1.5f);
-    list_write({static_cast<double>(xv), static_cast<long long>(ni)});
+    if (!par.quiet) list_write({static_cast<double>(xv), static_cast<long long>(ni)});
     copy_columns(velint, ni - 1, vel);
     if (session.exist_file("zzz")) write_velocity(par, session, "zzz", vel, xv);
     return ni;
@@ -79,7 +79,7 @@ void oweditvel(const Parms& par, std::span<const float> pick1, View<double, 2> v
     }
     const auto column = [&](float x) { return truncate((x - par.img.xm.o) / par.img.xm.d + 1.5f); };
     const int nx_min = column(par.xv_min), nx_max = column(par.xv_max);
-    list_write({static_cast<long long>(nx_min), static_cast<long long>(nx_max)});
+    if (!par.quiet) list_write({static_cast<long long>(nx_min), static_cast<long long>(nx_max)});
     const auto inside = [&](int number) { return std::clamp<std::ptrdiff_t>(number - 1, 0, nx - 1); };
     for (std::ptrdiff_t k = 0; k < nx; ++k) {
         for (std::ptrdiff_t j = 0; j < nz; ++j) {

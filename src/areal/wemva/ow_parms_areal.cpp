@@ -1,5 +1,7 @@
 #include "src/areal/wemva/ow_parms_areal.h"
 
+#include <errno.h>
+
 #include <cmath>
 #include <concepts>
 #include <cstdio>
@@ -42,7 +44,7 @@ float end_of(const Axis& axis) {
 /// The run ends with `text`; the numbers behind it go to standard error first.
 template <class... Values>
 [[noreturn]] void inconsistent(const char* text, const char* detail, Values... values) {
-    std::fputs("the values are: ", stderr);
+    std::fprintf(stderr, "%s: the values are: ", program_invocation_name);
     std::fprintf(stderr, detail, values...);
     std::fputc('\n', stderr);
     qas::qaserr("%s", text);
@@ -135,7 +137,7 @@ void read_modes(qas::Session& session, Parms& par) {
     read(session, "areal", par.areal);
     read(session, "timeshift", par.timeshift);
     read_name(session, "imgcon", par.imgcon);
-    list_write({std::string_view(par.imgcon)});  // every run echoes it
+    if (!par.quiet) list_write({std::string_view(par.imgcon)});  // whatever it is
     if (par.inversion && !par.dso) {
         read(session, "resmig", par.resmig);
         read(session, "rho", par.rho);
@@ -169,7 +171,7 @@ void read_run(qas::Session& session, Parms& par, float& wbott) {
     read(session, "zmax", par.zmax);
     read(session, "node", par.node);
     read(session, "niter", par.niter);
-    list_write({"****** NITER  = ", static_cast<long long>(par.niter)});
+    if (!par.quiet) list_write({"****** NITER  = ", static_cast<long long>(par.niter)});
     read(session, "nxfilt", par.nxfilt);
     read(session, "wbott", wbott);
     read(session, "traces_in_taper", par.tapertr);
@@ -345,6 +347,7 @@ void set_depth_counts(Parms& par) {
     par.nzmax = count_levels(par.zmax - z.o, z.d);
     par.nzmin = count_levels(par.zmin - z.o, z.d);
     par.img.z.o = par.zmin;
+    if (par.quiet) return;
     list_write({"*************************"});
     list_write({"* ", static_cast<long long>(par.nz), static_cast<long long>(par.nzmax),
                 static_cast<long long>(par.nzmin), " *"});
@@ -407,6 +410,7 @@ void write_headers(qas::Session& session, const Parms& par) {
 
 Parms owparam(qas::Session& session) {
     Parms par;
+    if (session.exist_file("quiet")) read(session, "quiet", par.quiet);
     if (session.exist_file("vspl")) {
         read_spline_only(session, par);
         return par;
@@ -477,6 +481,6 @@ Parms owparam(qas::Session& session) {
     par.rec.w.o *= two_pi;
     par.rec.w.d *= two_pi;
     set_coordinates(par.rec.w.all, par.rec.w.n, par.rec.w.d, par.rec.w.o);
-    print_summary(par);
+    if (!par.quiet) print_summary(par);
     return par;
 }

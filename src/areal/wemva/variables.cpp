@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "lib/base/warning.h"
 #include "src/areal/wemva/messages.h"
 
 namespace {

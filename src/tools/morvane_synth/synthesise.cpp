@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lib/base/warning.h"
 #include "src/tools/morvane_synth/survey_files.h"
 
 namespace {
@@ -58,8 +59,8 @@ void synthesise(qas::Session& session) {
     const double fmax = acquisition.freq.o + (acquisition.freq.n - 1) * static_cast<double>(acquisition.freq.d);
     fd_check(grid, slowest, fastest, fmax);
     if (acquisition.freq.n > 1 && acquisition.tmax * acquisition.freq.d > 1.0f)
-        std::fprintf(stderr, "morvane_synth: times after 1/df = %g s fold back; tmax=%g is longer\n",
-                     1.0 / acquisition.freq.d, static_cast<double>(acquisition.tmax));
+        warn("times after 1/df = %g s fold back; tmax=%g is longer", 1.0 / acquisition.freq.d,
+             static_cast<double>(acquisition.tmax));
 
     const Geometry& geometry = options.geometry;
     std::fprintf(

@@ -81,7 +81,7 @@ struct Result {
 Result filtered(qas::Session& session, DipRun& run, int frame, const std::vector<float>& pick, std::vector<double> g) {
     testing::internal::CaptureStderr();
     try {
-        ow_geodip(session, run.z, run.xm, frame, pick, {g.data(), {nx, nz}});
+        ow_geodip(session, run.z, run.xm, frame, pick, {g.data(), {nx, nz}}, true);
     } catch (...) {
         testing::internal::GetCapturedStderr();
         throw;
@@ -186,7 +186,7 @@ TEST(Geodip, TheMaskCountsPaddedRows) {
     const std::vector<double> g = gradient(1);
     const std::vector<float> pick{0.0f, 1.9f, 5.7f, 2.0f};  // rows 1 to 4 of column 2 and row 1 of column 3 are held
     testing::internal::CaptureStderr();
-    EXPECT_EQ(owgeodip_init(pick), pick);
+    EXPECT_EQ(owgeodip_init(pick, true), pick);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), " max pick 5.6999998092651367 min pick 0.0000000000000000\n");
     const Result result = filtered(*session, run, frame, pick, g);
     // the first step goes along the masked J S' slow0

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/base/warning.h"
 #include "lib/class/ow_steer_parms.h"
 #include "src/areal/wemva/evaluation.h"
 #include "src/areal/wemva/fx2d.h"

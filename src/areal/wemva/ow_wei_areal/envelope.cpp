@@ -31,7 +31,7 @@ void owzphase(const Parms& par, View<float, 3> wgcig) {
                       static_cast<double>(phase.back().imag()));
         listing += text;
     }
-    std::fprintf(stderr, "%s\n", listing.c_str());
+    if (!par.quiet) std::fprintf(stderr, "%s\n", listing.c_str());
 
     const LateralFft fft(static_cast<int>(n), FFTW_ESTIMATE);
     const float root_n = std::sqrt(static_cast<float>(n));

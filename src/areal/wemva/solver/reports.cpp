@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "lib/base/fixed_format.h"
+#include "lib/base/warning.h"
 #include "src/areal/wemva/solver/console.h"
 
 namespace solver {
@@ -24,8 +25,8 @@ bool put(const char* mode, std::string_view text) {
     return std::fclose(file) == 0 && written;
 }
 
-void warn() {
-    std::fprintf(stderr, "%s: %s; the run goes on without this report\n", itfile_name, std::strerror(errno));
+void warn_of_itfile() {
+    warn("%s: %s; the run goes on without this report", itfile_name, std::strerror(errno));
 }
 
 std::string blanks(int count) {
@@ -116,13 +117,13 @@ double timer() {
 
 int create_itfile() {
     if (put("w", "")) return itfile_unit;
-    warn();
+    warn_of_itfile();
     return 0;
 }
 
 void write_itfile(int& itfile, std::string_view text) {
     if (itfile != itfile_unit || put("a", text)) return;
-    warn();
+    warn_of_itfile();
     itfile = 0;
 }
 

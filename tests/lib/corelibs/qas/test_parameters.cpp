@@ -163,12 +163,12 @@ TEST_F(Parameters, TextThatIsNoNumberDecodesAsFarAsItGoesAndWarnsOnce) {
     EXPECT_EQ(s->getch<int>("z"), std::nullopt);
     EXPECT_EQ(s->getch<float>("f"), std::numeric_limits<float>::infinity());
     EXPECT_EQ(errors(),
-              "warning: parameter n=12abc is not a 32-bit integer\n"
-              "warning: parameter m=abc is not a 32-bit integer\n"
-              "warning: parameter big=99999999999 is not a 32-bit integer\n"
-              "warning: parameter r=1.5.2 is not a number\n"
-              "warning: parameter dso=true is not yes or no\n"
-              "warning: parameter z=0*5 is not a 32-bit integer\n");
+              "prog: warning: parameter n=12abc is not a 32-bit integer\n"
+              "prog: warning: parameter m=abc is not a 32-bit integer\n"
+              "prog: warning: parameter big=99999999999 is not a 32-bit integer\n"
+              "prog: warning: parameter r=1.5.2 is not a number\n"
+              "prog: warning: parameter dso=true is not yes or no\n"
+              "prog: warning: parameter z=0*5 is not a 32-bit integer\n");
 }
 
 TEST_F(Parameters, DecodingByTypeLetter) {

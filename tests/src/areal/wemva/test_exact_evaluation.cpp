@@ -1,4 +1,5 @@
 // The exact mode: the gradient against the central difference of the reported value, the variables and their bounds.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -233,7 +234,7 @@ TEST(Variables, BoundsOfTheCoefficientsKeepEverySampleWithinItsOwn) {
     samples.l[300] = 1.05, samples.u[301] = 0.95;
     testing::internal::CaptureStderr();
     inside.bounds(samples);
-    EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with("warning: bounds: "));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(": warning: bounds: "));
 }
 
 TEST(Variables, LargestChangeBoundsTheFirstTrial) {

@@ -576,7 +576,7 @@ TEST(Owparam, DoubtfulInputIsWarnedAbout) {
         row.change(survey);
         const Started run = start(survey);
         EXPECT_EQ(run.fatal, "");
-        EXPECT_THAT(run.err, HasSubstr("warning: " + std::string(row.text) + "\n"));
+        EXPECT_THAT(run.err, HasSubstr(": warning: " + std::string(row.text) + "\n"));
     }
 }
 
