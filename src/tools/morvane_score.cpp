@@ -2,8 +2,9 @@
 #include <cstdio>
 #include <fstream>
 #include <new>
-#include <string_view>
 
+#include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/keys.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_score/score.h"
 
@@ -11,21 +12,31 @@ namespace {
 
 using qas::qaserr;
 
-constexpr const char* help =
-    "morvane_score: a table of a run of morvane on a survey whose true model is known. Parameters are name=value:\n"
-    "  true=FILE      true model, slowness (default true)\n"
-    "  vel=FILE       start model, slowness (default vel)\n"
-    "  Velout=FILE    velocity panels of the run (default Velout)\n"
-    "  bkgimg=FILE    image panels of the run (default bkgimg)\n"
-    "  log=FILE       iteration log of the run (default log)\n"
-    "  trueimg=FILE   image of a run that starts from the true model; without it that column stays empty\n"
-    "  truelog=FILE   iteration log of that run\n"
-    "  xmin= xmax= zmin= zmax=   part of the model that is looked at; defaults: as the header of true= says, else all\n"
-    "  csv=FILE       also write the lines of the accepted models there\n"
-    "The model error is |s - s_true| / |s_true| in slowness over that part; the zero-offset share is the energy of "
-    "the\n"
-    "image there at zero subsurface offset over that at all offsets. fun, error and share are those of the accepted\n"
-    "models: the first evaluation and the one that ended each iteration.\n";
+constexpr const char* intro =
+    "morvane_score: a table of a run of morvane on a survey whose true model is known. Parameters are name=value.\n"
+    "The model error is |s - s_true| / |s_true| in slowness over a part of the model; the zero-offset share is the\n"
+    "energy of the image there at zero subsurface offset over that at all offsets. fun, error and share are those of\n"
+    "the accepted models: the first evaluation and the one that ended each iteration.\n";
+
+qas::KeyTable score_keys() {
+    using enum qas::KeyType;
+    return qas::KeyTable(
+        {{"Models and the run",
+          {{"true", input, "", "true", "", "true model, slowness"},
+           {"vel", input, "", "vel", "", "start model, slowness"},
+           {"Velout", input, "", "Velout", "", "velocity panels of the run"},
+           {"bkgimg", input, "", "bkgimg", "", "image panels of the run"},
+           {"log", text, "", "log", "", "iteration log of the run"},
+           {"trueimg", input, "", "", "", "image of a run that starts from the true model; without it no such column"},
+           {"truelog", text, "", "", "", "iteration log of that run"}}},
+         {"The table",
+          {{"xmin", real, "", "", "",
+            "part of the model that is looked at; by default as the header of true= says, or all"},
+           {"xmax", real, "", "", "", "the same"},
+           {"zmin", real, "", "", "", "the same"},
+           {"zmax", real, "", "", "", "the same"},
+           {"csv", text, "", "", "", "also write the lines of the accepted models to this file"}}}});
+}
 
 std::string named(qas::Session& session, const std::string& tag) {
     return session.getch<std::string>(tag).value_or(tag);
@@ -125,13 +136,12 @@ void score(qas::Session& session) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i)
-        if (const std::string_view word = argv[i]; word == "--help" || word == "-h") {
-            std::fputs(help, stdout);
-            return 0;
-        }
+    const qas::KeyTable keys = score_keys();
+    if (const auto status = qas::answer(argc, argv, "morvane_score", [&] { return intro + keys.help(); }))
+        return *status;
     qas::Session session(argc, argv);
     try {
+        qas::refuse_unread(session, keys);
         score(session);
         return 0;
     } catch (const qas::Fatal& error) {

@@ -12,9 +12,11 @@
 
 #include <unistd.h>
 
+#include "lib/corelibs/qas/help.h"
 #include "lib/corelibs/qas/notes.h"
 #include "src/areal/wemva/denormals.h"
 #include "src/areal/wemva/inversion_setup.h"
+#include "src/areal/wemva/key_table.h"
 #include "src/areal/wemva/messages.h"
 #include "src/tools/morvane_taylor/taylor.h"
 
@@ -28,14 +30,24 @@ constexpr const char* usage =
     "rates\n"
     "(1 and 2 for a right gradient, until the noise of single precision is reached), and <g,d> against the central\n"
     "difference at a step chosen from that noise. The outputs that the parameters name are not touched.\n"
-    "  ndir=2         directions, of the knots where these are the variables; every other one without a lateral mean\n"
-    "  nstep=6        steps\n"
-    "  reach=0.02     largest relative change of slowness at h = 1\n"
-    "  seed=1         of the directions\n"
     "A direction is undecided if three standard deviations of the difference's noise, and twice what the last halving\n"
     "of its step changed, exceed 1 %: another reach, or another seed, may decide it. Ends with status 0 if <g,d> of "
     "the\n"
     "exact gradient is within 1 % of the difference along every decided direction, 1 if not, 2 if none is decided.\n";
+
+/// The table of keys: its own, then those of a run.
+qas::KeyTable taylor_keys() {
+    using enum qas::KeyType;
+    std::vector<qas::KeyGroup> groups = {
+        {"morvane_taylor",
+         {{"ndir", integer, "", "2", "",
+           "directions, of the knots where these are the variables; every other one without a lateral mean"},
+          {"nstep", integer, "", "6", "", "steps h = 1, 1/2, 1/4, ..."},
+          {"reach", real, "", "0.02", "", "largest relative change of slowness at h = 1"},
+          {"seed", integer, "", "1", "", "of the directions"}}}};
+    for (qas::KeyGroup& group : run_keys()) groups.push_back(std::move(group));
+    return qas::KeyTable(std::move(groups));
+}
 
 /// A folder of its own for the headers and panels that the set-up opens; gone with the run.
 struct Scratch {
@@ -214,17 +226,20 @@ int conclude(const std::vector<SlopeCheck>& checks) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
-        std::fputs(usage, stdout);
-        return 0;
-    }
+    const qas::KeyTable keys = taylor_keys();
+    if (const auto status = qas::answer(argc, argv, "morvane_taylor", [&] { return usage + keys.help(); }))
+        return *status;
     flush_denormals();
     qas::Session session(argc, argv);
     try {
+        check_keys(session, keys);
         const Plan plan = read_plan(session);
         const std::vector<SlopeCheck> exact = test_mode(argc, argv, "exact", plan);
         test_mode(argc, argv, "classic", plan);
         return conclude(exact);
+    } catch (const StrictEnd& error) {
+        qas::report_fatal(error, session);
+        return StrictEnd::status;
     } catch (const qas::Fatal& error) {
         return qas::report_fatal(error, session);
     } catch (const std::exception& error) {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/keys.h"
 #include "src/tools/qas/commands.h"
 
 namespace {
@@ -31,10 +33,7 @@ int report(const std::string& name, const std::string& message, bool samples_on_
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
     const std::string_view name = argc > 1 ? argv[1] : "";
-    if (is_help(name)) {
-        std::fputs(qastool::overview().c_str(), stdout);
-        return 0;
-    }
+    if (const auto status = qas::answer(std::min(argc, 2), argv, "qas", qastool::overview)) return *status;
     for (const qastool::Command& command : qastool::commands()) {
         if (name != command.name) continue;
         if (std::any_of(words.begin(), words.end(), is_help)) {
@@ -55,8 +54,13 @@ int main(int argc, char** argv) {
             return report(full, "not enough memory\n", command.samples_on_stdout, command.trouble);
         }
     }
-    std::fprintf(stderr, "qas: %s\n%s",
-                 argc > 1 ? ("unknown subcommand " + qastool::printable(name)).c_str() : "a subcommand is needed",
-                 qastool::overview().c_str());
+    std::string wrong = "a subcommand is needed";
+    if (argc > 1) {
+        std::vector<std::string> known;
+        for (const qastool::Command& command : qastool::commands()) known.emplace_back(command.name);
+        const std::string near = qas::nearest_name(name, known);
+        wrong = "unknown subcommand " + qastool::printable(name) + (near.empty() ? "" : "; did you mean " + near + "?");
+    }
+    std::fprintf(stderr, "qas: %s\n%s", wrong.c_str(), qastool::overview().c_str());
     return 23;
 }

@@ -476,7 +476,7 @@ public:
         base_spln2d_oper(*setup_.spline, true, false, knots, g);
         base_spln2d_oper(*setup_.spline, false, false, knots, g);
         ow_geodip(session_, setup_.par.img.z, setup_.par.img.xm, S::frame, setup_.pick1,
-                  {g.data(), {S::columns, S::rows}});
+                  {g.data(), {S::columns, S::rows}}, true);
         return {g.begin(), g.end()};
     }
 };

@@ -271,6 +271,33 @@ TEST(Driver, TheSolversErrorEndsTheLoopWithoutAnEvaluation) {
     EXPECT_EQ(files::read_text(survey.dir / "log"), "");
 }
 
+TEST(Driver, AStrictRunThatGetsNowhereEndsWithStatus3) {
+    struct Case {
+        const char* key;
+        const char* value;
+        const char* text;
+        int status = 3;
+    };
+    for (const Case& c :
+         {Case{"p_up", "0.2", "strict=y: no step was accepted (ERROR: NO FEASIBLE SOLUTION)\n"},
+          Case{"extrapolator", "split", "strict=y: extrapolator=split is not known"},
+          Case{"imgcon", "none", "strict=y: imgcon=none is not known"},
+          Case{"timeshift", "y", "strict=y: timeshift=yes: fun is summed"},
+          Case{"nitter", "3", "strict=y: nitter=3 is not read, there is no such key; did you mean niter?", 23},
+          Case{"niter", "0", "niter=0 asks for no iteration", 0}}) {
+        for (const bool strict : {true, false}) {
+            SCOPED_TRACE(c.text);
+            TinySurvey survey(true);
+            survey.arguments[c.key] = c.value;
+            if (strict) survey.arguments["strict"] = "y";
+            const Outcome run = survey.run();
+            EXPECT_EQ(run.status, strict ? c.status : 0) << run.err;
+            EXPECT_EQ(run.err.find(c.text) != std::string::npos, strict || c.status == 0) << run.err;
+            EXPECT_EQ(run.out.find(c.text) != std::string::npos, strict && c.status != 0) << run.out;
+        }
+    }
+}
+
 TEST(Driver, BoundsHoldInEveryTrial) {
     struct Case {
         std::map<std::string, std::string> arguments;
@@ -452,6 +479,10 @@ TEST(Driver, NoShotsGiveEmptyPanels) {
     EXPECT_THAT(run.err, HasSubstr("CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL; 1 evaluations"));
     EXPECT_THAT(run.err, EndsWith("the start model, which already meets the solver's test\n"));
     EXPECT_EQ(sum_of_squares(files::read_dataset(survey.dir / "bkgimg.H")), 0.0);
+    survey.arguments["strict"] = "y";
+    const Outcome strict = survey.run();
+    EXPECT_EQ(strict.status, 3);
+    EXPECT_THAT(strict.err, HasSubstr("morvane: strict=y: evaluation 1: fun is 0, and no model lowers it"));
 }
 
 TEST(Driver, PspiAndClusteringRun) {
@@ -661,7 +692,20 @@ TEST(Driver, HelpNamesTheRequiredKeysAndTheManual) {
         const Outcome run = files::run_program("morvane", {word}, dir.text());
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(run.err, "");
-        for (const char* part : {"vel=", "rec=", "sou=", "inversion=yes", "zmax=", "Velout=", "docs/parameters.md"})
+        for (const char* part : {"vel=", "rec=", "sou=", "inversion=y", "zmax=", "Velout=", "docs/parameters.md",
+                                 "\nDip filter, with dipflt=y\n", "\n  steer_lags=0 samples ", "\n  timeout=5 s "})
             EXPECT_THAT(run.out, HasSubstr(part));
+    }
+    for (const std::string program : {"morvane", "morvane_synth", "morvane_score", "morvane_taylor", "qas"}) {
+        const files::TempDir dir;
+        const Outcome run = files::run_program(program, {"--version"}, dir.text());
+        EXPECT_THAT(run.out, testing::MatchesRegex(program + "( [(]morvane[)])? [0-9.]+\n"));
+        EXPECT_NE(
+            files::run_program("/bin/sh", {"-c", MORVANE_BIN_DIR "/" + program + " --help >/dev/full"}, dir.text())
+                .status,
+            0);
+        const Outcome mistaken = files::run_program(program, {program == "qas" ? "widnow" : "datapaht=x"}, dir.text());
+        EXPECT_EQ(mistaken.status, 23);
+        EXPECT_THAT(mistaken.err, HasSubstr("did you mean " + std::string(program == "qas" ? "window?" : "datapath?")));
     }
 }

@@ -168,7 +168,7 @@ std::string expand_info(Layer& layer, const std::string& name, streaminf& stream
     if (variable.empty()) return name;
     const std::string rest = name.substr(1 + variable.size());
     if (const char* value = std::getenv(variable.c_str())) return value + rest;
-    if (const auto value = getch_text(layer, variable)) return *value + rest;
+    if (const auto value = getch_variable(layer, variable)) return *value + rest;
     if (stream.headerbuf) {
         const Values value = qasstrpar(layer, stream, variable, "s", 1);
         if (found(value)) return std::get<std::string>(value) + rest;

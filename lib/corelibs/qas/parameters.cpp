@@ -1,9 +1,12 @@
 #include "lib/corelibs/qas/parameters.h"
 
+#include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/keys.h"
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace qas {
@@ -35,6 +38,59 @@ void read_back(Layer& layer, streaminf& stream, const std::string& line) {
     getpar_scan(stream.hetch_queue, layer.clock, line, Origin::history);
 }
 
+/// Whether the program's table of keys, if it has declared one, lists what it looks up.
+[[maybe_unused]] bool listed(const Layer& layer, std::string_view names) {
+    for (std::size_t begin = 0; layer.keys && begin < names.size();) {
+        const std::size_t end = std::min(names.find(' ', begin), names.size());
+        const std::string_view name = names.substr(begin, end - begin);
+        if (!name.empty() && !layer.keys->knows(name)) {
+            std::fprintf(stderr, "%.*s is looked up and not in the table of keys\n", static_cast<int>(name.size()),
+                         name.data());
+            return false;
+        }
+        begin = end + 1;
+    }
+    return true;
+}
+
+/// A word as a message shows it.
+std::string shown(std::string_view word) {
+    constexpr std::size_t longest = 60;
+    std::string text(word.substr(0, longest));
+    if (word.size() > longest) text += "...";
+    std::ranges::replace_if(
+        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 127; }, '?');
+    return text;
+}
+
+/// Whether a value refers to the parameter `name`.
+bool refers_to(const ParTable& table, const std::string& name) {
+    return std::ranges::any_of(table, [&](const auto& pair) {
+        const std::string value = pair.second.value.value_or("");
+        const std::size_t at = value.find("$" + name);
+        return at != std::string::npos && std::min(value.find('/', at), value.size()) == at + 1 + name.size();
+    });
+}
+
+/// Words of the command line that hold no name.
+void unnamed_words(const Layer& layer, const KeyTable& keys, std::vector<std::string>& messages) {
+    for (std::size_t i = 1; i < layer.argv.size(); ++i) {
+        const std::string& word = layer.argv[i];
+        const std::size_t equals = word.find('=');
+        bool named = equals != std::string::npos && equals > 0;
+        if (named && word.find_first_of("\"'") != std::string::npos && !word.starts_with("par=")) {
+            ParTable alone;
+            std::int64_t clock = 0;
+            getpar_string_store(alone, clock, word);
+            named = !alone.empty();
+        }
+        if (named) continue;
+        const std::string near = keys.nearest(word);
+        messages.push_back(strprintf("\"%s\" is not read: a parameter is name=value", shown(word).c_str()));
+        if (!near.empty()) messages.back() += "; did you mean " + near + "=...?";
+    }
+}
+
 }  // namespace
 
 void initpar(Layer& layer, std::vector<std::string> argv) {
@@ -44,6 +100,7 @@ void initpar(Layer& layer, std::vector<std::string> argv) {
 }
 
 Values getch(Layer& layer, std::string_view names, std::string_view type, std::size_t most) {
+    assert(listed(layer, names));
     return getpar_decode(command_line(layer), names, type, most, "parameter", layer.notes);
 }
 
@@ -95,6 +152,32 @@ std::optional<std::string> getch_text(Layer& layer, std::string_view names) {
     Values values = getch(layer, names, "s", 1);
     if (!found(values)) return std::nullopt;
     return std::get<std::string>(std::move(values));
+}
+
+std::optional<std::string> getch_variable(Layer& layer, std::string_view name) {
+    const Entry* entry = getpar_find(command_line(layer), name);
+    return entry ? entry->value : std::nullopt;
+}
+
+std::vector<std::string> unread(Layer& layer, const KeyTable& keys, bool with_files) {
+    ParTable typed;
+    std::int64_t clock = 0;
+    for (std::size_t i = 1; i < layer.argv.size() && !with_files; ++i)
+        if (!layer.argv[i].starts_with("par=")) getpar_string_store(typed, clock, layer.argv[i]);
+    const ParTable& table = with_files ? command_line(layer) : typed;
+    std::vector<std::pair<std::int64_t, std::string>> found;
+    for (const auto& [name, entry] : table) {
+        if (keys.knows(name) || refers_to(table, name)) continue;
+        const std::string near = keys.nearest(name);
+        std::string message = shown(name + "=" + entry.value.value_or("")) + " is not read, there is no such key";
+        if (!near.empty()) message += "; did you mean " + near + "?";
+        found.emplace_back(entry.timestamp, std::move(message));
+    }
+    std::ranges::sort(found);
+    std::vector<std::string> messages;
+    for (auto& [order, text] : found) messages.push_back(std::move(text));
+    unnamed_words(layer, keys, messages);
+    return messages;
 }
 
 int getch_integer(Layer& layer, std::string_view names, int otherwise) {

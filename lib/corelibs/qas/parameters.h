@@ -31,8 +31,15 @@ Values qasstrpar(Layer& layer, streaminf& stream, std::string_view names, std::s
 
 /// The text of a parameter, if it was given one.
 std::optional<std::string> getch_text(Layer& layer, std::string_view names);
+/// The same for a name that came out of data, `$NAME/file`, and so is in no table of keys.
+std::optional<std::string> getch_variable(Layer& layer, std::string_view name);
 /// The first integer of a parameter, or `otherwise`.
 int getch_integer(Layer& layer, std::string_view names, int otherwise);
+
+/// What the user gave and nobody reads, in the order given, a message each: names that are not in `keys`, words without
+/// a name. A name that another value holds as `$NAME` is read.
+/// @param with_files those of `par=` files too, which may hold the settings of several programs
+std::vector<std::string> unread(Layer& layer, const KeyTable& keys, bool with_files);
 
 using Value = std::variant<int, float, double, bool, std::string>;
 

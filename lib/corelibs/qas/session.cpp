@@ -195,6 +195,16 @@ bool Session::exist_file(std::string_view tag) {
     return getch<std::string>(tag).has_value();
 }
 
+void Session::declare(const KeyTable& keys) {
+    state_->layer.keys = &keys;
+}
+
+std::vector<std::string> Session::unread() {
+    constexpr bool with_files = true;
+    const Layer& layer = state_->layer;
+    return layer.keys ? qas::unread(state_->layer, *layer.keys, with_files) : std::vector<std::string>();
+}
+
 Axis Session::from_aux_axis(std::string_view tag, int k) {
     const std::string number = std::to_string(k);
     Axis axis;
@@ -327,6 +337,14 @@ void Session::begin_prog() {
 }
 void Session::end_prog() {
     qas_end_prog(state_->layer);
+}
+
+void refuse_unread(Session& session, const KeyTable& keys) {
+    constexpr bool with_files = false;
+    session.declare(keys);
+    std::string all;
+    for (const std::string& message : unread(session.state_->layer, keys, with_files)) all += message + "\n";
+    if (!all.empty()) throw Fatal(all + "--help lists the keys\n");
 }
 
 int report_fatal(const Fatal& error, Session& session) {

@@ -15,6 +15,8 @@
 
 namespace qas {
 
+class KeyTable;
+
 template <class T>
 concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::same_as<T, double> ||
     std::same_as<T, bool> || std::same_as<T, std::string>;
@@ -92,6 +94,13 @@ public:
     /// True if a parameter of this name was given (no file is looked for).
     bool exist_file(std::string_view tag);
 
+    /// Declares the keys that the program reads; `keys` outlives the session. From then on a look-up of another name is
+    /// an error of the program (assert).
+    void declare(const KeyTable& keys);
+    /// What was given on the command line or in `par=` files and is not declared: a message for each, which names the
+    /// nearest key. Words without `=` are among them.
+    std::vector<std::string> unread();
+
     /// Moves `nbytes` of samples of dataset `tag` into `buffer` from the current position, converting from the format
     /// of the file; returns the bytes moved. Fewer is the end of the data: warned about once a dataset, not an error.
     std::int64_t sreed(std::string_view tag, void* buffer, std::int64_t nbytes);
@@ -145,6 +154,7 @@ public:
     void prog_stat(std::string_view text, int done, int total, int send);
 
 private:
+    friend void refuse_unread(Session& session, const KeyTable& keys);
     friend int report_fatal(const Fatal& error, Session& session);
     struct State;
     std::unique_ptr<State> state_;
@@ -153,5 +163,9 @@ private:
 /// Ends a run as it must end: job message "error", then "program: message" on standard error and on standard output,
 /// flushed. Returns 23, the status of every error exit; an Exit has printed its message already and brings its own.
 int report_fatal(const Fatal& error, Session& session);
+
+/// Declares the keys and refuses words of the command line that are none of them. Parameter files, which may hold the
+/// settings of other programs, are not searched.
+void refuse_unread(Session& session, const KeyTable& keys);
 
 }  // namespace qas

@@ -21,6 +21,7 @@
 
 namespace qas {
 
+class KeyTable;
 struct Layer;
 struct streaminf;
 
@@ -113,7 +114,8 @@ struct streaminf {
 /// Everything a session remembers.
 struct Layer {
     std::vector<std::string> argv;
-    bool first_invoke = true;  ///< the command line has not been scanned
+    const KeyTable* keys = nullptr;  ///< every name that the program looks up; null: not declared
+    bool first_invoke = true;        ///< the command line has not been scanned
     ParTable getch_queue;
     std::int64_t clock = 0;  ///< timestamp of the next store, over all tables
     std::list<std::unique_ptr<streaminf>> streams;

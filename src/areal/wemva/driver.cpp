@@ -179,6 +179,14 @@ void print_closing_line(qas::Session& session, const Parms& par, const Solver& s
     std::fputc('\n', stderr);
 }
 
+/// What strict=y asks of a run that has come to its end: an accepted step and a fun that is not 0.
+void refuse_without_success(const Parms& par, const Solver& state, const Course& course) {
+    constexpr bool strict = true;
+    if (par.niter > 0 && course.accepted == 0)
+        doubt(strict, "no step was accepted (%s)", std::string(state.task.text()).c_str());
+    if (course.evaluations > 0 && course.last_fun == 0.0) doubt(strict, "fun is 0 after the last step");
+}
+
 }  // namespace
 
 void invert(qas::Session& session) {
@@ -193,4 +201,5 @@ void invert(qas::Session& session) {
     }
     print_closing_line(session, setup.par, state, course);
     session.end_prog();
+    if (setup.par.strict) refuse_without_success(setup.par, state, course);
 }

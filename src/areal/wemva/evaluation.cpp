@@ -413,10 +413,9 @@ double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double
             titer);
     const double fun = value(par, arrays);
     if (titer == 1 && fun == 0.0)
-        warn(
-            "evaluation 1: fun is 0, and no model lowers it: check rec and sou (weak data have squares of 0: scale "
-            "them "
-            "up), nh and horv0");
+        doubt(par.strict,
+              "evaluation 1: fun is 0, and no model lowers it: check rec and sou (weak data have squares of 0: scale "
+              "them up), nh and horv0");
     if (par.exact()) differentiate_objective(run, arrays, fun);
     const float start1 = owexec_time();
     back_project(run, arrays);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "lib/base/warning.h"
 #include "lib/corelibs/qas/notes.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -13,6 +14,15 @@ void refuse(const char* format, ...) {
     const std::string text = qas::vstrprintf(format, arguments);
     va_end(arguments);
     qas::erexit(text);
+}
+
+void doubt(bool strict, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const std::string text = qas::vstrprintf(format, arguments);
+    va_end(arguments);
+    if (strict) throw StrictEnd("strict=y: " + text + "\n");
+    warn("%s", text.c_str());
 }
 
 void list_write(std::initializer_list<ListItem> items) {

@@ -1,15 +1,16 @@
 /// morvane: two-dimensional wave-equation migration velocity analysis.
 #include <csignal>
-#include <cstdio>
 #include <exception>
 #include <new>
 #include <string>
-#include <string_view>
 
+#include "lib/corelibs/qas/help.h"
 #include "lib/corelibs/qas/qaserr.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/denormals.h"
 #include "src/areal/wemva/driver.h"
+#include "src/areal/wemva/key_table.h"
+#include "src/areal/wemva/messages.h"
 
 namespace {
 
@@ -18,28 +19,13 @@ constexpr const char* usage =
 
     morvane name=value ... [par=FILE ...] < /dev/null > HISTORY
 
-Inputs (header files; samples are 4-byte big-endian floats unless the header says otherwise)
-    vel=FILE            start model: slowness, n1 lateral, n3 depth
-    rec=FILE            receiver wavefields: complex, n1 traces, n3 frequencies, n4 shots
-    sou=FILE            source wavefields as rec (areal=yes), or one source function (areal=no)
-Required
-    inversion=yes       with dso=yes: penalise energy away from zero subsurface offset
-    zmax=DEPTH          bottom of the image
-    nh=N                number of subsurface offsets, odd; more than 1 with dso=yes
-    vsal=V              with extrapolator=pspi and no lloyd=yes: velocity of a fast body
-Outputs (one panel an evaluation)
-    Velout=FILE grad=FILE bkgimg=FILE Dimage=FILE
-    log=FILE            a line an evaluation and accepted step [log]
-    list=FILE           progress [listagem]
-Often given
-    niter=N [5]         iterations of the solver
-    areal=no            per-shot data with one source function [yes]
-    traces_in_taper=N padtraces=N   margins on each side of the line
-    bounds=yes p_up=20 p_lo=20      bounds in percent of the start model
-    node=N              threads
-    datapath=PREFIX     where data files go
+A run that lowers the objective (firststep and bounds keep its steps small):
+    morvane inversion=y dso=y gradient=exact firststep=0.03 bounds=y p_up=20 p_lo=20 areal=n \
+        vel=start.H rec=data.H sou=wavelet.H zmax=1500 nh=33 traces_in_taper=20 niter=10 \
+        Velout=velocity.H bkgimg=image.H Dimage=residual.H grad=gradient.H < /dev/null > history.H
 
-Every parameter stands in docs/parameters.md, the dataset format in docs/datasets.md.
+Keys with their defaults, and in brackets what makes them count. "kept": read and recorded, nothing acts on it.
+docs/parameters.md tells of each what is permitted, docs/datasets.md of the dataset format.
 )";
 
 int report(const char* text, qas::Session& session) {
@@ -51,14 +37,16 @@ int report(const char* text, qas::Session& session) {
 int main(int argc, char** argv) {
     flush_denormals();
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message
-    if (argc == 2 && (std::string_view(argv[1]) == "--help" || std::string_view(argv[1]) == "-h")) {
-        std::fputs(usage, stdout);
-        return 0;
-    }
+    const qas::KeyTable keys(run_keys());
+    if (const auto status = qas::answer(argc, argv, "morvane", [&] { return usage + keys.help(); })) return *status;
     qas::Session session(argc, argv);
     try {
+        check_keys(session, keys);
         invert(session);
         return 0;
+    } catch (const StrictEnd& error) {
+        qas::report_fatal(error, session);
+        return StrictEnd::status;
     } catch (const qas::Fatal& error) {
         return qas::report_fatal(error, session);
     } catch (const std::bad_alloc&) {

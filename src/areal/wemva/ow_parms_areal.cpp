@@ -411,6 +411,7 @@ void write_headers(qas::Session& session, const Parms& par) {
 Parms owparam(qas::Session& session) {
     Parms par;
     if (session.exist_file("quiet")) read(session, "quiet", par.quiet);
+    if (session.exist_file("strict")) read(session, "strict", par.strict);
     if (session.exist_file("vspl")) {
         read_spline_only(session, par);
         return par;

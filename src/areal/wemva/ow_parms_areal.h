@@ -93,6 +93,7 @@ struct Parms {
     float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
     bool quiet = false;            ///< no lines of progress on standard error
+    bool strict = false;           ///< a run that got nowhere is an error
 
     int nz = 0, nzmin = 1, nzmax = 0, nh0 = 0, isp = 1, nwbott = 1;
     float dwbott = 0.0f;

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <set>
+#include <utility>
 
 namespace {
 
@@ -52,7 +52,7 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.real("startscale", o.spec.start_scale, 0.1, 10, "",
            "start model: factor on the velocity (0.95: 5 % slow); it has no body and no anomalies");
     v.real("smooth", o.smooth, 0, huge, "m", "model=FILE: length of the Gaussian average for the start model");
-    v.name("start", "model=FILE: start model (slowness) on the same grid, instead of the average");
+    v.input("start", "model=FILE: start model (slowness) on the same grid, instead of the average");
     v.group("Survey");
     v.logical("areal", g.areal,
               "n: traces move with the shot, one source function; y: whole-line fields for every shot");
@@ -91,14 +91,15 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.whole("absorb", o.grid.absorb, 5, 1000, "samples", "absorbing layer on each side");
     v.real("margin", o.margin, 0, huge, "m", "model on both sides of the traces that the waves see");
     v.group("Output");
-    v.name("vel", "start model, slowness");
-    v.name("true", "true model, slowness, without the thin reflectors");
-    v.name("full", "model that the waves saw, slowness; written only if named");
-    v.name("dips", "dips of the layers for morvane's dipflt, degrees between depth samples and columns; only if named");
-    v.name("rec", "receiver wavefields");
-    v.name("sou", "source function, or source wavefields with areal=y");
-    v.name("traces", "the shots in time, (times, traces, shots), as a field record would hold them; only if named");
-    v.name("wavelet", "the wavelet in time that goes with them; only if named");
+    v.output("vel", "start model, slowness");
+    v.output("true", "true model, slowness, without the thin reflectors");
+    v.output("full", "model that the waves saw, slowness; written only if named");
+    v.output("dips",
+             "dips of the layers for morvane's dipflt, degrees between depth samples and columns; only if named");
+    v.output("rec", "receiver wavefields");
+    v.output("sou", "source function, or source wavefields with areal=y");
+    v.output("traces", "the shots in time, (times, traces, shots), as a field record would hold them; only if named");
+    v.output("wavelet", "the wavelet in time that goes with them; only if named");
     v.real("tracedt", a.trace_dt, 0, huge, "s", "interval of traces and wavelet; default: a tenth of 1/fpeak or less",
            &w.trace_dt_given);
     v.text("parfile", o.parfile, "parameter file for morvane");
@@ -112,75 +113,36 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.whole("niter", o.niter, 0, 100000, "", "iterations");
 }
 
-class Help {
-    std::string text_;
-
-    void line(const char* key, const std::string& value, const char* unit, std::string_view what) {
-        constexpr std::size_t indent = 26, width = 110;
-        std::string head = std::string("  ") + key + "=" + value;
-        if (*unit) head += std::string(" ") + unit;
-        head.resize(std::max(head.size() + 2, indent), ' ');
-        for (std::size_t start = 0; start < what.size();) {
-            std::size_t n = what.size() - start;
-            if (n > width - indent) n = what.rfind(' ', start + width - indent) - start;
-            text_ += head + std::string(what.substr(start, n)) + "\n";
-            head.assign(indent, ' ');
-            start += n + 1;
-        }
+/// Their table.
+class Table {
+    void add(const char* key, qas::KeyType type, const char* unit, const std::string& standard, const char* what) {
+        groups.back().keys.push_back({key, type, unit, standard, "", what});
     }
 
 public:
-    void group(const char* title) { text_ += std::string("\n") + title + "\n"; }
-    void text(const char* key, const std::string& value, const char* what) { line(key, value, "", what); }
+    std::vector<qas::KeyGroup> groups;
+
+    void group(const char* title) { groups.push_back({title, {}}); }
+    void text(const char* key, const std::string& value, const char* what) {
+        add(key, qas::KeyType::text, "", value, what);
+    }
     void real(const char* key, float value, double, double, const char* unit, const char* what,
               const bool* given = nullptr) {
         const bool computed = given || std::string_view(key) == "xc";
-        line(key, computed && std::string_view(key) != "zmax" ? "" : number_text(static_cast<double>(value)), unit,
-             what);
+        const bool shown = !computed || std::string_view(key) == "zmax";
+        add(key, qas::KeyType::real, unit, shown ? number_text(static_cast<double>(value)) : "", what);
     }
     void whole(const char* key, int value, int, int, const char* unit, const char* what, const bool* given = nullptr) {
-        line(key, given ? "" : std::to_string(value), unit, what);
+        add(key, qas::KeyType::integer, unit, given ? "" : std::to_string(value), what);
     }
-    void logical(const char* key, bool value, const char* what) { line(key, value ? "y" : "n", "", what); }
+    void logical(const char* key, bool value, const char* what) {
+        add(key, qas::KeyType::logical, "", value ? "y" : "n", what);
+    }
     void list(const char* key, const std::vector<float>&, const char* unit, const char* what) {
-        line(key, "a,b,...", unit, what);
+        add(key, qas::KeyType::real, unit, "a,b,...", what);
     }
-    void name(const char* key, const char* what) { line(key, "FILE", "", what); }
-    const std::string& result() const { return text_; }
-};
-
-class Names {
-public:
-    std::set<std::string, std::less<>> all{"par", "datapath", "in", "out"};
-    void group(const char*) {}
-    template <class... Rest>
-    void add(const char* key, Rest&&...) {
-        all.insert(key);
-    }
-    template <class... R>
-    void text(R&&... r) {
-        add(r...);
-    }
-    template <class... R>
-    void real(R&&... r) {
-        add(r...);
-    }
-    template <class... R>
-    void whole(R&&... r) {
-        add(r...);
-    }
-    template <class... R>
-    void logical(R&&... r) {
-        add(r...);
-    }
-    template <class... R>
-    void list(R&&... r) {
-        add(r...);
-    }
-    template <class... R>
-    void name(R&&... r) {
-        add(r...);
-    }
+    void input(const char* key, const char* what) { add(key, qas::KeyType::input, "", "", what); }
+    void output(const char* key, const char* what) { add(key, qas::KeyType::output, "", "", what); }
 };
 
 class Reader {
@@ -237,7 +199,8 @@ public:
         }
         if (values.size() > 100) qaserr("%s= has %zu values; permitted are 100\n", key, values.size());
     }
-    void name(const char*, const char*) {}
+    void input(const char*, const char*) {}
+    void output(const char*, const char*) {}
     /// Ahead of the others, which it decides.
     bool seed(int& value) {
         bool given = false;
@@ -373,17 +336,21 @@ void check_size(const SynthOptions& o) {
 
 }  // namespace
 
-std::string synth_help() {
+qas::KeyTable synth_keys() {
     SynthOptions o = defaults();
     Words w;
     preset(o, w);
-    Help help;
-    visit(help, o, w);
+    Table table;
+    visit(table, o, w);
+    return qas::KeyTable(std::move(table.groups));
+}
+
+std::string synth_help() {
     return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane "
            "reads:\n"
            "start model, wavefields by frequency, and a parameter file. Parameters are name=value words, or par=FILE\n"
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
-           help.result() +
+           synth_keys().help() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
            "body, strength=0.05 belowshots=y niter=6\n"
            "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=3\n"
@@ -391,21 +358,6 @@ std::string synth_help() {
            "nf=34 fpeak=13 "
            "mute=50 nh=23 belowshots=y\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
-}
-
-void check_command_line(const std::vector<std::string>& words) {
-    SynthOptions o = defaults();
-    Words w;
-    Names names;
-    visit(names, o, w);
-    for (std::size_t i = 1; i < words.size(); ++i) {
-        const std::size_t equals = words[i].find('=');
-        if (equals == std::string::npos || equals == 0)
-            qaserr("\"%s\" is not a name=value parameter; --help lists them\n", words[i].c_str());
-        const std::string key = words[i].substr(0, equals);
-        if (key.find('.') == std::string::npos && !names.all.contains(key))
-            qaserr("unknown parameter %s=; --help lists the known ones\n", key.c_str());
-    }
 }
 
 SynthOptions read_options(qas::Session& session) {

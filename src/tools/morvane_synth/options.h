@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/corelibs/qas/keys.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/earth_model.h"
 #include "src/tools/morvane_synth/survey.h"
@@ -28,12 +29,9 @@ struct SynthOptions {
     int niter = 12;
 };
 
-/// The list of all parameters with units, defaults and meanings.
+/// All parameters with units, defaults and meanings: as a table, and as --help prints them.
+qas::KeyTable synth_keys();
 std::string synth_help();
-
-/// Refuses (qas::Fatal) words of a command line that morvane_synth does not know, so that a misspelt name is not passed
-/// over in silence. Parameter files may hold the settings of other programs too and are not searched.
-void check_command_line(const std::vector<std::string>& words);
 
 /// Values from the session. Refuses (qas::Fatal) what is not a number where one is needed, and values outside their
 /// range, with the key, the value and what is permitted. A model from a dataset brings its own dx, dz and, unless

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <span>
 
+#include "lib/corelibs/qas/keys.h"
+
 namespace qastool {
 namespace {
 
@@ -46,6 +48,14 @@ std::string joined(Names names) {
     std::string text;
     for (const std::string_view name : names) text.append(text.empty() ? "" : " ").append(name);
     return text;
+}
+
+/// "; did you mean KEY?", or nothing.
+std::string meant(const std::string& key, Names keys) {
+    std::vector<std::string> all(keys.begin(), keys.end());
+    all.insert(all.end(), output_keys.begin(), output_keys.end());
+    const std::string near = qas::nearest_name(key, all);
+    return near.empty() ? "" : "; did you mean " + near + "?";
 }
 
 std::string_view without_blanks(std::string_view text) {
@@ -89,8 +99,8 @@ void check_words(const Words& words, std::initializer_list<std::string_view> kno
     if (writes_dataset) common.append(" ").append(joined(output_keys));
     for (const auto& [key, value] : words.parameters)
         if (key != "par" && !any_matches(key, keys) && !(writes_dataset && any_matches(key, output_keys)))
-            qaserr("unknown parameter %s=%s; known are: %s%s\n", key.c_str(), printable(value).c_str(), own.c_str(),
-                   common.c_str());
+            qaserr("unknown parameter %s=%s%s; known are: %s%s\n", key.c_str(), printable(value).c_str(),
+                   meant(key, keys).c_str(), own.c_str(), common.c_str());
     for (const std::string& flag : words.flags)
         if (!any_matches(flag, flags))
             qaserr("unknown flag %s; known are: --help %s\n", printable(flag).c_str(),

@@ -93,8 +93,9 @@ void check_extrapolator(const Parms& par) {
         if (par.nref < 1 || par.nref > most_references)
             refuse("nrefvel=%d: permitted are 1 to %d reference slownesses", par.nref, most_references);
     } else {
-        warn("extrapolator=%s is not known (ffd and pspi are): the wavefields stay as they are at the surface",
-             par.extrap.c_str());
+        doubt(par.strict,
+              "extrapolator=%s is not known (ffd and pspi are): the wavefields stay as they are at the surface",
+              par.extrap.c_str());
     }
     if (!par.pspi() || !par.lloyd) return;
     if (!(par.min_r_pct >= 0.0f && par.min_r_pct <= 1.0f))
@@ -238,13 +239,15 @@ void check_transform_length(const Parms& par, int width) {
 
 void check_imaging(const Parms& par) {
     if (par.imgcon != "imgprim" && par.imgcon != "imgmult")
-        warn("imgcon=%s is not known (imgprim and imgmult are): the image stays zero", par.imgcon.c_str());
+        doubt(par.strict, "imgcon=%s is not known (imgprim and imgmult are): the image stays zero", par.imgcon.c_str());
     else if (par.imgcon == "imgmult" && par.timeshift)
-        warn("imgcon=imgmult forms no image with timeshift=yes: image, fun and gradient are zero");
+        doubt(par.strict, "imgcon=imgmult forms no image with timeshift=yes: image, fun and gradient are zero");
     else if (par.imgcon == "imgmult")
-        warn("imgcon=imgmult has no adjoint: the gradient is zero, and the run ends after its first evaluation");
+        doubt(par.strict,
+              "imgcon=imgmult has no adjoint: the gradient is zero, and the run ends after its first evaluation");
     if (par.timeshift && !par.exact())
-        warn("timeshift=yes: fun is summed over the offset axis, which is not set with time shifts, so that it is 0");
+        doubt(par.strict,
+              "timeshift=yes: fun is summed over the offset axis, which is not set with time shifts, so that it is 0");
 }
 
 }  // namespace

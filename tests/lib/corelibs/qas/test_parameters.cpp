@@ -1,6 +1,7 @@
 #include <limits>
 
 #include "lib/corelibs/qas/decode.h"
+#include "lib/corelibs/qas/keys.h"
 #include "lib/corelibs/qas/scanner.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
@@ -169,6 +170,41 @@ TEST_F(Parameters, TextThatIsNoNumberDecodesAsFarAsItGoesAndWarnsOnce) {
               "prog: warning: parameter r=1.5.2 is not a number\n"
               "prog: warning: parameter dso=true is not yes or no\n"
               "prog: warning: parameter z=0*5 is not a 32-bit integer\n");
+}
+
+TEST_F(Parameters, WhatNobodyReadsIsNamedWithTheNearestKey) {
+    using enum qas::KeyType;
+    const qas::KeyTable keys({{"",
+                               {{"niter", integer, "", "5", "", ""},
+                                {"nh", integer, "", "1", "", ""},
+                                {"Velout", output, "", "Velout", "", ""},
+                                {"extrapolator", text, "", "ffd", "", ""},
+                                {"f#", integer, "", "0", "", ""}}}});
+    for (const auto& [given, near] : {std::pair("nitter", "niter"),
+                                      {"nietr", "niter"},
+                                      {"velout", "Velout"},
+                                      {"--nh", "nh"},
+                                      {"extrap", "extrapolator"},
+                                      {"data-path", "datapath"},
+                                      {"q", ""},
+                                      {"quite_another", ""}})
+        EXPECT_EQ(keys.nearest(given), near) << given;
+    for (const char* known : {"f1", "Velout.out", "Velout.write_title", "in.write_title", "par", "qas.jobid"})
+        EXPECT_TRUE(keys.knows(known)) << known;
+    for (const char* unknown : {"f0", "f", "f10", "nh.out", "Velout.in"}) EXPECT_FALSE(keys.knows(unknown)) << unknown;
+
+    files::write_text("more", "nitter=3 nh=4\n# nothing=1\n");
+    auto s = session({"zz=1", "niter", "=4", "nh=", "par=more", "title='a b'", "DISK=/d", "Velout.out=$DISK/v",
+                      "long\nname=" + std::string(100, 'x')});
+    s->declare(keys);
+    EXPECT_THAT(s->unread(),
+                testing::ElementsAre("zz=1 is not read, there is no such key",
+                                     "nitter=3 is not read, there is no such key; did you mean niter?",
+                                     "title=a b is not read, there is no such key",
+                                     "long?name=" + std::string(50, 'x') + "... is not read, there is no such key",
+                                     "\"niter\" is not read: a parameter is name=value; did you mean niter=...?",
+                                     "\"=4\" is not read: a parameter is name=value"));
+    EXPECT_DEBUG_DEATH(s->exist_file("mmax"), "mmax is looked up and not in the table of keys");
 }
 
 TEST_F(Parameters, DecodingByTypeLetter) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 
+#include "src/areal/wemva/key_table.h"
 #include "src/areal/wemva/ow_parms_areal.h"
 #include "src/areal/wemva/ow_parms_areal/checks.h"
 #include "tests/tiny_survey.h"
@@ -28,7 +29,9 @@ Started start(const TinySurvey& survey) {
     Started result;
     testing::internal::CaptureStderr();
     try {
+        static const qas::KeyTable keys(run_keys());
         qas::Session session(survey.command());
+        session.declare(keys);  // where assertions are on, it ends a look-up of a key that it does not list
         result.par = owparam(session);
     } catch (const qas::Fatal& error) {
         result.fatal = error.what();

@@ -49,8 +49,10 @@ protected:
     }
     std::string refusal(const std::vector<std::string>& argv) const {
         try {
-            check_command_line(argv);
-            run(argv);
+            const qas::KeyTable keys = synth_keys();
+            qas::Session session(argv);
+            qas::refuse_unread(session, keys);
+            synthesise(session);
         } catch (const qas::Fatal& error) {
             return error.what();
         }
@@ -255,8 +257,8 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
     for (const Case& c : {Case{"dx=0", "dx=0 is outside"},
                           Case{"dx=ten", "dx=ten is not a number"},
                           Case{"nrec=2.5", "not a whole number"},
-                          Case{"nshots=3", "unknown parameter nshots="},
-                          Case{"areal", "not a name=value"},
+                          Case{"nshots=3", "nshots=3 is not read, there is no such key; did you mean nshot?"},
+                          Case{"areal", "\"areal\" is not read: a parameter is name=value; did you mean areal=...?"},
                           Case{"areal=maybe", "neither y nor n"},
                           Case{"dt=1", "not stable"},
                           Case{"df=100", "too coarse"},
