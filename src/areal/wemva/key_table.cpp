@@ -22,6 +22,7 @@ KeyGroup datasets() {
             {"grad", output, "", "grad", "", "gradient of each evaluation"},
             {"bkgimg", output, "", "bkgimg", "", "image of each evaluation: n1 lateral, n2 offset, n3 depth"},
             {"Dimage", output, "", "Dimage", "", "image residual of each evaluation, as bkgimg"},
+            {"illum", output, "", "illum", "light", "illumination up to each evaluation: n1 lateral, n3 depth"},
             {"ddws", output, "", "", "", "wavefields of the gradient, complex: source side"},
             {"ddwr", output, "", "", "", "the same: receiver side"},
             {"ddwsz", output, "", "", "ddws or ddwr", "the same: source side, scattered again"},
@@ -216,6 +217,7 @@ KeyGroup own() {
             {"fun_xmin", real, "length", "", "gradient=exact", "only columns from it on count in fun"},
             {"fun_xmax", real, "length", "", "gradient=exact", "only columns up to it count in fun"},
             {"fftplan", text, "", "auto", "", "planning of transforms: auto, patient or estimate"},
+            {"light", logical, "", "n", "gradient=classic", "illumination compensation of the image; writes illum"},
             {"quiet", logical, "", "n", "", "no lines of progress on the standard error"},
             {"strict", logical, "", "n", "", "unknown keys are errors, and a run that got nowhere ends with status 3"},
         }};
