@@ -154,9 +154,11 @@ std::vector<double> direction(const InversionSetup& setup, std::span<const doubl
 }
 
 /// Tests one mode along every direction.
-std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const Plan& plan) {
+std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const Plan& plan,
+                                  const qas::KeyTable& keys) {
     const Scratch scratch;
     qas::Session session(arguments_of(argc, argv, scratch, mode));
+    session.declare(keys);
     std::vector<TaylorLine> lines;
     std::vector<char> means;
     bool knots = false;
@@ -234,8 +236,8 @@ int main(int argc, char** argv) {
     try {
         check_keys(session, keys);
         const Plan plan = read_plan(session);
-        const std::vector<SlopeCheck> exact = test_mode(argc, argv, "exact", plan);
-        test_mode(argc, argv, "classic", plan);
+        const std::vector<SlopeCheck> exact = test_mode(argc, argv, "exact", plan, keys);
+        test_mode(argc, argv, "classic", plan, keys);
         return conclude(exact);
     } catch (const StrictEnd& error) {
         qas::report_fatal(error, session);
