@@ -1,6 +1,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,14 +24,36 @@ void history_error(Layer& layer, const streaminf& stream, const char* label) {
     qaserr("I/O error writing output history\n  %s: %s\n", header_place(stream).c_str(), std::strerror(reason));
 }
 
+/// Where the next text goes in an ordinary file; -1 in anything else.
+std::int64_t next_text(std::FILE* file) {
+    const int fd = ::fileno(file);
+    if (std::fflush(file) != 0 || !fdordinary(fd)) return -1;
+    return (::fcntl(fd, F_GETFL) & O_APPEND) ? fsize(fd) : ::ftello(file);
+}
+
+/// Takes back the part of a text that reached an ordinary file before its write failed: half a line would be read as
+/// another value. Nothing is cut off if somebody else has written behind it.
+void take_back(std::FILE* file, std::int64_t begin) {
+    ::__fpurge(file);
+    std::clearerr(file);
+    const int fd = ::fileno(file);
+    const std::int64_t end = begin < 0 ? -1 : ::lseek(fd, 0, SEEK_CUR);
+    if (end > begin && fsize(fd) == end && ::ftruncate(fd, begin) == 0) std::fseek(file, begin, SEEK_SET);
+}
+
 void write_text(Layer& layer, streaminf& stream, std::string_view text, const char* label) {
     if (!stream.headfile && stream.listener.get() >= 0) {
         stream.pending += text;
         return;
     }
+    const std::int64_t begin = next_text(stream.headfile);
     errno = 0;
-    if (std::fwrite(text.data(), 1, text.size(), stream.headfile) != text.size() || std::fflush(stream.headfile) != 0)
+    if (std::fwrite(text.data(), 1, text.size(), stream.headfile) != text.size() || std::fflush(stream.headfile) != 0) {
+        const int reason = errno;
+        take_back(stream.headfile, begin);
+        errno = reason;
         history_error(layer, stream, label);
+    }
     stream.tail += text;
     if (stream.tail.size() > header_look_back) stream.tail.erase(0, stream.tail.size() - header_look_back);
     stream.text_end = ::ftello(stream.headfile);
@@ -85,11 +108,19 @@ void append_last(Layer& layer, streaminf& stream, std::string_view name, std::st
         append_history(layer, stream, line);
         return;
     }
-    const std::size_t old_length = stream.tail.size() - last;
+    const std::string old = stream.tail.substr(last);
+    const std::int64_t begin = stream.text_end - std::ssize(old);
     stream.tail.erase(last);
-    std::fseek(stream.headfile, -static_cast<long>(old_length), SEEK_END);
-    write_text(layer, stream, line, "putch");
-    if (line.size() < old_length && ::ftruncate(::fileno(stream.headfile), std::ftell(stream.headfile)) < 0)
+    std::fseek(stream.headfile, begin, SEEK_SET);
+    try {
+        write_text(layer, stream, line, "putch");
+    } catch (const Fatal&) {  // its place is on the disk already
+        std::fseek(stream.headfile, begin, SEEK_SET);
+        std::fwrite(old.data(), 1, old.size(), stream.headfile);
+        std::fflush(stream.headfile);
+        throw;
+    }
+    if (line.size() < old.size() && ::ftruncate(::fileno(stream.headfile), std::ftell(stream.headfile)) < 0)
         history_error(layer, stream, "putch");
 }
 

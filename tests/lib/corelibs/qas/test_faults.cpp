@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <random>
+#include <set>
 
 #include "lib/corelibs/qas/jobs.h"
 #include "lib/corelibs/qas/sockets.h"
@@ -181,6 +182,30 @@ TEST_F(Faults, StreamsThatFail) {
     read_fault = {"]", 0, EIO};
     EXPECT_EQ(fatal([&] { t->sseek("in", 100, 0); }), "sseek(): I/O error in seek for tag \"in\"\n");
     ::close(to_us);
+}
+
+TEST_F(Faults, AHeaderLineIsThereWholeOrNotAtAll) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::set<std::string> whole{""};
+    const auto write_header = [&](bool look) {
+        auto s = session({"datapath=./", "g.write_title=n"});
+        const auto seen = [&] {
+            if (look) whole.insert(read_text("g"));
+        };
+        for (const int n : {25, 250}) s->to_history("n1", n, "g"), seen();
+        s->put_last("done", 12, "g"), seen();
+        s->put_last("done", 1234, "g"), seen();  // in place, and longer
+        write(*s, "g", {1});
+    };
+    write_header(true);
+    const std::string last = read_text("g");
+    whole.insert(last);
+    whole.insert(last.substr(0, last.find("\t\tdata_format")));
+    for (std::size_t room = 0; room < last.size(); ++room) {
+        const Limit disk(RLIMIT_FSIZE, room);
+        EXPECT_THAT(fatal([&] { write_header(false); }), StartsWith("I/O error writing output history\n"));
+        EXPECT_TRUE(whole.contains(read_text("g"))) << room << ": " << read_text("g");
+    }
 }
 
 TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
