@@ -40,10 +40,11 @@ pid_t start_command(const std::string& command, bool reading, Descriptor& fd) {
     return pid;
 }
 
-void finish_command(pid_t pid, bool reading) {
+bool finish_command(pid_t pid, bool reading) {
     int status = 0;
     while (::waitpid(pid, &status, reading ? WNOHANG : 0) < 0 && errno == EINTR) {
     }
+    return status == 0;
 }
 
 }  // namespace qas

@@ -13,7 +13,7 @@ namespace qas {
 pid_t start_command(const std::string& command, bool reading, Descriptor& fd);
 
 /// Takes note of the end of a command: waits for one that was written to, so that what it makes of the data is
-/// complete; one that was read from is left to itself.
-void finish_command(pid_t pid, bool reading);
+/// complete; one that was read from is left to itself. False if the command failed.
+bool finish_command(pid_t pid, bool reading);
 
 }  // namespace qas

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 
 #include "lib/corelibs/qas/notes.h"
@@ -22,6 +23,11 @@ std::string identity(const struct stat& status) {
 void Descriptor::reset(int fd) {
     if (fd_ >= 0) ::close(fd_);
     fd_ = fd;
+}
+
+bool Descriptor::close() {
+    const int fd = release();
+    return fd < 0 || ::close(fd) == 0 || errno == EINTR;  // interrupted, it is closed all the same
 }
 
 int file(const std::string& name, int mode) {
@@ -60,6 +66,16 @@ std::int64_t fsize(int fd) {
 bool is_special_file(const std::string& name) {
     struct stat status;
     return ::stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+}
+
+bool sync_file(int fd) {
+    if (!fdordinary(fd)) return true;
+    if (::fsync(fd) != 0 && errno != EINVAL && errno != ENOTSUP) return false;
+    const std::string name = findnm(fd);
+    if (name.empty()) return true;
+    // a file system that cannot sync a folder does it by itself
+    const Descriptor folder(::open(name.substr(0, name.rfind('/') + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder.get() < 0 || ::fsync(folder.get()) == 0 || errno != EIO;
 }
 
 std::string findnm(int fd) {

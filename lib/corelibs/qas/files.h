@@ -25,6 +25,8 @@ public:
         return fd;
     }
     void reset(int fd = -1);
+    /// As reset(), with the error of the call: false, errno set.
+    bool close();
 };
 
 /// Opens `name`: mode 0 for reading, 2 for reading and writing (created if that fails), 1 created anew for reading and
@@ -39,6 +41,9 @@ bool fdordinary(int fd);
 std::int64_t fsize(int fd);
 /// True if `name` exists and is something else than an ordinary file: opening or reading it may wait for ever.
 bool is_special_file(const std::string& name);
+/// Puts what was written to an ordinary file, and its name in its folder, on the disk. Anything else has no disk: done.
+/// False, errno set, if that fails.
+bool sync_file(int fd);
 /// Absolute name of the ordinary file open on `fd`; empty if it has none.
 std::string findnm(int fd);
 /// "device:inode" of an ordinary file by descriptor or by name; empty for anything else. Two names of one file agree.

@@ -3,12 +3,12 @@
 #include <csignal>
 #include <utility>
 
-#include "lib/corelibs/qas/commands.h"
 #include "lib/corelibs/qas/formats.h"
 #include "lib/corelibs/qas/header_input.h"
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/header_output.h"
 #include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/outputs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -31,16 +31,6 @@ void name_header(Layer& layer, streaminf& stream, Mode mode) {
             stream.from_history = true;
         }
     }
-}
-
-/// Closes the header and lets go of what is at its other end.
-void close_header(streaminf& stream) {
-    if (stream.headfile && stream.close_headfile) std::fclose(stream.headfile);
-    stream.headfile = nullptr;
-    stream.listener.reset();
-    if (stream.entrytype == STREAMIN) stream.header_source.close();
-    if (stream.command) finish_command(stream.command, stream.entrytype == STREAMIN);
-    stream.command = 0;
 }
 
 }  // namespace
@@ -125,8 +115,9 @@ void qasstr_hclose(Layer& layer, streaminf& stream) {
     await_reader(layer, stream);
     qasstr_ready_out(layer, stream);
     if (stream.dataname == "follow_hdr") return;
+    sync_data(stream);
     write_header_text(layer, stream, "\n");
-    close_header(stream);
+    finish_header(stream);
 }
 
 void hclose(Layer& layer) {
@@ -141,8 +132,13 @@ void auxhclose(Layer& layer, std::string_view tag) {
 void auxclose(Layer& layer, std::string_view tag) {
     streaminf& stream = known_tag(layer, tag);
     if (stream.entrytype != STREAMIN && header_open(stream)) qasstr_hclose(layer, stream);
-    if (stream.ioinf) stream.io->close(layer, stream);
-    close_header(stream);
+    if (stream.entrytype == STREAMIN) {
+        if (stream.ioinf) stream.io->close(layer, stream);
+        close_header(stream);
+    } else {
+        finish_data(stream);
+        finish_header(stream);
+    }
     layer.streams.remove_if([&](const auto& other) { return other.get() == &stream; });
 }
 

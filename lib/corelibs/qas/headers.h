@@ -25,7 +25,8 @@ bool noheader(Layer& layer);
 std::string get_format(Layer& layer, std::string_view tag);
 void set_format(Layer& layer, std::string_view tag, std::string_view name);
 
-/// Ends an output header: closing lines if due, a newline, close. A second call warns and returns.
+/// Ends an output header: closing lines if due, the data put on the disk, a newline, the header put on the disk, close.
+/// A second call warns and returns.
 void qasstr_hclose(Layer& layer, streaminf& stream);
 /// qasstr_hclose for "out" and for every in/out dataset; for one tag.
 void hclose(Layer& layer);

@@ -10,6 +10,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/jobs.h"
+#include "lib/corelibs/qas/outputs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/streaminf.h"
 #include "lib/corelibs/qas/sync.h"
@@ -316,6 +317,9 @@ void Session::set_alternate_putch(std::string_view tag) {
     state_->layer.altfile = tag;
 }
 
+void Session::finish_outputs() {
+    qas::finish_outputs(state_->layer);
+}
 void Session::hclose() {
     qas::hclose(state_->layer);
 }

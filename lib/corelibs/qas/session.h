@@ -135,6 +135,9 @@ public:
     void set_yes_putch();
     void set_alternate_putch(std::string_view tag);
 
+    /// To be called at the end of a program that tells its success: every output is put on the disk, data first, and
+    /// closed; nothing is added to the histories. Errors: "... cannot be put on the disk: reason", a failed command.
+    void finish_outputs();
     /// Ends the histories of "out" and in/out datasets; that of `tag`; `tag` altogether, data included.
     void hclose();
     void auxhclose(std::string_view tag);

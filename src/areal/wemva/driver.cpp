@@ -199,6 +199,7 @@ void invert(qas::Session& session) {
         EvaluationArrays arrays(setup.par);
         course = iterate(setup.inversion(fft), setup.variables, arrays, state, setup.log);
     }
+    session.finish_outputs();
     print_closing_line(session, setup.par, state, course);
     session.end_prog();
     if (setup.par.strict) refuse_without_success(setup.par, state, course);

@@ -74,6 +74,7 @@ void synthesise(qas::Session& session) {
     const SurveyData data = model_survey(geometry, acquisition, grid, models, options.margin);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
     write_survey(session, options, model, data);
+    session.finish_outputs();
     std::fprintf(stderr, "morvane_synth: modelled in %.1f s; now run: morvane par=%s\n", seconds.count(),
                  options.parfile.c_str());
 }

@@ -93,7 +93,10 @@ int run_cat(Words words) {
     }
     for (std::int64_t i = 0; i < outer; ++i)
         for (const Dataset& set : sets) pass_on(session, set, set.bytes() / outer, sink);
-    if (!raw) session.hclose();
+    if (!raw) {
+        session.hclose();
+        session.finish_outputs();
+    }
     if (std::fflush(stdout) != 0) qaserr("the samples cannot be written to the standard output\n");
     return 0;
 }

@@ -66,6 +66,7 @@ void append_in_place(const Words& words) {
     qas::Session session(session_words(none, {{"head", file}}));
     session.auxinout("head");
     for (const auto& [key, value] : words.parameters) append_line(session, key, value, "head");
+    session.finish_outputs();
 }
 
 /// Standard input's dataset goes to the standard output with the lines in its history.
@@ -78,6 +79,7 @@ void append_on_the_way(const Words& words) {
     for (const auto& [key, value] : words.parameters) append_line(session, key, value, "out");
     pass_on(session, set, set.bytes(), dataset_sink(session));
     session.hclose();
+    session.finish_outputs();
 }
 
 }  // namespace

@@ -255,6 +255,7 @@ int run_from_npy(Words words) {
         done += static_cast<std::int64_t>(wanted);
     }
     session.hclose();
+    session.finish_outputs();
     return 0;
 }
 

@@ -126,6 +126,7 @@ int run_window(Words words) {
         sink(buffer);
     });
     session.hclose();
+    session.finish_outputs();
     return 0;
 }
 

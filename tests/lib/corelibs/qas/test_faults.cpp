@@ -24,13 +24,18 @@ struct Fault {
 };
 Fault write_fault, read_fault, send_fault;
 int seek_error = 0;
+std::string sync_fault;           // fsync fails on files whose name ends with it
+std::vector<std::string> synced;  // what else it was called for
+
+std::string name_of(int fd) {
+    char name[PATH_MAX];
+    const ssize_t length = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), name, sizeof name);
+    return std::string(name, length > 0 ? static_cast<std::size_t>(length) : 0);
+}
 
 ssize_t faulty_call(Fault& fault, int fd, std::size_t count, long number, void* buffer, int flags = 0) {
     if (fault.error != 0) {
-        char name[PATH_MAX];
-        const std::string link = "/proc/self/fd/" + std::to_string(fd);
-        const ssize_t length = ::readlink(link.c_str(), name, sizeof name);
-        if (length > 0 && std::string_view(name, static_cast<std::size_t>(length)).ends_with(fault.suffix)) {
+        if (name_of(fd).ends_with(fault.suffix)) {
             if (fault.room == 0) {
                 errno = fault.error;
                 return -1;
@@ -59,6 +64,14 @@ off_t lseek(int fd, off_t offset, int whence) noexcept {
     }
     return ::syscall(SYS_lseek, fd, offset, whence);
 }
+int fsync(int fd) {
+    if (!sync_fault.empty() && name_of(fd).ends_with(sync_fault)) {
+        errno = EIO;
+        return -1;
+    }
+    synced.push_back(name_of(fd));
+    return 0;
+}
 ssize_t send(int fd, const void* buffer, std::size_t count, int flags) {
     return faulty_call(send_fault, fd, count, SYS_sendto, const_cast<void*>(buffer), flags);
 }
@@ -73,6 +86,8 @@ protected:
     void TearDown() override {
         write_fault = read_fault = send_fault = {};
         seek_error = 0;
+        sync_fault.clear();
+        synced.clear();
     }
 };
 
@@ -206,6 +221,38 @@ TEST_F(Faults, AHeaderLineIsThereWholeOrNotAtAll) {
         EXPECT_THAT(fatal([&] { write_header(false); }), StartsWith("I/O error writing output history\n"));
         EXPECT_TRUE(whole.contains(read_text("g"))) << room << ": " << read_text("g");
     }
+}
+
+TEST_F(Faults, WhatIsFinishedIsOnTheDiskDataFirst) {
+    using Call = void (*)(qas::Session&);
+    const Call ends[] = {[](qas::Session& s) { s.finish_outputs(); }, [](qas::Session& s) { s.auxclose("g"); }};
+    for (const Call& end : ends) {
+        for (const char* fault : {"", "/g@", "/g"}) {
+            auto s = session({"datapath=./"});
+            write(*s, "g", {1});
+            sync_fault = fault;
+            synced.clear();
+            const std::string message = fatal([&] { end(*s); });
+            if (sync_fault.empty()) {
+                EXPECT_EQ(message, "");
+                synced.resize(4);
+                const std::string folder = dir_.substr(0, dir_.size() - 1);
+                EXPECT_EQ(synced, (std::vector<std::string>{dir_ + "g@", folder, dir_ + "g", folder}));
+            } else {
+                EXPECT_THAT(message,
+                            AllOf(HasSubstr("header \"g\" of tag \"g\" (parameter g) cannot be put on the disk:"),
+                                  EndsWith("Input/output error\n")));
+            }
+        }
+    }
+    sync_fault.clear();
+    auto s = session({"datapath=./", "h=|cat > /dev/null; exit 3", "isoutstream=1"});
+    write(*s, "g", {1});
+    s->finish_outputs();
+    EXPECT_THAT(fatal([&] { write(*s, "g", {2}); }), HasSubstr("is finished"));
+    EXPECT_EQ(read_text("g@"), xdr<float>({1}));
+    write(*s, "h", {1});
+    EXPECT_THAT(fatal([&] { s->finish_outputs(); }), HasSubstr("(parameter h): the command failed"));
 }
 
 TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
