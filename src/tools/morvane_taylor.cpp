@@ -165,6 +165,7 @@ std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const
     {
         const Muted out(stdout);
         InversionSetup setup(session);
+        setup.begin_outputs();
         const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
         EvaluationArrays arrays(setup.par);
         Inversion run = setup.inversion(fft);

@@ -69,6 +69,29 @@ std::vector<float> panel_of(const std::vector<float>& samples, int panels, int n
     return {first, first + static_cast<std::ptrdiff_t>(size)};
 }
 
+/// Starts morvane with these words, its name in front, in this folder.
+pid_t start_in_background(std::vector<std::string> words, const std::string& folder) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    const std::string program = std::string(MORVANE_BIN_DIR) + "/morvane";
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const bool ready = chdir(folder.c_str()) == 0 && freopen("/dev/null", "r", stdin) &&
+                       freopen("/dev/null", "w", stdout) && freopen("/dev/null", "w", stderr);
+    if (ready) execv(program.c_str(), argv.data());
+    _exit(127);
+}
+
+/// Every file of a survey's folder with its bytes, but for what the run prints.
+std::map<std::string, std::string> files_of(const TinySurvey& survey) {
+    std::map<std::string, std::string> all;
+    for (const auto& entry : std::filesystem::directory_iterator(survey.dir.text()))
+        if (!entry.path().filename().string().starts_with('.'))
+            all[entry.path().filename()] = files::read_text(entry.path());
+    return all;
+}
+
 struct OutputFile {
     const char *tag, *file;
 };
@@ -575,20 +598,79 @@ TEST(Driver, AFatalErrorGoesToBothStreamsWithStatus23) {
     }
 }
 
-TEST(Driver, ABadInputLeavesTheHeadersOfAnEarlierRun) {
-    for (const bool bad_model : {true, false}) {
-        TinySurvey survey(true);
-        survey.arguments["niter"] = "1";
-        ASSERT_EQ(survey.run().status, 0);
-        const std::string before = files::read_text(survey.dir / "velout.H");
-        ASSERT_THAT(before, HasSubstr("in="));
-        if (bad_model)
-            survey.vel.samples[8] = -1.0f;
-        else
-            survey.arguments["horv0"] = "absent";
-        EXPECT_EQ(survey.run().status, 23);
-        EXPECT_EQ(files::read_text(survey.dir / "velout.H"), before) << bad_model;
+TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
+    TinySurvey survey(true);
+    survey.arguments["niter"] = "1";
+    ASSERT_EQ(survey.run().status, 0);
+    const std::string d = survey.dir.text() + "/";
+    std::filesystem::create_hard_link(d + "rec.H@", d + "hard");
+    const std::map<std::string, std::string> before = files_of(survey);
+    ASSERT_THAT(before.at("velout.H"), HasSubstr("in="));
+    using Arguments = std::map<std::string, std::string>;
+    const struct {
+        Arguments arguments;
+        int status;
+        std::string message;
+    } rows[] = {
+        {{{"horv0", "absent"}}, 23, "horv0=absent: cannot read"},
+        {{{"log", "/nowhere/l"}}, 23, "log=/nowhere/l: cannot create this file"},
+        {{{"Dimage", "/nowhere/d.H"}}, 23, "cannot create output header \"/nowhere/d.H\""},
+        {{{"grad.out", "/nowhere/d"}}, 23, "srite(): invalid output tag grad\n"},
+        {{{"nxfilt", "1"}, {"oper-fxdecon.H", "/nowhere/o"}}, 23, "cannot create output header \"/nowhere/o\""},
+        {{{"mmax", "0"}}, 0, "ERROR: M .LE. 0; 0 evaluations, no result"},
+        {{{"p_up", "-5"}}, 0, "ERROR: NO FEASIBLE SOLUTION; 0 evaluations, no result"},
+        {{{"list", d + "./velout.H"}}, 23, ": this is header \"" + d + "velout.H\" of tag \"Velout\""},
+        {{{"log", d + "hard"}}, 23, ": this is the data file of header \"" + d + "rec.H\" of tag \"rec\""},
+        {{{"log", d + "iterate.dat"}}, 23, "iterate.dat: this is log="},
+        {{{"grad", d + "./vel.H"}}, 23, "(parameter grad) is the file of header \"" + d + "vel.H\" of tag \"vel\""},
+        {{{"nxfilt", "1"}, {"oper-fxdecon.H", d + "rec.H"}}, 23, "(parameter oper-fxdecon.H) is the file of header"},
+        {{{"head", d + "log"}}, 23, "log=" + d + "log: this is header"},
+    };
+    const Arguments first = survey.arguments;
+    for (const auto& row : rows) {
+        survey.arguments = row.arguments;
+        survey.arguments.insert(first.begin(), first.end());
+        const Outcome run = survey.run();
+        EXPECT_EQ(run.status, row.status) << row.message;
+        EXPECT_THAT(run.err, HasSubstr(row.message));
+        EXPECT_TRUE(files_of(survey) == before) << row.message;
     }
+}
+
+TEST(Driver, ASecondRunOnTheSameOutputsIsRefusedWithTheFirstOnesProcess) {
+    TinySurvey survey(true);
+    survey.arguments["list"] = survey.dir / "progress";
+    ASSERT_EQ(mkfifo((survey.dir / "progress").c_str(), 0600), 0);
+    const std::vector<std::string> words_of_first = survey.command();
+    const std::string d = survey.dir.text() + "/";
+    std::filesystem::create_directory(d + "sub");
+    const pid_t first = start_in_background(words_of_first, d);
+    {
+        std::ifstream progress(d + "progress");
+        std::string line;
+        ASSERT_TRUE(std::getline(progress, line));  // its first evaluation is under way
+        kill(first, SIGSTOP);
+        char host[256] = "";
+        gethostname(host, sizeof host);
+        const std::string holder = "is being written by process " + std::to_string(first) + " on " + host + ": ";
+        const std::map<std::string, std::string> other{
+            {"Velout", "sub/v.H"}, {"grad", "sub/g.H"}, {"bkgimg", "sub/b.H"}, {"Dimage", "sub/d.H"},
+            {"log", "l"},          {"list", "p"},       {"head", "h"}};
+        for (const auto& [key, value] : std::map<std::string, std::string>{
+                 {"Velout", d + "velout.H"}, {"grad.out", d + "grad.H@"}, {"log", d + "log"}, {"iterate.dat", ""}}) {
+            std::vector<std::string> words(words_of_first.begin() + 1, words_of_first.end());
+            for (const auto& [name, file] : other) words.push_back(name + "=" + d + file);
+            words.push_back(key + "=" + value);
+            const Outcome second = files::run_program("morvane", words, survey.dir.text());
+            EXPECT_EQ(second.status, 23) << key;
+            EXPECT_THAT(second.err, HasSubstr(holder)) << key;
+            EXPECT_TRUE(std::filesystem::is_empty(d + "sub")) << key;
+        }
+        kill(first, SIGKILL);
+        waitpid(first, nullptr, 0);
+    }
+    survey.arguments["list"] = d + "listagem";
+    EXPECT_EQ(survey.run().status, 0) << "the lock of a dead run does not hold";
 }
 
 TEST(Driver, MissingInputFilesAreNamed) {
@@ -641,18 +723,7 @@ TEST(Driver, AKilledRunLeavesReadableOutputs) {
     const std::string pipe_name = survey.dir / "progress";
     ASSERT_EQ(mkfifo(pipe_name.c_str(), 0600), 0);
     words.push_back("list=" + pipe_name);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        const std::string program = std::string(MORVANE_BIN_DIR) + "/morvane";
-        std::vector<char*> argv;
-        for (std::string& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
-        const bool ready = chdir(survey.dir.text().c_str()) == 0 && freopen("/dev/null", "r", stdin) &&
-                           freopen("/dev/null", "w", stdout) && freopen("/dev/null", "w", stderr);
-        if (ready) execv(program.c_str(), argv.data());
-        _exit(127);
-    }
+    const pid_t child = start_in_background(words, survey.dir.text());
     {
         std::ifstream progress(pipe_name);
         int evaluations = 0;

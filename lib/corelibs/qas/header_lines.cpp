@@ -42,7 +42,7 @@ void take_back(std::FILE* file, std::int64_t begin) {
 }
 
 void write_text(Layer& layer, streaminf& stream, std::string_view text, const char* label) {
-    if (!stream.headfile && stream.listener.get() >= 0) {
+    if (stream.held || (!stream.headfile && stream.listener.get() >= 0)) {
         stream.pending += text;
         return;
     }
@@ -104,7 +104,7 @@ void append_last(Layer& layer, streaminf& stream, std::string_view name, std::st
     std::size_t last = stream.tail.size();
     if (last > 0) last = last < 2 ? 0 : stream.tail.rfind('\n', last - 2) + 1;
     const bool again = stream.tail.compare(last, start.size(), start) == 0 && stream.tail.ends_with('\n');
-    if (!again || !ends_with_our_text(stream)) {
+    if (!again || stream.held || !ends_with_our_text(stream)) {
         append_history(layer, stream, line);
         return;
     }

@@ -18,7 +18,9 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/locks.h"
 #include "lib/corelibs/qas/output_files.h"
+#include "lib/corelibs/qas/outputs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/qaserr.h"
 #include "lib/corelibs/qas/sockets.h"
@@ -46,41 +48,27 @@ void check_named_by_history(const streaminf& stream) {
         stream.tagname.c_str(), stream.headername.c_str(), stream.tagname.c_str());
 }
 
-/// Opens a header file by its name and leaves alone what it holds: that is emptied once the dataset's files are known
-/// to be nobody else's.
-std::FILE* open_header_file(streaminf& stream, bool readable) {
-    const char* name = stream.headername.c_str();
-    stream.new_headfile = ::faccessat(AT_FDCWD, name, F_OK, AT_SYMLINK_NOFOLLOW) != 0;
-    Descriptor fd(::open(name, (readable ? O_RDWR : O_WRONLY) | O_CREAT | O_CLOEXEC, 0666));
+/// Opens a header file by its name, for this program alone, and leaves alone what it holds: that is emptied once the
+/// dataset's files are known to be nobody else's.
+std::FILE* open_header_file(Layer& layer, streaminf& stream, bool readable) {
+    const std::string& name = stream.headername;
+    stream.new_headfile = ::faccessat(AT_FDCWD, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0;
+    stream.close_headfile = true;
+    check_header_is_free(layer, stream);
+    std::string holder;
+    Descriptor fd = open_locked(name, (readable ? O_RDWR : O_WRONLY) | O_CREAT, layer.patience_ms, holder);
+    if (!holder.empty())
+        qaserr("output %s is being written by %s: wait for its end, or give it another name\n",
+               header_place(stream).c_str(), holder.c_str());
     std::FILE* file = fd.get() < 0 ? nullptr : ::fdopen(fd.get(), readable ? "r+" : "w");
     if (file) fd.release();
-    stream.close_headfile = true;
     return file;
-}
-
-/// Empties a header that is to be written anew.
-void empty_header_file(streaminf& stream) {
-    const int fd = ::fileno(stream.headfile);
-    if (!stream.close_headfile || !fdordinary(fd)) return;
-    if (::ftruncate(fd, 0) < 0)
-        qaserr("cannot create output %s: %s\n", header_place(stream).c_str(), std::strerror(errno));
-}
-
-/// Runs the rest of an opening; if it ends the run, a header file that was made for it goes.
-template <class Call>
-void with_new_header(const streaminf& stream, const Call& call) {
-    try {
-        call();
-    } catch (...) {
-        if (stream.new_headfile) ::unlink(stream.headername.c_str());
-        throw;
-    }
 }
 
 void open_outfile(Layer& layer, streaminf& stream) {
     check_named_by_history(stream);
     const char* name = stream.headername.c_str();
-    stream.headfile = open_header_file(stream, false);
+    stream.headfile = open_header_file(layer, stream, false);
     if (stream.headfile) return;
     const int reason = errno;
     layer.notes.perror("qasstrhead, openfile()");
@@ -211,43 +199,39 @@ void open_inoutstream(Layer& layer, streaminf& stream) {
 /// Opens the header file; what it holds already is read if it is to be kept.
 void open_updated_header(Layer& layer, streaminf& stream, bool keep, const std::string& refused) {
     check_named_by_history(stream);
-    stream.headfile = open_header_file(stream, true);
+    stream.headfile = open_header_file(layer, stream, true);
     if (!stream.headfile) {
         layer.notes.perror("qasstrinouthead, openfile()");
         throw Fatal(refused);
     }
-    with_new_header(stream, [&] {
-        stream.format_num = 0;
-        if (keep && fsize(::fileno(stream.headfile)) > 0) {
-            stream.header_source = ByteSource::borrow(::fileno(stream.headfile));
-            readhdr(layer, stream);
-            stream.header_source.close();
-            std::fseek(stream.headfile, 0, SEEK_END);
-            stream.text_end = ::ftello(stream.headfile);
-            stream.tail = stream.headerbuf->substr(stream.headerbuf->size() -
-                                                   std::min(stream.headerbuf->size(), header_look_back));
-            choose_input_format(layer, stream);
-        }
-        open_inoutstream(layer, stream);
-        check_files_are_free(layer, stream);
-        if (!stream.headerbuf) empty_header_file(stream);
-    });
+    stream.format_num = 0;
+    if (keep && fsize(::fileno(stream.headfile)) > 0) {
+        stream.header_source = ByteSource::borrow(::fileno(stream.headfile));
+        readhdr(layer, stream);
+        stream.header_source.close();
+        std::fseek(stream.headfile, 0, SEEK_END);
+        stream.text_end = ::ftello(stream.headfile);
+        stream.tail =
+            stream.headerbuf->substr(stream.headerbuf->size() - std::min(stream.headerbuf->size(), header_look_back));
+        choose_input_format(layer, stream);
+    }
+    open_inoutstream(layer, stream);
+    check_files_are_free(layer, stream);
+    take_over(layer, stream);
 }
 
 }  // namespace
 
 void qasstr_out_head(Layer& layer, streaminf& stream) {
     open_output_header(layer, stream);
-    with_new_header(stream, [&] {
-        stream.isapipe = isapipe(::fileno(stream.headfile));
-        stream.format_num = 0;
-        if (stream.tagname == "out") set_output_data_format(layer, stream);
-        open_outstream(layer, stream);
-        const streaminf* in = stream.tagname == "out" ? tag_info(layer, "in", Mode::input) : nullptr;
-        check_files_are_free(layer, stream);
-        if (!in || in->headerbuf) empty_header_file(stream);
-        if (in) qasstr_copyh(layer, *in, stream);
-    });
+    stream.isapipe = isapipe(::fileno(stream.headfile));
+    stream.format_num = 0;
+    if (stream.tagname == "out") set_output_data_format(layer, stream);
+    open_outstream(layer, stream);
+    const streaminf* in = stream.tagname == "out" ? tag_info(layer, "in", Mode::input) : nullptr;
+    check_files_are_free(layer, stream);
+    if (!in || in->headerbuf) take_over(layer, stream);
+    if (in) qasstr_copyh(layer, *in, stream);
 }
 
 void qasstr_inout_head(Layer& layer, streaminf& stream) {

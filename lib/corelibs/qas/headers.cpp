@@ -78,7 +78,7 @@ streaminf* tag_info(Layer& layer, std::string_view tag, Mode mode) {
                 qasstr_out_head(layer, stream);
         }
     } catch (...) {
-        close_header(stream);
+        discard(stream);
         layer.streams.erase(at);
         throw;
     }
@@ -145,7 +145,7 @@ void auxclose(Layer& layer, std::string_view tag) {
 Layer::~Layer() {
     for (const auto& stream : streams) {
         stream->ioinf.reset();
-        close_header(*stream);
+        stream->held ? discard(*stream) : close_header(*stream);
     }
     if (broken_pipe_action) std::signal(SIGPIPE, *broken_pipe_action);
 }

@@ -21,6 +21,10 @@ extern const IoRoutines multifd_io;
 /// file.
 Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name);
 
+/// Opens an output data file for this program alone, unless nobody will find it; what it holds stays.
+/// Errors: another program writes it.
+Descriptor open_unshared(Layer& layer, const streaminf& stream, const std::string& name, int flags);
+
 /// Moves bytes on a descriptor until the count is reached, the data end, or an error (-1, errno set; `done` then holds
 /// what was moved before).
 std::int64_t read_fully(int fd, void* buffer, std::int64_t nbytes);

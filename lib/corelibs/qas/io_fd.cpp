@@ -10,6 +10,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/locks.h"
 #include "lib/corelibs/qas/output_files.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -92,6 +93,18 @@ std::int64_t fd_size(Layer&, streaminf& stream) {
     return fsize(state_of(stream).fd.get());
 }
 
+/// An output data file, empty unless outputs are held.
+Descriptor open_output(Layer& layer, streaminf& stream, const std::string& name, int flags) {
+    const bool made = ::faccessat(AT_FDCWD, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0;
+    Descriptor fd = open_unshared(layer, stream, name, flags);
+    if (fd.get() < 0 || !overwrites(stream)) return fd;
+    if (layer.hold && made)
+        stream.new_files.push_back(name);
+    else if (!layer.hold && fdordinary(fd.get()) && ::ftruncate(fd.get(), 0) < 0)
+        fd.reset();
+    return fd;
+}
+
 }  // namespace
 
 const IoRoutines fd_io{fd_open, fd_close, fd_read, fd_write, fd_seek, fd_size};
@@ -109,16 +122,16 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
             break;
         case STREAMINOUT:
             text = strprintf("unable to open input/output datafile %s for tag %s \n", name.c_str(), tag);
-            flags = O_RDWR | (stream.fresh_data ? O_CREAT : 0) | (stream.headerbuf ? 0 : O_TRUNC);
+            flags = O_RDWR | (stream.fresh_data ? O_CREAT : 0);
             break;
         case STREAMSCR:
             text = strprintf("unable to open scratch datafile %s for tag %s \n", name.c_str(), tag);
-            flags = O_RDWR | O_CREAT | O_TRUNC;
+            flags = O_RDWR | O_CREAT;
             break;
         default:
             if (stream.unique_data) flags |= O_EXCL;
             text = strprintf(" unable to open output datafile %s for tag %s \n", name.c_str(), tag);
-            flags |= O_WRONLY | O_CREAT | O_TRUNC;
+            flags |= O_WRONLY | O_CREAT;
     }
     check_data_is_free(layer, stream, name);
     Descriptor fd;
@@ -126,7 +139,9 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
     if (!stream.fresh_data && is_special_file(name)) {
         why = "not a regular file";
     } else {
-        fd.reset(::open(name.c_str(), flags | O_CLOEXEC | (stream.fresh_data ? 0 : O_NONBLOCK), 0666));
+        if (!stream.fresh_data) flags |= O_NONBLOCK;
+        fd = stream.entrytype == STREAMIN ? Descriptor(::open(name.c_str(), flags | O_CLOEXEC))
+                                          : open_output(layer, stream, name, flags);
         if (fd.get() >= 0) return fd;
         why = std::strerror(errno);
     }
@@ -134,6 +149,17 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
     stream.trouble = "  data file \"" + name + "\" of " + header_place(stream) + ": " + why + "\n";
     if (!stream.datapath_source.empty())
         stream.trouble += "  " + stream.datapath_source + "; datapath=DIRECTORY/ sets it\n";
+    return fd;
+}
+
+Descriptor open_unshared(Layer& layer, const streaminf& stream, const std::string& name, int flags) {
+    if (is_lost(stream)) return Descriptor(::open(name.c_str(), flags | O_CLOEXEC, 0666));
+    std::string holder;
+    Descriptor fd = open_locked(name, flags, layer.patience_ms, holder);
+    if (!holder.empty())
+        qaserr("output data file \"%s\" for tag \"%s\" is being written by %s: give %s=FILE or another datapath=\n",
+               name.c_str(), stream.tagname.c_str(), holder.c_str(),
+               stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
     return fd;
 }
 

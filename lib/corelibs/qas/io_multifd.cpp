@@ -9,6 +9,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/output_files.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/qaserr.h"
 
@@ -90,13 +91,13 @@ void multifd_open(Layer& layer, streaminf& stream) {
                 return;
             }
             part.maximum = sizes[std::min(state.parts.size(), sizes.size() - 1)] * megabyte;
-            part.written = stream.entrytype != STREAMIN && fsize(part.fd.get()) > 0;
+            part.written = stream.entrytype != STREAMIN && !overwrites(stream) && fsize(part.fd.get()) > 0;
             state.parts.push_back(std::move(part));
         }
         at = end + 1;
     }
     bool later_written = false;  // then a file has its final size
-    for (std::size_t i = state.parts.size(); i-- > 0;) {
+    for (std::size_t i = overwrites(stream) ? 0 : state.parts.size(); i-- > 0;) {
         state.parts[i].full = later_written || fsize(state.parts[i].fd.get()) >= state.parts[i].maximum;
         later_written = later_written || state.parts[i].written;
     }

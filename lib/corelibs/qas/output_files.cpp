@@ -10,9 +10,8 @@
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace qas {
-namespace {
+namespace {}  // namespace
 
-/// A record's data files that are reached by name.
 std::vector<std::string> data_files(Layer& layer, streaminf& stream) {
     std::vector<std::string> names;
     if (!stream.io || stream.iotype == FILE_IO || stream.dataname == "-1") return names;
@@ -26,6 +25,17 @@ std::vector<std::string> data_files(Layer& layer, streaminf& stream) {
     }
     return names;
 }
+
+bool overwrites(const streaminf& stream) {
+    return stream.entrytype != STREAMIN && !(stream.entrytype == STREAMINOUT && stream.headerbuf);
+}
+
+bool is_lost(const streaminf& stream) {
+    return stream.entrytype == STREAMOUT && stream.headfile && !stream.isapipe &&
+           !fdordinary(::fileno(stream.headfile));
+}
+
+namespace {
 
 /// Whether two names of files that do not exist lead to one place.
 bool same_place(const std::string& a, const std::string& b) {
@@ -44,14 +54,17 @@ std::string header_file(const Layer& layer, const streaminf& stream) {
     return stream.headername == "stdin" ? file_identity(::fileno(layer.in)) : file_identity(stream.headername);
 }
 
-bool overwrites(const streaminf& stream) {
-    return stream.entrytype != STREAMIN && !(stream.entrytype == STREAMINOUT && stream.headerbuf);
-}
-
-/// An output whose header goes to a device such as /dev/null: nobody will find its data.
-bool is_lost(const streaminf& stream) {
-    return stream.entrytype == STREAMOUT && stream.headfile && !stream.isapipe &&
-           !fdordinary(::fileno(stream.headfile));
+/// What a file is called that belongs to no dataset, but to the program or its user; empty for any other.
+std::string plain_owner(const Layer& layer, const std::string& identity) {
+    for (const PlainFile& file : layer.plain_files)
+        if (identity == file_identity(file.name)) return file.label;
+    const auto is_in = [&](const ParTable& table) {
+        return std::ranges::any_of(table.files, [&](const auto& name) { return identity == file_identity(name); });
+    };
+    if (is_in(layer.getch_queue)) return "a parameter file";
+    for (const auto& stream : layer.streams)
+        if (is_in(stream->hetch_queue)) return "a parameter file of " + header_place(*stream);
+    return {};
 }
 
 }  // namespace
@@ -64,6 +77,10 @@ void check_data_is_free(Layer& layer, streaminf& stream, const std::string& name
                stream.tagname.c_str(), what, header_place(other).c_str(),
                stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
     };
+    if (const std::string owner = identity.empty() ? std::string() : plain_owner(layer, identity); !owner.empty())
+        qaserr("output data file \"%s\" for tag \"%s\" is %s: give %s=FILE or another datapath=\n", name.c_str(),
+               stream.tagname.c_str(), owner.c_str(),
+               stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
     for (const auto& other : layer.streams) {
         if (!identity.empty() && identity == header_file(layer, *other)) refuse("file of", *other);
         if (other.get() == &stream || (is_lost(stream) && is_lost(*other))) continue;
@@ -73,8 +90,10 @@ void check_data_is_free(Layer& layer, streaminf& stream, const std::string& name
     }
 }
 
-void check_files_are_free(Layer& layer, streaminf& stream) {
+void check_header_is_free(Layer& layer, const streaminf& stream) {
     const std::string identity = stream.close_headfile ? header_file(layer, stream) : std::string();
+    if (const std::string owner = identity.empty() ? std::string() : plain_owner(layer, identity); !owner.empty())
+        qaserr("output %s is %s: give it another name\n", header_place(stream).c_str(), owner.c_str());
     for (const auto& other : layer.streams) {
         if (identity.empty() || other.get() == &stream) continue;
         const auto refuse = [&](const char* what) {
@@ -85,7 +104,29 @@ void check_files_are_free(Layer& layer, streaminf& stream) {
         for (const std::string& theirs : data_files(layer, *other))
             if (identity == file_identity(theirs)) refuse("data file of");
     }
+}
+
+void check_files_are_free(Layer& layer, streaminf& stream) {
+    check_header_is_free(layer, stream);
     for (const std::string& name : data_files(layer, stream)) check_data_is_free(layer, stream, name);
+}
+
+void check_plain_output(Layer& layer, const PlainFile& file) {
+    const std::string identity = file_identity(file.name);
+    if (identity.empty()) return;
+    const auto refuse = [&](const std::string& what) {
+        qaserr("%s: this is %s: %s\n", file.label.c_str(), what.c_str(), file.cure.c_str());
+    };
+    for (const auto& stream : layer.streams) {
+        if (identity == header_file(layer, *stream)) refuse(header_place(*stream));
+        for (const std::string& name : data_files(layer, *stream))
+            if (identity == file_identity(name)) refuse("the data file of " + header_place(*stream));
+    }
+    if (const std::string owner = plain_owner(layer, identity); !owner.empty()) refuse(owner);
+    const std::pair<std::FILE*, const char*> streams[] = {
+        {layer.in, "the standard input"}, {layer.out, "the standard output"}, {layer.notes.err, "the standard error"}};
+    for (const auto& [stream, what] : streams)
+        if (identity == file_identity(::fileno(stream))) refuse(what);
 }
 
 }  // namespace qas

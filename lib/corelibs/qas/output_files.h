@@ -1,6 +1,7 @@
 #pragma once
 /// Outputs must not overwrite what another dataset in use is read from or written to.
 #include <string>
+#include <vector>
 
 #include "lib/corelibs/qas/streaminf.h"
 
@@ -12,6 +13,19 @@ namespace qas {
 /// pass.
 void check_files_are_free(Layer& layer, streaminf& stream);
 
+/// To be called when a program opens a text file for writing, before it is emptied: ends the run if that is the file of
+/// a dataset in use, a parameter file, a standard stream, or a text file taken before.
+void check_plain_output(Layer& layer, const PlainFile& file);
+
+/// A record's data files that are reached by name.
+std::vector<std::string> data_files(Layer& layer, streaminf& stream);
+/// Whether a record's files are written anew.
+bool overwrites(const streaminf& stream);
+/// An output whose header goes to a device such as /dev/null: nobody will find its data.
+bool is_lost(const streaminf& stream);
+
+/// The same for a header that is about to be opened.
+void check_header_is_free(Layer& layer, const streaminf& stream);
 /// The same for one data file, when it is about to be opened: inputs may have come into use since.
 void check_data_is_free(Layer& layer, streaminf& stream, const std::string& name);
 

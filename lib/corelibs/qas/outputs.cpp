@@ -1,13 +1,22 @@
 #include "lib/corelibs/qas/outputs.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "lib/corelibs/qas/commands.h"
+#include "lib/corelibs/qas/formats.h"
 #include "lib/corelibs/qas/header_lines.h"
+#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/io.h"
+#include "lib/corelibs/qas/output_files.h"
 #include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/transfer.h"
 
 namespace qas {
 namespace {
@@ -31,7 +40,61 @@ void for_each_data_file(Stream& stream, Use use) {
         for (auto& part : several->parts) use(part.fd, part.name);
 }
 
+void empty(int fd, const std::string& place) {
+    if (fdordinary(fd) && ::ftruncate(fd, 0) < 0)
+        qaserr("cannot create output %s: %s\n", place.c_str(), std::strerror(errno));
+}
+
+/// The data files an earlier program left, where they can be written; files that are not there yet, and streams, are no
+/// matter.
+std::vector<Descriptor> earlier_data(Layer& layer, streaminf& stream) {
+    std::vector<Descriptor> files;
+    if (is_lost(stream) || stream.unique_data) return files;
+    for (const std::string& name : data_files(layer, stream))
+        if (!file_identity(name).empty()) files.push_back(open_unshared(layer, stream, name, O_WRONLY));
+    return files;
+}
+
 }  // namespace
+
+void take_over(Layer& layer, streaminf& stream) {
+    const bool by_name = stream.close_headfile && fdordinary(::fileno(stream.headfile));
+    stream.held = layer.hold && by_name;
+    stream.taken_over = !layer.hold || !overwrites(stream);
+    if (layer.hold || !overwrites(stream)) return;
+    const std::vector<Descriptor> data = stream.ioinf ? std::vector<Descriptor>() : earlier_data(layer, stream);
+    if (by_name) empty(::fileno(stream.headfile), header_place(stream));
+    for (const Descriptor& fd : data) empty(fd.get(), "data of " + header_place(stream));
+    for_each_data_file(
+        stream, [&](const Descriptor& fd, const std::string& name) { empty(fd.get(), data_place(stream, name)); });
+}
+
+void begin_outputs(Layer& layer, std::span<const std::string> tags) {
+    for (const std::string& tag : tags) {
+        streaminf& stream = *tag_info(layer, tag, Mode::output);
+        if (stream.valid && !stream.ioinf) stream.io->open(layer, stream);
+        if (!stream.valid) qaserr("srite(): invalid output tag %s\n%s", tag.c_str(), stream.trouble.c_str());
+    }
+    layer.hold = false;
+    for (const auto& stream : layer.streams)
+        if (stream->entrytype != STREAMIN && !stream->taken_over) take_over(layer, *stream);
+    for (const auto& stream : layer.streams) {
+        stream->held = false;
+        stream->new_files.clear();
+        if (!stream->pending.empty() && stream->headfile)
+            write_header_text(layer, *stream, std::exchange(stream->pending, {}));
+        for (const auto& [format, bytes] : std::exchange(stream->held_samples, {}))
+            srite2(layer, stream->tagname, bytes.data(), std::ssize(bytes), get_format_name(format));
+    }
+}
+
+void discard(streaminf& stream) {
+    if (stream.new_headfile && stream.headfile &&
+        file_identity(stream.headername) == file_identity(::fileno(stream.headfile)))
+        ::unlink(stream.headername.c_str());
+    for (const std::string& name : stream.new_files) ::unlink(name.c_str());
+    close_header(stream);
+}
 
 void close_header(streaminf& stream) {
     if (stream.headfile && stream.close_headfile) std::fclose(stream.headfile);
@@ -72,6 +135,7 @@ void finish_header(streaminf& stream) {
 }
 
 void finish_outputs(Layer& layer) {
+    if (layer.hold) begin_outputs(layer, {});
     for (const auto& stream : layer.streams) {
         if (stream->entrytype == STREAMIN) continue;
         finish_data(*stream);

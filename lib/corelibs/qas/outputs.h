@@ -1,11 +1,26 @@
 #pragma once
-/// The end of outputs: what a program wrote reaches the disk, or the run ends with the reason.
+/// The life of outputs: their files are opened and checked, then emptied all together, written, and put on the disk.
+#include <span>
+#include <string>
+
 #include "lib/corelibs/qas/streaminf.h"
 
 namespace qas {
 
+/// To be called when an output's files are known to be nobody else's: empties the header and whatever data files are
+/// there, or, while outputs are held, leaves that to begin_outputs.
+/// Errors: a data file that another program writes.
+void take_over(Layer& layer, streaminf& stream);
+
+/// Opens the data of these tags, too, which can still fail; then empties what all outputs held, and writes the lines
+/// and samples that waited.
+/// Errors: "srite(): invalid output tag %s\n", and those of the writing routines.
+void begin_outputs(Layer& layer, std::span<const std::string> tags);
+
 /// Lets go of a header and of what is at its other end.
 void close_header(streaminf& stream);
+/// The same for an output that comes to nothing: files that were made for it go.
+void discard(streaminf& stream);
 
 /// Puts the data of an output on the disk; they stay open.
 /// Errors: "... cannot be put on the disk: reason".

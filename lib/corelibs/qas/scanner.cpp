@@ -161,6 +161,7 @@ void scan_inputs(ParTable& table, std::int64_t& clock, std::vector<Input> inputs
         if (token.name == "par") {
             if (++files > max_files) qaserr("par=%s: more than %d parameter files\n", token.value.c_str(), max_files);
             inputs.push_back(getpar_stack_par(token.value, inputs, included, origin));
+            table.files.push_back(token.value);
         }
     }
 }
@@ -195,6 +196,7 @@ void getpar_string_store(ParTable& table, std::int64_t& clock, std::string_view 
         std::size_t included = 0;
         std::vector<Input> inputs;
         inputs.push_back(getpar_stack_par(value, {}, included, Origin::user));
+        table.files.push_back(value);
         scan_inputs(table, clock, std::move(inputs), included, Origin::user);
     }
 }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qas {
 
@@ -21,7 +22,9 @@ struct Entry {
     std::int64_t timestamp = 0;
 };
 
-using ParTable = std::map<std::string, Entry, std::less<>>;
+struct ParTable : std::map<std::string, Entry, std::less<>> {
+    std::vector<std::string> files;  ///< parameter files that were read
+};
 
 /// Who wrote a text. What stands in a history may have come from anywhere: a `par=` there reads regular files only.
 enum class Origin { user, history };

@@ -10,6 +10,7 @@
 #include "lib/corelibs/qas/header_lines.h"
 #include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/jobs.h"
+#include "lib/corelibs/qas/output_files.h"
 #include "lib/corelibs/qas/outputs.h"
 #include "lib/corelibs/qas/parameters.h"
 #include "lib/corelibs/qas/streaminf.h"
@@ -317,6 +318,26 @@ void Session::set_alternate_putch(std::string_view tag) {
     state_->layer.altfile = tag;
 }
 
+void Session::claim_input(const PlainFile& file) {
+    state_->layer.plain_files.push_back(file);
+}
+PlainOutput Session::claim_output(const PlainFile& file) {
+    check_plain_output(state_->layer, file);
+    PlainOutput output(file, state_->layer.patience_ms);
+    check_plain_output(state_->layer, file);  // a new file may be the data file of an output
+    state_->layer.plain_files.push_back(file);
+    return output;
+}
+
+void Session::set_patience(int milliseconds) {
+    state_->layer.patience_ms = milliseconds;
+}
+void Session::hold_outputs() {
+    state_->layer.hold = true;
+}
+void Session::begin_outputs(const std::vector<std::string>& tags) {
+    qas::begin_outputs(state_->layer, tags);
+}
 void Session::finish_outputs() {
     qas::finish_outputs(state_->layer);
 }

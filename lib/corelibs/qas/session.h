@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "lib/base/axis.h"
+#include "lib/corelibs/qas/plain_output.h"
 #include "lib/corelibs/qas/qaserr.h"
 #include "lib/corelibs/qas/window.h"
 
@@ -135,6 +136,21 @@ public:
     void set_yes_putch();
     void set_alternate_putch(std::string_view tag);
 
+    /// Takes a file that the program reads or writes beside its datasets. An output may be no file of a dataset in use,
+    /// no parameter file, no standard stream and no other such file; from then on, no output of a dataset may be one of
+    /// these. What counts is the file, not how it is spelled. Errors: also those of PlainOutput.
+    void claim_input(const PlainFile& file);
+    PlainOutput claim_output(const PlainFile& file);
+
+    /// How long an output that another program writes is waited for before the run is refused; at first not at all.
+    void set_patience(int milliseconds);
+    /// To be called before a program's first output: until begin_outputs, what stands in files that outputs name stays
+    /// as it is; lines and samples wait in memory, and come to nothing if the session ends before.
+    void hold_outputs();
+    /// To be called when nothing but the work can fail any more. Opens the data of these tags; then empties the headers
+    /// and data of all outputs and writes what waited. Errors: "srite(): invalid output tag %s\n", before anything is
+    /// emptied.
+    void begin_outputs(const std::vector<std::string>& tags);
     /// To be called at the end of a program that tells its success: every output is put on the disk, data first, and
     /// closed; nothing is added to the histories. Errors: "... cannot be put on the disk: reason", a failed command.
     void finish_outputs();

@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "lib/corelibs/qas/decode.h"
 #include "lib/corelibs/qas/files.h"
 #include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/plain_output.h"
 #include "lib/corelibs/qas/scanner.h"
 
 namespace qas {
@@ -75,14 +77,18 @@ struct streaminf {
     bool valid = true;    ///< false: no header, or no data
     std::string trouble;  ///< why it is not valid, a line for messages
     std::string headername;
-    bool from_history = false;             ///< the header's name came out of a history
-    ByteSource header_source;              ///< an open input header, and what follows it
-    std::FILE* headfile = nullptr;         ///< an open output or in/out header
-    bool close_headfile = false;           ///< headfile is this record's to close
-    bool new_headfile = false;             ///< headfile did not exist before
+    bool from_history = false;           ///< the header's name came out of a history
+    ByteSource header_source;            ///< an open input header, and what follows it
+    std::FILE* headfile = nullptr;       ///< an open output or in/out header
+    bool close_headfile = false;         ///< headfile is this record's to close
+    bool new_headfile = false;           ///< headfile did not exist before
+    std::vector<std::string> new_files;  ///< data files that did not
+    bool taken_over = false;             ///< what its files held was emptied, or is kept
+    bool held = false;                   ///< lines and samples wait until its files may be changed
+    std::vector<std::pair<int, std::vector<char>>> held_samples;  ///< data format and bytes of each srite
     pid_t command = 0;                     ///< process at the other end of the header, if it is a command
     Descriptor listener;                   ///< where the reader of a socket output will connect
-    std::string pending;                   ///< header text of a socket output that no reader has come for
+    std::string pending;                   ///< header text of a held output, or of a socket without a reader
     Descriptor sockfd;                     ///< kept open to the reader or writer that answered at the header's end
     std::string tail;                      ///< the last bytes written to headfile
     std::int64_t text_end = -1;            ///< its length after they were written; -1: unknown
@@ -121,8 +127,11 @@ struct Layer {
     std::list<std::unique_ptr<streaminf>> streams;
     std::FILE* in = stdin;
     std::FILE* out = stdout;
+    std::vector<PlainFile> plain_files;  ///< what the program reads and writes beside its datasets
     Notes notes;
-    int retry_ms = 1000;                              ///< between two attempts to connect
+    bool hold = false;    ///< outputs are opened and checked, but nothing is emptied or written in files
+    int patience_ms = 0;  ///< how long another program that writes an output is waited for
+    int retry_ms = 1000;  ///< between two attempts to connect
     std::optional<void (*)(int)> broken_pipe_action;  ///< what SIGPIPE did before an output went to a command or socket
     int hint_after_ms = 5000;  ///< silence of an input header before the user is told what the run waits for
     enum class Recording { on, off, alternate } recording = Recording::on;

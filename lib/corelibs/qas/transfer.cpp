@@ -41,6 +41,11 @@ std::int64_t read_samples(Layer& layer, streaminf& stream, void* buffer, std::in
 }
 
 std::int64_t write_samples(Layer& layer, streaminf& stream, const void* buffer, std::int64_t nbytes, int format) {
+    if (stream.held) {
+        const char* bytes = static_cast<const char*>(buffer);
+        stream.held_samples.emplace_back(format, std::vector<char>(bytes, bytes + nbytes));
+        return nbytes;
+    }
     if (!open_data(layer, stream) || stream.entrytype == STREAMIN)
         qaserr("srite(): invalid output tag %s\n%s", stream.tagname.c_str(), stream.trouble.c_str());
     qasstr_ready_out(layer, stream);

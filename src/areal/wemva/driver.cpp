@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,7 @@
 namespace {
 
 // The solver's own convergence tests practically never end a run; niter does.
-constexpr int iprint = 99;
+constexpr int iprint = 99, without_file = 0, silent = -1;  // report levels
 constexpr double smallest_normal = 1.17549435e-38;
 constexpr double pgtol = 1.1754943508222875e-38;  // 2^-126
 
@@ -43,9 +44,18 @@ struct Solver {
           wa(solver::wa_size(x.size(), static_cast<std::size_t>(std::max(m, 0)))),  // it refuses m below 1 itself
           bounds(setup.bounds),
           iwa(solver::iwa_size(x.size())) {}
-    void call() {
-        solver::setulb(n, m, x, bounds.l, bounds.u, bounds.nbd, fun, g, factr, pgtol, wa, iwa, task, iprint, csave,
-                       lsave, isave, dsave);
+    void call(int report_level) {
+        solver::setulb(n, m, x, bounds.l, bounds.u, bounds.nbd, fun, g, factr, pgtol, wa, iwa, task, report_level,
+                       csave, lsave, isave, dsave);
+    }
+    /// Whether it will end at once because an argument is wrong.
+    bool refuses() {
+        const std::vector<double> first = x;
+        call(silent);
+        const bool refused = task.starts_with("ERROR");
+        x = first;
+        task = "START";
+        return refused;
     }
 };
 
@@ -106,7 +116,7 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
     bool cond = true;
     while (cond && iter <= run.par.niter) {
         cond = false;
-        state.call();
+        state.call(iprint);
         if (state.task.starts_with("FG")) {
             variables.model(state.x, x);
             fun = evaluate(run, arrays, x, g, iter, titer);
@@ -145,6 +155,13 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
         }
     }
     return course;
+}
+
+/// The file that the solver reports to, so that no other run writes it. Without it the run goes on.
+qas::PlainOutput claim_report(qas::Session& session) {
+    const std::string name = "iterate.dat";
+    if (!std::filesystem::is_regular_file(name) && std::filesystem::exists(name)) return {};
+    return session.claim_output({name, name, "start this run in another folder"});
 }
 
 /// What to try after a run that went nowhere.
@@ -194,12 +211,21 @@ void invert(qas::Session& session) {
     InversionSetup setup(session);
     Solver state(setup);
     Course course;
-    if (setup.par.niter > 0) {
+    if (setup.par.niter > 0 && state.refuses()) {
+        state.call(without_file);
+    } else if (setup.par.niter > 0) {
         const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
         EvaluationArrays arrays(setup.par);
+        qas::PlainOutput report = claim_report(session);
+        setup.begin_outputs();
+        report.begin();
         course = iterate(setup.inversion(fft), setup.variables, arrays, state, setup.log);
+        report.finish();
+        setup.finish_outputs();
+    } else {
+        setup.begin_outputs();
+        setup.finish_outputs();
     }
-    session.finish_outputs();
     print_closing_line(session, setup.par, state, course);
     session.end_prog();
     if (setup.par.strict) refuse_without_success(setup.par, state, course);

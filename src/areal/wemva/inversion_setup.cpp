@@ -18,6 +18,12 @@
 
 namespace {
 
+/// From here to begin_outputs, what earlier runs left stays.
+qas::Session& hold(qas::Session& session) {
+    session.hold_outputs();
+    return session;
+}
+
 Parms read_parms(qas::Session& session) {
     Parms par = owparam(session);
     if (par.vspl)
@@ -52,13 +58,6 @@ Array<float, 2> read_start_model(qas::Session& session, const Parms& par) {
 std::optional<base_spln2d> make_spline(const Parms& par) {
     if (!par.spline_grad()) return std::nullopt;
     return base_spln2d_init(par.img.xm, par.img.z, par.axk, par.azk, par.node);
-}
-
-TextLog open_listing(qas::Session& session) {
-    const std::string name = session.from_param<std::string>("list", "listagem");
-    if (name == session.getch<std::string>("log").value_or("log"))
-        refuse("list=%s: the progress listing cannot share the file of log", name.c_str());
-    return TextLog("list", name);
 }
 
 Array<float, 1> make_taper(const Parms& par) {
@@ -144,12 +143,12 @@ std::vector<float> read_picks(qas::Session& session, const Parms& par) {
 }  // namespace
 
 InversionSetup::InversionSetup(qas::Session& s)
-    : session(s),
+    : session(hold(s)),
       par(read_parms(session)),
       mmax(read_pairs(session, par)),
       spline(make_spline(par)),
-      log("log", session.from_param<std::string>("log", "log")),
-      listing(open_listing(session)),
+      log(session, "log", session.from_param<std::string>("log", "log")),
+      listing(session, "list", session.from_param<std::string>("list", "listagem")),
       taper(make_taper(par)),
       vel0(read_start_model(session, par)),
       vref(cluster(par, vel0)),
@@ -157,6 +156,18 @@ InversionSetup::InversionSetup(qas::Session& s)
       variables(start, par.exact() ? spline : std::nullopt),
       bounds(variables.bounds(sample_bounds(session, par, start))),
       pick1(read_picks(session, par)) {}
+
+void InversionSetup::begin_outputs() {
+    session.begin_outputs(par.niter > 0 ? outputs_with_data(par, session) : std::vector<std::string>());
+    log.begin();
+    listing.begin();
+}
+
+void InversionSetup::finish_outputs() {
+    session.finish_outputs();
+    log.finish();
+    listing.finish();
+}
 
 unsigned InversionSetup::planner_flags() const {
     if (par.fftplan == "patient") return FFTW_PATIENT;

@@ -12,7 +12,7 @@
 #include "src/areal/wemva/variables.h"
 
 /// Reads, checks and prepares in the order of its members. Throws qas::Fatal for everything it cannot continue from.
-/// Output headers are written and the logs opened; nothing else is.
+/// Outputs are opened and held: what an earlier run left in them stays until begin_outputs.
 struct InversionSetup {
     qas::Session& session;
     Parms par;
@@ -30,6 +30,11 @@ struct InversionSetup {
     explicit InversionSetup(qas::Session& session);
     InversionSetup(const InversionSetup&) = delete;
     InversionSetup& operator=(const InversionSetup&) = delete;
+
+    /// Empties all outputs and writes the headers; to be called when nothing but the work can fail any more.
+    void begin_outputs();
+    /// Puts all outputs on the disk and closes them.
+    void finish_outputs();
 
     /// Planner flags of the run's transforms.
     unsigned planner_flags() const;

@@ -455,7 +455,6 @@ Parms owparam(qas::Session& session) {
     }
     par.isp = std::abs(truncate(std::floor(par.rec.h.o / par.rec.h.d))) + 1;
     check_settings(par, session);
-    check_output_names(par, session);
     check_input_files(par, session);
     if ((!par.adj || own_grid) && par.migration) write_image_shape(session, par, "bkgimg");
     write_headers(session, par);

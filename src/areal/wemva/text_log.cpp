@@ -1,14 +1,10 @@
 #include "src/areal/wemva/text_log.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <utility>
 
 #include "lib/base/fixed_format.h"
-#include "src/areal/wemva/messages.h"
 
 namespace {
 
@@ -19,16 +15,11 @@ std::string column_velocity(double velocity, int width) {
 
 }  // namespace
 
-TextLog::TextLog(std::string_view key, std::string name)
-    : key_(key), name_(std::move(name)), file_(std::fopen(name_.c_str(), "w")) {
-    if (!file_) refuse("%s=%s: cannot create this file: %s", key_.c_str(), name_.c_str(), std::strerror(errno));
-}
+TextLog::TextLog(qas::Session& session, const std::string& key, const std::string& name)
+    : file_(session.claim_output({name, key + "=" + name})) {}
 
 void TextLog::line(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), file_.get());
-    std::fputc('\n', file_.get());
-    if (std::fflush(file_.get()) != 0 || std::ferror(file_.get()))
-        refuse("%s=%s: cannot write to this file: %s", key_.c_str(), name_.c_str(), std::strerror(errno));
+    file_.write(std::string(text) + '\n');
 }
 
 std::string column_fun(double fun, int width) {

@@ -1,25 +1,27 @@
 #pragma once
 /// Plain text outputs of a run: the iteration log, the progress listing, and the lines they hold.
-#include <cstdio>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 
+#include "lib/corelibs/qas/plain_output.h"
+#include "lib/corelibs/qas/session.h"
+
 /// A text file that is written line by line; each line reaches the file at once, so that a killed run leaves all of
 /// them.
 class TextLog {
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    std::string key_, name_;
-    std::unique_ptr<std::FILE, Close> file_;
+    qas::PlainOutput file_;
 
 public:
-    /// Creates or overwrites the file `name`, which parameter `key` gave; ends the run if that fails.
-    TextLog(std::string_view key, std::string name);
+    /// Opens the file `name`, which parameter `key` gave; ends the run if that fails, or if it is a file of another
+    /// input or output. What it holds stays until begin().
+    TextLog(qas::Session& session, const std::string& key, const std::string& name);
+    /// Empties the file.
+    void begin() { file_.begin(); }
     /// Appends one line; ends the run if it cannot be written.
     void line(std::string_view text);
+    /// Puts the file on the disk and closes it.
+    void finish() { file_.finish(); }
 };
 
 /// fun as the log shows it: rounded to single precision, in `width` columns with 6 decimals.

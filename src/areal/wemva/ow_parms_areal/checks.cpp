@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
@@ -400,37 +399,18 @@ void check_settings(const Parms& par, qas::Session& session) {
     check_transform_length(par, width);
 }
 
-void check_output_names(const Parms& par, qas::Session& session) {
-    struct Name {
-        const char* tag;
-        std::filesystem::path path;
+std::vector<std::string> outputs_with_data(const Parms& par, qas::Session& session) {
+    std::vector<std::string> tags{"Velout", "bkgimg", "Dimage", "grad"};
+    const auto add_given = [&](const char* tag, bool written) {
+        if (written && session.exist_file(tag)) tags.push_back(tag);
     };
-    std::vector<Name> inputs, outputs;
-    const auto look_up = [&](const char* tag) {
-        const std::string given = session.getch<std::string>(tag).value_or(tag);
-        return Name{tag, std::filesystem::path(given).lexically_normal()};
-    };
-    for (const char* tag : {"vel", "rec", "sou"}) inputs.push_back(look_up(tag));
-    for (const char* tag : {"deltaI", "deltaS"})
-        if (session.exist_file(tag)) inputs.push_back(look_up(tag));
-    for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage"}) outputs.push_back(look_up(tag));
-    for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz"})
-        if (session.exist_file(tag)) outputs.push_back(look_up(tag));
-    if (par.dipflt) inputs.push_back(look_up("dipfile"));
-    if (par.dipflt && session.exist_file("maskout")) outputs.push_back(look_up("maskout"));
-    if (par.compensates()) outputs.push_back(look_up("illum"));
-    if (par.nxfilt != not_given) outputs.push_back(look_up("oper-fxdecon.H"));
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-        for (const Name& input : inputs)
-            if (input.path == outputs[i].path)
-                refuse("%s=%s: this output would overwrite the input %s", outputs[i].tag, outputs[i].path.c_str(),
-                       input.tag);
-        // data files are named after the last part of the header's name, wherever the header lies
-        for (std::size_t j = 0; j < i; ++j)
-            if (outputs[j].path.filename() == outputs[i].path.filename())
-                refuse("%s=%s: the data of the output %s=%s would go to the same file", outputs[i].tag,
-                       outputs[i].path.c_str(), outputs[j].tag, outputs[j].path.c_str());
-    }
+    if (par.compensates()) tags.push_back("illum");
+    for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"}) add_given(tag, !par.exact());
+    add_given("xxx", true);
+    add_given("zzz", !par.areal);
+    add_given("maskout", par.dipflt);
+    if (par.nxfilt != not_given) tags.push_back("oper-fxdecon.H");
+    return tags;
 }
 
 namespace {

@@ -1,6 +1,9 @@
 #pragma once
 /// Start-up checks beyond those of owparam's own steps: what would otherwise divide by zero, leave an array or give a
 /// silently wrong result is refused or warned about before anything is computed, with key, value and what is permitted.
+#include <string>
+#include <vector>
+
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/ow_parms_areal.h"
@@ -15,11 +18,10 @@ void check_settings(const Parms& par, qas::Session& session);
 /// The depth axis: levels lost to rounding, the top of the image against that of the model.
 void check_depths(const Parms& par);
 
-/// No output may take the header of an input, or that of another output.
-void check_output_names(const Parms& par, qas::Session& session);
+/// Tags of the outputs that get samples during a run.
+std::vector<std::string> outputs_with_data(const Parms& par, qas::Session& session);
 
-/// Looks into inputs that are read for good only after the output headers have been opened, so that a bad one does not
-/// cost the headers of an earlier run: the horizon file and, where it can be rewound, the start model.
+/// Looks into inputs that are read for good only later: the horizon file and, where it can be rewound, the start model.
 void check_input_files(const Parms& par, qas::Session& session);
 
 /// The start model on the image grid (img.xm.n, img.z.n): positive and finite, of a plausible unit, against vsal.

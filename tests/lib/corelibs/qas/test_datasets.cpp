@@ -434,6 +434,7 @@ TEST_F(Datasets, ClosingHeaders) {
     write_text("g@", std::string(500, 'o'));
     auto s = session({"datapath=./", "g.write_title=no"});
     s->to_history("n1", 1, "g");
+    EXPECT_EQ(read_text("g@"), "") << "old samples under a new history";
     s->auxhclose("g");
     EXPECT_EQ(read_text("g"), "\t\tn1=1\n\t\tsets next: in=\"./g@\"\n\t\tdata_format=\"xdr_float\"\n\n");
     s->auxhclose("g");

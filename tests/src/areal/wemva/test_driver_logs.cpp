@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/horizon_file.h"
 #include "src/areal/wemva/text_log.h"
 #include "src/areal/wemva/truncate.h"
@@ -24,9 +24,27 @@ TEST(IterationLine, WhatIsNoNumberShowsAsAsterisks) {
         << "fun is rounded to single precision, where this one is infinite";
 }
 
+namespace {
+
+/// The message with which a run ends that writes a line to a log of this name.
+std::string log_failure(qas::Session& session, const std::string& name) {
+    try {
+        TextLog(session, "list", name).line("text");
+    } catch (const qas::Fatal& error) {
+        return error.what();
+    }
+    return "";
+}
+
+}  // namespace
+
 TEST(TextLog, LinesReachTheFileAtOnce) {
     const files::TempDir dir;
-    TextLog log("log", dir / "log");
+    qas::Session session(std::vector<std::string>{"prog"});
+    files::write_text(dir / "log", "an earlier run's");
+    TextLog log(session, "log", dir / "log");
+    EXPECT_EQ(files::read_text(dir / "log"), "an earlier run's");
+    log.begin();
     EXPECT_EQ(files::read_text(dir / "log"), "");
     log.line("one");
     log.line("two");
@@ -35,15 +53,49 @@ TEST(TextLog, LinesReachTheFileAtOnce) {
 
 TEST(TextLog, AFileThatCannotBeMadeOrWrittenEndsTheRun) {
     const files::TempDir dir;
-    try {
-        TextLog("list", dir / "missing/listagem");
-        FAIL();
-    } catch (const qas::Fatal& error) {
-        EXPECT_EQ(error.what(),
-                  "list=" + dir / "missing/listagem" + ": cannot create this file: No such file or directory\n");
+    qas::Session session(std::vector<std::string>{"prog"});
+    EXPECT_EQ(log_failure(session, dir / "missing/listagem"),
+              "list=" + dir / "missing/listagem" + ": cannot create this file: No such file or directory\n");
+    EXPECT_EQ(log_failure(session, "/dev/full"),
+              "list=/dev/full: cannot write to this file: No space left on device\n");
+}
+
+TEST(TextLog, NeverTakesAFileOfTheRun) {
+    const files::TempDir dir;
+    const std::string d = dir.text() + "/";
+    files::write_text(d + "vel.H", "n1=1 in=" + d + "v@\n");
+    files::write_text(d + "run.par", "vel=" + d + "vel.H\n");
+    for (const char* name : {"v@", "horizon", "other"}) files::write_text(d + name, name);
+    std::filesystem::create_directory(d + "sub");
+    std::filesystem::create_hard_link(d + "v@", d + "hard");
+    std::filesystem::create_symlink("run.par", d + "soft");
+    qas::Session session(std::vector<std::string>{"prog", "par=" + d + "run.par", "g=" + d + "g.H", "datapath=" + d});
+    session.from_aux<int>("vel", "n1");
+    session.hold_outputs();
+    session.to_history("n1", 1, "g");
+    session.claim_input({d + "horizon", "horv0=" + d + "horizon"});
+    const TextLog log(session, "log", d + "run.log");
+    const std::string g = "header \"" + d + "g.H\" of tag \"g\" (parameter g)";
+    const std::string vel = "the data file of header \"" + d + "vel.H\" of tag \"vel\" (parameter vel)";
+    for (const auto& [name, owner] :
+         std::vector<std::pair<std::string, std::string>>{{"sub/../g.H", g},
+                                                          {"sub/../g.H@", "the data file of " + g},  // to be made
+                                                          {"hard", vel},
+                                                          {"soft", "a parameter file"},
+                                                          {"horizon", "horv0=" + d + "horizon"},
+                                                          {"sub/../run.log", "log=" + d + "run.log"}})
+        EXPECT_EQ(log_failure(session, d + name),
+                  "list=" + d + name + ": this is " + owner + ": give it another name\n");
+    EXPECT_EQ(files::read_text(d + "v@") + files::read_text(d + "run.par"), "v@vel=" + d + "vel.H\n");
+    EXPECT_FALSE(std::filesystem::exists(d + "g.H@"));
+    for (const char* name : {"run.log", "run.par", "horizon"}) {  // nor does a dataset take one of the program's
+        session.getch_add_string("h=" + d + name);
+        EXPECT_THROW(session.to_history("n1", 1, "h"), qas::Fatal) << name;
+        session.getch_add_string("h=" + d + "h.H");
+        session.getch_add_string("h.out=" + d + name);
+        EXPECT_THROW(session.to_history("n1", 1, "h"), qas::Fatal) << name;
+        session.getch_add_string("h.out=");
     }
-    TextLog full("log", "/dev/full");
-    EXPECT_THROW(full.line("text"), qas::Fatal);
 }
 
 namespace {

@@ -50,7 +50,7 @@ TEST(Evaluate, TheGradientIsMinusTheAdjointOfTheTwiceWeightedImage) {
     qas::Session session(survey.command());
     const Parms par = owparam(session);
     const LateralFft fft(par.kxm.n, FFTW_ESTIMATE);
-    TextLog listing("list", survey.dir / "listagem");
+    TextLog listing(session, "list", survey.dir / "listagem");
     Array<float, 1> taper({par.kxm.n});
     for (int i = 0; i < par.kxm.n; ++i) taper(i) = 1.0f - 0.001f * static_cast<float>(i);
     const Array<float, 2> vel0({par.img.xm.n, par.img.z.n});
@@ -106,7 +106,7 @@ TEST(Evaluate, LightDividesTheStackByItsIlluminationAndWritesIt) {
         qas::Session session(survey.command());
         const Parms par = owparam(session);
         const LateralFft fft(par.kxm.n, FFTW_ESTIMATE);
-        TextLog listing("list", survey.dir / "listagem");
+        TextLog listing(session, "list", survey.dir / "listagem");
         Array<float, 1> taper({par.kxm.n});
         taper.fill(1.0f);
         EvaluationArrays arrays(par);
@@ -151,7 +151,7 @@ TEST(Evaluate, TheSourceFunctionStandsAtItsTrace) {
     qas::Session session(survey.command());
     const Parms par = owparam(session);
     const LateralFft fft(par.kxm.n, FFTW_ESTIMATE);
-    TextLog listing("list", survey.dir / "listagem");
+    TextLog listing(session, "list", survey.dir / "listagem");
     Array<float, 1> taper({par.kxm.n});
     taper.fill(1.0f);
     EvaluationArrays arrays(par);

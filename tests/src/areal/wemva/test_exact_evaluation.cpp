@@ -33,7 +33,7 @@ struct TinyRun {
         : session(survey.command()),
           par(owparam(session)),
           fft(par.kxm.n, FFTW_ESTIMATE),
-          listing("list", survey.dir / "listagem"),
+          listing(session, "list", survey.dir / "listagem"),
           taper({par.kxm.n}),
           vel0({par.img.xm.n, par.img.z.n}),
           arrays(par) {

@@ -504,19 +504,6 @@ TEST(Owparam, AHeaderThatPromisesFarMoreThanItsDataHoldIsRefused) {
     }
 }
 
-TEST(Owparam, NoOutputOverwritesAnInputOrAnotherOutput) {
-    TinySurvey survey(true);
-    survey.arguments["grad"] = survey.dir.text() + "/./vel.H";
-    EXPECT_EQ(start(survey).fatal, "grad=" + survey.dir / "vel.H" + ": this output would overwrite the input vel\n");
-    survey.arguments["grad"] = survey.dir.text() + "/other/velout.H";
-    EXPECT_EQ(start(survey).fatal, "grad=" + survey.dir / "other/velout.H" + ": the data of the output Velout=" +
-                                       survey.dir / "velout.H" + " would go to the same file\n");
-    survey.arguments["grad"] = survey.dir / "grad.H";
-    survey.arguments["nxfilt"] = "1";
-    survey.arguments["oper-fxdecon.H"] = survey.dir / "rec.H";
-    EXPECT_THAT(start(survey).fatal, HasSubstr("overwrite the input rec"));
-}
-
 TEST(Owparam, AMismatchTellsItsNumbers) {
     TinySurvey survey(true);
     survey.sou.header["n3"] = "2";
