@@ -1,4 +1,5 @@
 /// Scores a run of morvane on a survey whose true model is known. `morvane_score --help` lists the parameters.
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <new>
@@ -136,6 +137,7 @@ void score(qas::Session& session) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message
     const qas::KeyTable keys = score_keys();
     if (const auto status = qas::answer(argc, argv, "morvane_score", [&] { return intro + keys.help(); }))
         return *status;

@@ -1,5 +1,6 @@
 /// Models a survey for morvane. `morvane_synth --help` lists the parameters.
 #include <algorithm>
+#include <csignal>
 #include <new>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "src/tools/morvane_synth/synthesise.h"
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message
     std::vector<const char*> words(argv, argv + argc);
     std::ranges::replace(words, std::string_view("help"), "--help", [](const char* w) { return std::string_view(w); });
     if (const auto status = qas::answer(argc, words.data(), "morvane_synth", synth_help)) return *status;

@@ -1,5 +1,6 @@
 /// A companion for the shell: looks into datasets, cuts, joins, converts and compares them. `qas --help` tells more.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <new>
 #include <stdexcept>
@@ -31,6 +32,7 @@ int report(const std::string& name, const std::string& message, bool samples_on_
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message
     const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
     const std::string_view name = argc > 1 ? argv[1] : "";
     if (const auto status = qas::answer(std::min(argc, 2), argv, "qas", qastool::overview)) return *status;

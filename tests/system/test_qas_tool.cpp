@@ -7,10 +7,12 @@
 #include <regex>
 #include <sstream>
 
+#include "lib/corelibs/qas/notes.h"
 #include "tests/dataset_files.h"
 
 using files::Outcome;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -198,6 +200,16 @@ TEST_F(QasTool, HeadAppendsLinesThatWin) {
     EXPECT_EQ(values("cube.H", "in"), dir / "cube.H@") << "the data stay where they are";
     EXPECT_EQ(made_by("qas head < cube.H o2=7").size(), 12u);
     EXPECT_EQ(values("r.H", "o2"), "7");
+}
+
+TEST_F(QasTool, ConcurrentHeadsLoseNoLineAndAFailedOneLeavesNone) {
+    write_cube("cube.H");
+    good("for i in {1..20}; do qas head cube.H a$i=$i b$i=$i & done; wait");
+    const std::string both = text("cube.H");
+    for (int i = 1; i <= 20; ++i) EXPECT_THAT(both, HasSubstr(qas::strprintf("\t\ta%d=%d\n\t\tb%d=%d\n", i, i, i, i)));
+    EXPECT_EQ(shell("ulimit -f 4; for i in {1..200}; do qas head cube.H c=1 d=22 || exit; done").status,
+              23);
+    EXPECT_THAT(text("cube.H"), EndsWith("\t\tc=1\n\t\td=22\n"));
 }
 
 TEST_F(QasTool, HeadRefusesLinesThatWouldSpoilAHistory) {

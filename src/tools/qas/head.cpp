@@ -13,6 +13,7 @@ namespace {
 
 using qas::qaserr;
 
+constexpr int patience_ms = 10000;           // with another program that writes the history
 constexpr std::size_t longest_value = 4000;  // stays readable when every character is a quote
 
 bool is_axis_key(const std::string& key, const char* letters) {
@@ -64,6 +65,8 @@ void append_in_place(const Words& words) {
     Words none = words;
     none.parameters.clear();  // they are for the history, not for this program
     qas::Session session(session_words(none, {{"head", file}}));
+    session.set_patience(patience_ms);
+    session.hold_outputs();  // all lines or none
     session.auxinout("head");
     for (const auto& [key, value] : words.parameters) append_line(session, key, value, "head");
     session.finish_outputs();
