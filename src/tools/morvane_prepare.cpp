@@ -1,21 +1,21 @@
 /// Turns SEG-Y into what morvane reads. `morvane_prepare --help` lists the parameters.
-#include <cstdio>
+#include <algorithm>
 #include <new>
 #include <string_view>
+#include <vector>
 
+#include "lib/corelibs/qas/help.h"
 #include "src/tools/morvane_prepare/options.h"
 #include "src/tools/morvane_prepare/prepare.h"
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> words(argv, argv + argc);
-    for (const std::string_view word : words)
-        if (word == "--help" || word == "-h" || word == "help") {
-            std::fputs(prepare::prepare_help().c_str(), stdout);
-            return 0;
-        }
+    std::vector<const char*> words(argv, argv + argc);
+    std::ranges::replace(words, std::string_view("help"), "--help", [](const char* w) { return std::string_view(w); });
+    if (const auto status = qas::answer(argc, words.data(), "morvane_prepare", prepare::prepare_help)) return *status;
+    const qas::KeyTable keys = prepare::prepare_keys();
     qas::Session session(argc, argv);
     try {
-        prepare::check_command_line(words);
+        qas::refuse_unread(session, keys);
         prepare::prepare_survey(session);
         return 0;
     } catch (const qas::Fatal& error) {

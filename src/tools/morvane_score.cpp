@@ -143,6 +143,7 @@ int main(int argc, char** argv) {
         return *status;
     qas::Session session(argc, argv);
     try {
+        session.declare(keys);
         qas::refuse_unread(session, keys);
         score(session);
         return 0;

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     const qas::KeyTable keys = synth_keys();
     qas::Session session(argc, argv);
     try {
+        session.declare(keys);
         qas::refuse_unread(session, keys);
         synthesise(session);
         return 0;

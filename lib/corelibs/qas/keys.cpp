@@ -58,6 +58,7 @@ std::string help_lines(const Key& key) {
     std::string what = key.meaning;
     if (key.standard == "required") what += "; required";
     if (!key.when.empty()) what += " [" + key.when + "]";
+    if (what.empty()) return head + "\n";
     head.resize(std::max(head.size() + 2, indent), ' ');
     std::string text;
     for (std::size_t start = 0; start < what.size();) {
@@ -73,7 +74,9 @@ std::string help_lines(const Key& key) {
 }  // namespace
 
 KeyTable::KeyTable(std::vector<KeyGroup> own) : groups_(std::move(own)) {
-    groups_.push_back(layer_keys());
+    KeyGroup layer = layer_keys();
+    std::erase_if(layer.keys, [&](const Key& key) { return knows(key.name); });
+    groups_.push_back(std::move(layer));
 }
 
 bool KeyTable::knows(std::string_view name) const {

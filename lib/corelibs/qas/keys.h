@@ -28,7 +28,8 @@ class KeyTable {
     std::vector<KeyGroup> groups_;
 
 public:
-    /// The groups, then those of the dataset layer, which every program reads.
+    /// The groups, then the keys of the dataset layer, which every program reads; what `own` says of one of them
+    /// counts.
     explicit KeyTable(std::vector<KeyGroup> own);
     const std::vector<KeyGroup>& groups() const { return groups_; }
     /// Whether the name is that of a key, or `TAG.out` or `TAG.write_title` of a tag.

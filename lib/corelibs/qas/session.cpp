@@ -366,7 +366,6 @@ void Session::end_prog() {
 
 void refuse_unread(Session& session, const KeyTable& keys) {
     constexpr bool with_files = false;
-    session.declare(keys);
     std::string all;
     for (const std::string& message : unread(session.state_->layer, keys, with_files)) all += message + "\n";
     if (!all.empty()) throw Fatal(all + "--help lists the keys\n");

@@ -183,8 +183,8 @@ private:
 /// flushed. Returns 23, the status of every error exit; an Exit has printed its message already and brings its own.
 int report_fatal(const Fatal& error, Session& session);
 
-/// Declares the keys and refuses words of the command line that are none of them. Parameter files, which may hold the
-/// settings of other programs, are not searched.
+/// Refuses words of the command line that `keys` does not list. Parameter files, which may hold the settings of other
+/// programs, are not searched.
 void refuse_unread(Session& session, const KeyTable& keys);
 
 }  // namespace qas

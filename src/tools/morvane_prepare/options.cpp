@@ -253,45 +253,26 @@ void read_model_options(Settings& s, PrepareOptions& o) {
 
 }  // namespace
 
-std::string prepare_help() {
-    constexpr std::size_t indent = 28, width = 112;
-    std::string help =
-        "morvane_prepare: from SEG-Y and a velocity model to what morvane reads: rec, sou, vel, a parameter file that\n"
-        "runs as it stands, and a report. Parameters are name=value words, or par=FILE for a file of them.\n";
+qas::KeyTable prepare_keys() {
+    std::vector<qas::KeyGroup> groups;
     for (const Option& option : table) {
-        if (!option.key) {
-            help += std::string("\n") + option.standard + "\n";
-            continue;
-        }
-        std::string head = std::string("  ") + option.key + "=" + option.standard;
-        if (*option.unit) head += std::string(" ") + option.unit;
-        head.resize(std::max(head.size() + 2, indent), ' ');
-        const std::string_view what = option.what;
-        if (what.empty()) help += head.substr(0, head.find_last_not_of(' ') + 1) + "\n";
-        for (std::size_t start = 0; start < what.size();) {
-            std::size_t n = what.size() - start;
-            if (n > width - indent) n = what.rfind(' ', start + width - indent) - start;
-            help += head + std::string(what.substr(start, n)) + "\n";
-            head.assign(indent, ' ');
-            start += n + 1;
-        }
+        if (!option.key)
+            groups.push_back({option.standard, {}});
+        else
+            groups.back().keys.push_back(
+                {option.key, qas::KeyType::text, option.unit, option.standard, "", option.what});
     }
-    return help +
+    return qas::KeyTable(std::move(groups));
+}
+
+std::string prepare_help() {
+    return "morvane_prepare: from SEG-Y and a velocity model to what morvane reads: rec, sou, vel, a parameter file "
+           "that\n"
+           "runs as it stands, and a report. Parameters are name=value words, or par=FILE for a file of them.\n" +
+           prepare_keys().help() +
            "\nLengths are in length_unit. Example:\n"
            "  morvane_prepare segy=line.sgy v0=1500 gradient=0.6 zmax=3000 prefix=run/ && morvane "
            "par=run/morvane.par < /dev/null\n";
-}
-
-void check_command_line(const std::vector<std::string>& words) {
-    for (std::size_t i = 1; i < words.size(); ++i) {
-        const std::size_t equals = words[i].find('=');
-        if (equals == std::string::npos || equals == 0)
-            qaserr("\"%s\" is not a name=value parameter; --help lists them\n", words[i].c_str());
-        const std::string key = words[i].substr(0, equals);
-        const auto known = [&](const Option& option) { return option.key && key == option.key; };
-        if (key != "par" && key.find('.') == key.npos && std::ranges::none_of(table, known))
-            qaserr("unknown parameter %s=; --help lists the known ones\n", key.c_str());
-    }
 }
 
 PrepareOptions read_options(qas::Session& session) {

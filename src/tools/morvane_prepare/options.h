@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "lib/corelibs/qas/keys.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "src/tools/morvane_prepare/survey_grid.h"
@@ -40,11 +41,9 @@ struct PrepareOptions {
     int niter = 12;
 };
 
-/// The list of all parameters with units, defaults and meanings.
+/// All parameters with units, defaults and meanings: as a table, and as --help prints them.
+qas::KeyTable prepare_keys();
 std::string prepare_help();
-
-/// Refuses (qas::Fatal) words of a command line that are no parameter of morvane_prepare.
-void check_command_line(const std::vector<std::string>& words);
 
 /// Values from the session. Refuses (qas::Fatal) what is no number where one is needed and what is outside its range,
 /// with the key, the value and what is permitted.

@@ -57,7 +57,7 @@ struct Prepared {
         words.push_back("prefix=" + (dir / "run/"));
         qas::Session session(words);
         try {
-            prepare::check_command_line(words);
+            qas::refuse_unread(session, prepare::prepare_keys());
             prepare::prepare_survey(session);
         } catch (const qas::Fatal& fatal) {
             error = fatal.what();
@@ -248,7 +248,8 @@ TEST(Prepare, RefusesByName) {
           Case{{"source_x_word=74"}, "source_x_word=74 is not"}, Case{{"line=1,2,3"}, "has 3 values"},
           Case{{"velocity=x"}, "give one of them"}, Case{{"length_unit=mile"}, "length_unit=mile is unknown"},
           Case{{"v0=2"}, "velocity_unit=km/s"}, Case{{"dx=ten"}, "dx=ten is not a number"},
-          Case{{"segi=x"}, "unknown parameter segi="}, Case{{"group_x_word=73"}, "no shot has two groups"}}) {
+          Case{{"segi=x"}, "segi=x is not read, there is no such key; did you mean segy?"},
+          Case{{"group_x_word=73"}, "no shot has two groups"}}) {
         SCOPED_TRACE(c.words[0]);
         Prepared p;
         std::vector<std::string> words = plain({"segy=" + p.segy("a.sgy", traces)});

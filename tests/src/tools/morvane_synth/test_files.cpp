@@ -51,6 +51,7 @@ protected:
         try {
             const qas::KeyTable keys = synth_keys();
             qas::Session session(argv);
+            session.declare(keys);
             qas::refuse_unread(session, keys);
             synthesise(session);
         } catch (const qas::Fatal& error) {
