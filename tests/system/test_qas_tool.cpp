@@ -143,6 +143,7 @@ TEST_F(QasTool, WindowCutsAlongEveryAxisAndMovesTheOrigins) {
                                                    {"j2=2 n1=1", {0, 8, 12, 20}},            // a step on a slow axis
                                                    {"f1=3", {3, 7, 11, 15, 19, 23}},         // parts of lines
                                                    {"n2=2 n3=1", {0, 1, 2, 3, 4, 5, 6, 7}},  // several lines at once
+                                                   {"j2=2 f3=1", {12, 13, 14, 15, 20, 21, 22, 23}},  // and a step
                                                    {"j1=3 j2=2 f3=1", {12, 15, 20, 23}}}) {
         EXPECT_EQ(made_by("qas window cube.H " + words), expected) << words;
         good("cat cube.H | qas window " + words + " | qas cat - stdout=p.H");
@@ -171,6 +172,7 @@ TEST_F(QasTool, CatPutsTogetherAlongAnyAxis) {
     good("qas window cube.H n1=1 f2=2 > b.H");  // 8 / 20
     EXPECT_EQ(made_by("qas cat a.H b.H a.H axis=2"), (std::vector<float>{0, 4, 8, 0, 4, 12, 16, 20, 12, 16}));
     EXPECT_EQ(values("r.H", "n2"), "5");
+    EXPECT_EQ(made_by("qas cat a.H a.H axis=1"), (std::vector<float>{0, 0, 4, 4, 12, 12, 16, 16}));
     EXPECT_EQ(made_by("qas cat b.H b.H"), (std::vector<float>{8, 20, 8, 20}));
     EXPECT_EQ(values("r.H", "n3"), "4");
     good("qas cat b.H b.H axis=4 > c.H");

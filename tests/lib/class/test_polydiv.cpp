@@ -67,6 +67,15 @@ TEST(Polydiv, UndoesConvolution) {
     }
 }
 
+TEST(Helicon, AnOutputMarkedAsEdgeTakesNothingFromOthers) {
+    Filter aa = stationary_filter(4, {1});
+    aa.coeffs(0, 0) = 10;
+    aa.edges = {0, 0, 1, 0};
+    std::vector<float> x{1, 2, 3, 4}, y(4);
+    helicon_lop(aa, forward, fresh, x, y);
+    EXPECT_EQ(y, (std::vector<float>{1, 12, 3, 34}));
+}
+
 TEST(Polydiv, RefusesFiltersThatDoNotFit) {
     Filter aa = stationary_filter(12, {1, 2});
     EXPECT_NO_THROW(polydiv_init(aa));

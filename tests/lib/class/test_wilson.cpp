@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -24,18 +25,18 @@ double autocorrelation(double a0, const Filter& aa, int length, int lag) {
 }  // namespace
 
 TEST(Wilson, FactorsAKnownAutocorrelation) {
-    // 2 (1 - 0.5 z + 0.3 z^3): minimum phase; its autocorrelation at lags 0, 1, 2, 3
-    const double f[] = {2, -1, 0, 0.6};
-    double r[4] = {};
-    for (int lag = 0; lag < 4; ++lag)
-        for (int i = lag; i < 4; ++i) r[lag] += f[i] * f[i - lag];
-    Filter ss = stationary_filter(79, {1, 2, 3}), aa = stationary_filter(79, {1, 2, 3});
-    for (int lag = 1; lag < 4; ++lag) ss.coeffs(lag - 1, 0) = static_cast<float>(r[lag]);
-    const float a0 = wilson_factor(40, 30, static_cast<float>(r[0]), ss, aa, false);
-    EXPECT_NEAR(a0, 2, 1e-5);
-    EXPECT_NEAR(aa.coeffs(0, 0), -0.5, 1e-5);
-    EXPECT_NEAR(aa.coeffs(1, 0), 0, 1e-5);
-    EXPECT_NEAR(aa.coeffs(2, 0), 0.3, 1e-5);
+    // minimum phase: 2 (1 - 0.5 z + 0.3 z^3), and 2 (1 - 0.9 z), where more iterations count
+    for (const auto& f : {std::array{2.0, -1.0, 0.0, 0.6}, {2.0, -1.8, 0.0, 0.0}}) {
+        const int n = 80;
+        float r[4] = {};  // its autocorrelation at lags 0, 1, 2, 3
+        for (std::size_t lag = 0; lag < 4; ++lag)
+            for (std::size_t i = lag; i < 4; ++i) r[lag] += static_cast<float>(f[i] * f[i - lag]);
+        Filter ss = stationary_filter(2 * n - 1, {1, 2, 3}), aa = ss;
+        for (int lag = 1; lag < 4; ++lag) ss.coeffs(lag - 1, 0) = r[lag];
+        EXPECT_NEAR(wilson_factor(n, 30, r[0], ss, aa, false), f[0], 2e-5);
+        for (int lag = 1; lag < 4; ++lag)
+            EXPECT_NEAR(aa.coeffs(lag - 1, 0), f[static_cast<std::size_t>(lag)] / f[0], 2e-5);
+    }
 }
 
 TEST(Wilson, ReportsEachIteration) {
