@@ -11,6 +11,7 @@
 #include "lib/class/geodip.h"
 #include "src/areal/wemva/exec_time.h"
 #include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/ow_ffd_areal.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
 #include "src/areal/wemva/ow_wei_areal.h"
 #include "src/areal/wemva/truncate.h"
@@ -123,14 +124,18 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
                     image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
 }
 
-/// Reference velocities of the exact mode. The finite-difference form stays below the velocities of the start model:
-/// where the two are equal its stages are at resonance just beyond the evanescent edge, undamped, and fun jumps with
-/// every model beside a laterally constant one; where the reference is the greater, they may amplify.
-ReferenceTable freeze_references(const Inversion& run, View<const float, 2> start) {
-    constexpr float below = 0.95f;
+/// Reference velocities of the exact mode, of the window that begins at column ish, counted from 1. Those of the
+/// finite-difference form stay below every velocity that a trial can have.
+ReferenceTable freeze_references(const Inversion& run, View<const float, 2> start, int ish) {
     ReferenceTable table = references_of(prepare_medium(run.par, start, run.vref, {}));
-    if (run.par.ffd())
-        for (std::vector<float>& level : table) level[0] *= below;
+    if (!run.par.ffd()) return table;
+    const View<const float, 2> slowest = run.slowest.p ? run.slowest : run.vel0;
+    for (std::size_t iz = 0; iz < table.size(); ++iz) {
+        const auto window = slowest.slice(static_cast<std::ptrdiff_t>(iz))
+                                .flat()
+                                .subspan(static_cast<std::size_t>(ish - 1), static_cast<std::size_t>(start.n[0]));
+        table[iz][0] = ffd_reference_share(run.par.dipop) / std::ranges::max(window);
+    }
     return table;
 }
 
@@ -142,7 +147,7 @@ WaveContext context_of(const Inversion& run, EvaluationArrays& arrays, int nodes
     if (run.par.exact()) {
         ReferenceTable& table = arrays.references[run.par.areal ? 0 : static_cast<std::size_t>(ishot - 1)];
         cut_window(run.vel0, arrays.start, ish);
-        if (table.empty()) table = freeze_references(run, arrays.start);
+        if (table.empty()) table = freeze_references(run, arrays.start, ish);
         context.frozen = {&table, arrays.start};
         context.clear_margins = true;
     }

@@ -25,6 +25,7 @@ struct Inversion {
     std::span<const float> pick1;       ///< (img.xm.n) horizon depths, or empty: no horizon
     std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
     bool panels = true;                 ///< whether evaluations append to the outputs
+    View<const float, 2> slowest = {};  ///< (img.xm.n, img.z.n) the greatest slowness a trial can have; empty: vel0
 };
 
 /// The arrays an evaluation works in, allocated once for a run.

@@ -12,6 +12,7 @@
 #include "src/areal/wemva/horizon_file.h"
 #include "src/areal/wemva/lloyd_vel.h"
 #include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/ow_ffd_areal.h"
 #include "src/areal/wemva/ow_grabvel_areal.h"
 #include "src/areal/wemva/ow_parms_areal/checks.h"
 #include "src/areal/wemva/ow_taper_areal.h"
@@ -114,9 +115,10 @@ void set_relative_bounds(qas::Session& session, const Parms& par, std::span<cons
     std::ranges::transform(start, bounds.u.begin(), [&](double x) { return static_cast<double>(p_up) * x; });
 }
 
-/// Bounds of slowness: those asked for; or, where the first step is to be scaled or the gradient is exact, a tenth to
-/// ten times the start model, which the solver needs to take a first step of the gradient's size and to stay with
-/// physical models; or none.
+/// Bounds of slowness: those asked for; or, where the first step is to be scaled or the gradient is exact, natural
+/// ones, which the solver needs to take a first step of the gradient's size and to stay with physical models: a tenth
+/// to ten times the start model, or, where a reference velocity has to stay below all that they allow, seven to
+/// fourteen tenths; or none.
 Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
     constexpr int both = 2;
     Bounds bounds(start.size());
@@ -126,13 +128,44 @@ Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const do
         else
             set_relative_bounds(session, par, start, bounds);
     } else if (par.exact() || par.firststep > 0.0f) {
-        std::ranges::transform(start, bounds.l.begin(), [](double x) { return 0.1 * x; });
-        std::ranges::transform(start, bounds.u.begin(), [](double x) { return 10.0 * x; });
+        const bool narrow = par.exact() && par.ffd();
+        const double least = narrow ? 0.7 : 0.1, most = narrow ? 1.4 : 10.0;
+        std::ranges::transform(start, bounds.l.begin(), [&](double x) { return least * x; });
+        std::ranges::transform(start, bounds.u.begin(), [&](double x) { return most * x; });
     } else {
         return bounds;
     }
     std::ranges::fill(bounds.nbd, both);
     return bounds;
+}
+
+/// The slowest model that the bounds allow, for the finite-difference form of the exact mode, which keeps its reference
+/// velocities below it. Warns if that takes them so far down that the image suffers.
+Array<float, 2> slowest_model(const Parms& par, const Variables& variables, const Bounds& bounds,
+                              const Array<float, 2>& vel0) {
+    if (!par.exact() || !par.ffd()) return Array<float, 2>();
+    constexpr float good = 0.55f;
+    const float share = ffd_reference_share(par.dipop);
+    Array<float, 2> slowest(vel0.n());
+    std::ranges::transform(variables.slowest(bounds), slowest.flat().begin(),
+                           [](double s) { return static_cast<float>(s); });
+    float least = 1.0f;
+    int at = 0;
+    for (int iz = 0; iz < par.img.z.n; ++iz) {
+        const float here =
+            share * std::ranges::max(vel0.view().slice(iz).flat()) / std::ranges::max(slowest.view().slice(iz).flat());
+        if (here < least) {
+            least = here;
+            at = iz;
+        }
+    }
+    if (least < good)
+        warn(
+            "bounds: with gradient=exact the reference velocity of extrapolator=ffd lies below all that they allow, at "
+            "depth %g at %.2g of the smallest velocity of the start model; below %g the image loses accuracy: a "
+            "slowness bound of at most %.2g times the start model, or extrapolator=pspi, is better",
+            static_cast<float>(at) * par.img.z.d + par.img.z.o, least, good, share / good);
+    return slowest;
 }
 
 std::vector<float> read_picks(qas::Session& session, const Parms& par) {
@@ -155,6 +188,7 @@ InversionSetup::InversionSetup(qas::Session& s)
       start(vel0.flat().begin(), vel0.flat().end()),
       variables(start, par.exact() ? spline : std::nullopt),
       bounds(variables.bounds(sample_bounds(session, par, start))),
+      slowest(slowest_model(par, variables, bounds, vel0)),
       pick1(read_picks(session, par)) {}
 
 void InversionSetup::begin_outputs() {
@@ -176,5 +210,7 @@ unsigned InversionSetup::planner_flags() const {
 }
 
 Inversion InversionSetup::inversion(const LateralFft& fft) {
-    return {par, session, listing, fft, taper, vel0, vref, pick1, spline};
+    Inversion run{par, session, listing, fft, taper, vel0, vref, pick1, spline};
+    run.slowest = slowest;
+    return run;
 }

@@ -25,6 +25,7 @@ struct InversionSetup {
     std::vector<double> start;  ///< the start model as the solver counts
     Variables variables;        ///< what the solver varies
     Bounds bounds;              ///< of the variables
+    Array<float, 2> slowest;    ///< (img.xm.n, img.z.n) exact: the greatest slowness a trial can have; else empty
     std::vector<float> pick1;   ///< (img.xm.n) horizon depths, or empty
 
     explicit InversionSetup(qas::Session& session);

@@ -78,6 +78,10 @@ FfdStages ifd_coeffts(int dipop) {
     }
 }
 
+float ffd_reference_share(int dipop) {
+    return dipop == 65 || dipop == 79 ? 0.8f : 0.95f;
+}
+
 void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, MediumLevel& level,
                std::span<Lanes> drift, std::span<Lanes> curve, int lane) {
     const auto nx = static_cast<std::ptrdiff_t>(vel.size());

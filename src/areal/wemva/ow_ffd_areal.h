@@ -21,6 +21,12 @@ FfdStages ifd_coeffts(int dipop);
 /// The dip limits that ifd_coeffts knows, as a text for messages.
 inline constexpr const char* dipop_values = "15, 45, 65, 79, 80, 87, 89 or 90";
 
+/// How far a reference velocity that stays while the model changes has to lie below all velocities, as a share of the
+/// smallest. Where the two are equal the stages are at resonance just beyond the evanescent edge, undamped, and the
+/// field changes wildly with every model beside a laterally constant one; where the reference is the greater, they
+/// amplify. The single stages above 45 degrees amplify rough models from further down on.
+float ffd_reference_share(int dipop);
+
 /// Model terms of a level: reference velocity, slowness differences, and lane `lane` of the drift and curve terms of
 /// depth_step.h.
 /// @param vel  (nx) slowness

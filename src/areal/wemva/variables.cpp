@@ -93,6 +93,13 @@ Bounds Variables::bounds(const Bounds& samples) const {
     return out;
 }
 
+std::vector<double> Variables::slowest(const Bounds& bounds) const {
+    std::vector<double> most = bounds.u, x(start_.size());  // B is not negative
+    model(most, x);
+    std::ranges::transform(x, start_, x.begin(), [](double a, double b) { return std::max(a, b); });
+    return x;
+}
+
 double Variables::largest_change(std::span<const double> gv, std::span<const double> x) const {
     std::vector<double> size(gv.size()), change(x.size());
     std::ranges::transform(gv, size.begin(), [](double g) { return std::abs(g); });

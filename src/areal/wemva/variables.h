@@ -33,6 +33,9 @@ public:
     /// least room of the samples it reaches, which is enough since the rows of B are not negative and sum to one at
     /// most.
     Bounds bounds(const Bounds& samples) const;
+    /// The greatest slowness of each sample that v within these bounds can give, and the start model at least, to which
+    /// samples above a horizon return.
+    std::vector<double> slowest(const Bounds& bounds) const;
     /// The largest relative change of a sample when every v moves by -gv: max (B |gv|) / x.
     double largest_change(std::span<const double> gv, std::span<const double> x) const;
 

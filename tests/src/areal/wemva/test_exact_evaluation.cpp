@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "src/areal/wemva/evaluation.h"
+#include "src/areal/wemva/inversion_setup.h"
 #include "src/areal/wemva/lloyd_vel.h"
 #include "src/areal/wemva/ow_taper_areal.h"
 #include "src/areal/wemva/variables.h"
@@ -178,6 +179,59 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
             const double difference = (4.0 * central(h) - central(2.0 * h)) / 3.0;
             EXPECT_NEAR(slope, difference, 0.01 * std::abs(difference));
             for (int ix = 0; c.horizon && ix < run.par.img.xm.n; ++ix) EXPECT_EQ(g[static_cast<std::size_t>(ix)], 0.0);
+        }
+    }
+}
+
+// The reference of the finite-difference form lies below all that a trial can reach, and not far below.
+TEST(ExactEvaluation, BoundsPutTheReferencesBelowEveryVelocityTheyAllow) {
+    struct Row {
+        const char* bounds;
+        std::map<std::string, std::string> arguments;
+        bool warns = false;
+    };
+    for (const Row& row :
+         {Row{"relative", {{"p_up", "25"}, {"p_lo", "20"}}},
+          Row{"constant, the start model in part outside", {{"cbounds", "y"}, {"vmin", "1750"}, {"vmax", "2500"}}},
+          Row{"of knots",
+              {{"p_up", "25"},
+               {"p_lo", "20"},
+               {"nxk", "4"},
+               {"dxk", "40"},
+               {"oxk", "80"},
+               {"nzk", "3"},
+               {"dzk", "30"}}},
+          Row{"natural", {{"bounds", "n"}, {"dipop", "65"}}},
+          Row{"too wide", {{"p_up", "90"}, {"p_lo", "20"}}, true}}) {
+        SCOPED_TRACE(row.bounds);
+        files::TinySurvey survey(false);
+        survey.arguments["gradient"] = "exact";
+        survey.arguments["stdout"] = survey.dir / "stdout";
+        for (const auto& [key, value] : row.arguments) survey.arguments[key] = value;
+        testing::internal::CaptureStderr();
+        qas::Session session(survey.command());
+        InversionSetup setup(session);
+        const LateralFft fft(setup.par.kxm.n, FFTW_ESTIMATE);
+        EvaluationArrays arrays(setup.par);
+        std::vector<double> v = setup.bounds.u, x(setup.start.size());
+        setup.variables.model(v, x);  // the slowest of all trials
+        testing::internal::CaptureStdout();
+        evaluate_fun(setup.inversion(fft), arrays, x);
+        testing::internal::GetCapturedStdout();
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(said.find("the image loses accuracy") != std::string::npos, row.warns);
+        const int nx = setup.par.img.xm.n;
+        for (int shot = 0; shot < 3; ++shot) {
+            for (int iz = 0; iz < setup.par.img.z.n; ++iz) {
+                double least = INFINITY;
+                for (int ix = 4 * shot; ix < 4 * shot + setup.par.kxm.n; ++ix) {
+                    const auto i = static_cast<std::size_t>(iz * nx + ix);
+                    least = std::min(least, 1.0 / std::max(x[i], setup.start[i]));
+                }
+                const float reference =
+                    arrays.references[static_cast<std::size_t>(shot)][static_cast<std::size_t>(iz)][0];
+                EXPECT_NEAR(reference, least * (setup.par.dipop == 65 ? 0.8 : 0.95), 1e-3 * least) << shot << iz;
+            }
         }
     }
 }
