@@ -236,6 +236,20 @@ TEST(ExactEvaluation, BoundsPutTheReferencesBelowEveryVelocityTheyAllow) {
     }
 }
 
+TEST(ExactEvaluation, FunOfColumnsApartAddsUp) {
+    const auto fun = [](const std::map<std::string, std::string>& columns) {
+        files::TinySurvey survey(false);
+        survey.arguments["gradient"] = "exact";
+        survey.arguments["stdout"] = survey.dir / "stdout";
+        for (const auto& [key, value] : columns) survey.arguments[key] = value;
+        TinyRun run(survey);
+        return run.fun(run.start);
+    };
+    const double left = fun({{"fun_xmax", "175"}}), right = fun({{"fun_xmin", "175"}}), all = fun({});
+    EXPECT_GT(std::min(left, right), 0.01 * all);
+    EXPECT_NEAR(left + right, all, 1e-6 * all);
+}
+
 TEST(Variables, KnotCoefficientsMoveTheModelAndCarryItsGradient) {
     const Axis x{23, 10.0f, 100.0f, {}}, z{17, 8.0f, 0.0f, {}};
     const std::vector<double> start = random_vector<double>(23 * 17, 1);
