@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "src/areal/wemva/ow_ffd_areal.h"
 #include "src/areal/wemva/ow_pspi_areal.h"
@@ -140,6 +141,89 @@ void finish_blend(View<const cf, 1> space, bool conjugate, float c, cf* out, cf*
     }
 }
 
+/// The levels of the finite-difference form.
+template <class Real>
+void prepare_levels(const Parms& par, View<const float, 2> vel, const ReferenceTable* given,
+                    std::vector<MediumLevel>& levels, StageMedium<Real>& medium) {
+    const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1], blocks = (nz + lane_count - 1) / lane_count;
+    medium.drift = Array<LanesOf<Real>, 2>({nx, blocks});
+    medium.curve = Array<LanesOf<Real>, 2>({nx, blocks});
+    for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
+        const float* const vref = given ? &(*given)[at(iz)][0] : nullptr;
+        ffd_level<Real>(par, vel.slice(iz).flat(), vref, levels[at(iz)],
+                        medium.drift.view().slice(iz / lane_count).flat(),
+                        medium.curve.view().slice(iz / lane_count).flat(), static_cast<int>(iz % lane_count));
+    }
+}
+
+/// Eight numbers of a lane at a time from `row` to the columns of `count` lanes from `lane` on.
+void store_rows(Lanes (&row)[lane_count], int lane, int count, std::ptrdiff_t numbers, float* column,
+                std::ptrdiff_t stride) {
+    transpose(row);
+    for (int j = 0; j < count; ++j, column += stride) {
+        if (numbers == lane_count)
+            std::memcpy(column, &row[lane + j], sizeof(Lanes));
+        else
+            std::memcpy(column, &row[lane + j], at(numbers) * sizeof(float));
+    }
+}
+
+/// @param drive (nx of the first stage stored, lanes) columns of the right side's factors
+void store_drive(View<const Lanes, 2> gain, int lane, View<cf, 2> drive) {
+    const std::ptrdiff_t nx = gain.n[0];
+    Lanes row[lane_count];
+    for (std::ptrdiff_t i = 0; i < nx; i += 4) {
+        const std::ptrdiff_t samples = std::min<std::ptrdiff_t>(4, nx - i);
+        for (std::ptrdiff_t k = 0; k < samples; ++k) {
+            row[2 * k] = gain(i + k, 0);
+            row[2 * k + 1] = gain(i + k, 1);
+        }
+        store_rows(row, lane, static_cast<int>(drive.n[1]), 2 * samples, parts(drive.p + i), 2 * drive.n[0]);
+    }
+}
+
+/// The pivots of sample t from the left and of its partner from the right, t below nx/2.
+template <class L>
+struct PivotPair {
+    L left_re, left_im, right_re, right_im;
+    PivotPair(View<const L, 2> pivot, std::ptrdiff_t t)
+        : left_re(pivot(t, 0)), left_im(pivot(t, 1)), right_re{}, right_im{} {
+        const std::ptrdiff_t nx = pivot.n[0], partner = (nx % 2 ? nx - 1 : nx) - t;
+        if (partner >= nx) return;
+        right_re = pivot(partner, 0);
+        right_im = pivot(partner, 1);
+    }
+};
+
+/// @param columns (4 nx/2 of the first stage stored, lanes)
+void store_pivots(View<const Lanes, 2> pivot, int lane, View<float, 2> columns) {
+    const std::ptrdiff_t half = pivot.n[0] / 2;
+    Lanes row[lane_count];
+    for (std::ptrdiff_t t = 0; t < half; t += 2) {
+        const std::ptrdiff_t pairs = std::min<std::ptrdiff_t>(2, half - t);
+        for (std::ptrdiff_t k = 0; k < pairs; ++k) {
+            const PivotPair<Lanes> pair(pivot, t + k);
+            row[4 * k] = pair.left_re;
+            row[4 * k + 1] = pair.left_im;
+            row[4 * k + 2] = pair.right_re;
+            row[4 * k + 3] = pair.right_im;
+        }
+        store_rows(row, lane, static_cast<int>(columns.n[1]), 4 * pairs, columns.p + 4 * t, columns.n[0]);
+    }
+}
+void store_pivots(View<const LanesOf<double>, 2> pivot, int lane, View<double, 2> columns) {
+    for (std::ptrdiff_t t = 0; t < pivot.n[0] / 2; ++t) {
+        const PivotPair<LanesOf<double>> pair(pivot, t);
+        for (int j = 0; j < columns.n[1]; ++j) {
+            double* const out = columns.slice(j).p + 4 * t;
+            out[0] = pair.left_re[lane + j];
+            out[1] = pair.left_im[lane + j];
+            out[2] = pair.right_re[lane + j];
+            out[3] = pair.right_im[lane + j];
+        }
+    }
+}
+
 }  // namespace
 
 void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out) {
@@ -156,19 +240,14 @@ void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
 
 Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen) {
     const ReferenceTable* const given = frozen.references;
-    const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1];
     Medium medium;
+    const std::ptrdiff_t nz = vel.n[1];
     medium.levels.resize(at(nz));
     if (par.ffd()) {
-        const std::ptrdiff_t blocks = (nz + lane_count - 1) / lane_count;
-        medium.drift = Array<Lanes, 2>({nx, blocks});
-        medium.curve = Array<Lanes, 2>({nx, blocks});
-        for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
-            const float* const vref = given ? &(*given)[at(iz)][0] : nullptr;
-            ffd_level(par, vel.slice(iz).flat(), vref, medium.levels[at(iz)],
-                      medium.drift.view().slice(iz / lane_count).flat(),
-                      medium.curve.view().slice(iz / lane_count).flat(), static_cast<int>(iz % lane_count));
-        }
+        if (given && ffd_needs_double(par.dipop))
+            prepare_levels(par, vel, given, medium.levels, medium.fine);
+        else
+            prepare_levels(par, vel, given, medium.levels, medium.stages);
     } else if (par.pspi()) {
         for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
             const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
@@ -196,14 +275,18 @@ StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels, 
     phase_ = arena.take<cf>(nx, nrefs_, most_levels);
     space_ = arena.take<cf>(nx, nrefs_, most_levels);
     work_ = arena.take<float>(nx, 2);
-    if (medium.drift.n()[1] > 0 && nx > 1) {
+    const bool fine = medium.fine.drift.n()[1] > 0;
+    if ((fine || medium.stages.drift.n()[1] > 0) && nx > 1) {
         const FfdStages stages = ifd_coeffts(par.dipop);
         nstage_ = stages.nstage;
         alph_ = stages.alph;
         beta_ = stages.beta;
         drive_ = arena.take<cf>(nx, nstage_, most_levels);
-        pivot_ = arena.take<float>(4, nx / 2, nstage_, most_levels);
-        lane_work_ = arena.take<Lanes>(nx, 4);
+        gain_work_ = arena.take<Lanes>(nx, 2);
+        if (fine)
+            fine_.take(arena, nx, nstage_, most_levels);
+        else
+            pivots_.take(arena, nx, nstage_, most_levels);
     }
 }
 
@@ -224,7 +307,10 @@ void StepTables::prepare(int iw, int first, int count) {
     for (int level = first; level < first + count;) {
         const int block = level / lane_count;
         const int end = std::min((block + 1) * lane_count, first + count);
-        prepare_stages(w, block, level, end - level);
+        if (fine_.all.p)
+            prepare_stages(medium_.fine, fine_, w, block, level, end - level);
+        else
+            prepare_stages(medium_.stages, pivots_, w, block, level, end - level);
         level = end;
     }
 }
@@ -267,55 +353,36 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     step.dx2 = par_.img.xm.d * par_.img.xm.d;
 }
 
-void StepTables::prepare_stages(float w, int block, int first, int count) {
-    const std::ptrdiff_t nx = par_.kxm.n;
-    const std::ptrdiff_t half = nx / 2;
-    const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;
-    const View<Lanes, 2> gain{lane_work_.p, {nx, 2}};
-    const View<Lanes, 2> pivot{lane_work_.p + 2 * nx, {nx, 2}};
+template <class Real>
+void StepTables::Pivots<Real>::take(Arena& arena, std::ptrdiff_t nx, int nstage, int levels) {
+    all = arena.take<Real>(4, nx / 2, nstage, levels);
+    work = arena.take<LanesOf<Real>>(nx, 2);
+}
+
+template <class Real>
+void StepTables::prepare_stages(const StageMedium<Real>& medium, const Pivots<Real>& pivots, float w, int block,
+                                int first, int count) {
+    const std::ptrdiff_t nx = par_.kxm.n, half = nx / 2;
+    const int lane = first % lane_count;
     for (int istage = 0; istage < nstage_; ++istage) {
-        ffd_factors(w, alph_[at(istage)], beta_[at(istage)], par_.trick, medium_.drift.view().slice(block).flat(),
-                    medium_.curve.view().slice(block).flat(), gain, pivot);
-        const View<cf, 2> drive{drive_.slice(first - first_).slice(istage).p, {nx * nstage_, count}};
-        const View<float, 2> pivots{pivot_.slice(first - first_).slice(istage).p, {4 * half * nstage_, count}};
-        const int lane = first % lane_count;
-        // eight numbers of a lane at a time: four samples of the right side's factors, two pairs of pivots
-        Lanes row[lane_count];
-        const auto store = [&](float* column, std::ptrdiff_t stride, std::ptrdiff_t numbers) {
-            transpose(row);
-            for (int j = 0; j < count; ++j, column += stride) {
-                if (numbers == lane_count)
-                    std::memcpy(column, &row[lane + j], sizeof(Lanes));
-                else
-                    std::memcpy(column, &row[lane + j], at(numbers) * sizeof(float));
-            }
-        };
-        for (std::ptrdiff_t i = 0; i < nx; i += 4) {
-            const std::ptrdiff_t samples = std::min<std::ptrdiff_t>(4, nx - i);
-            for (std::ptrdiff_t k = 0; k < samples; ++k) {
-                row[2 * k] = gain(i + k, 0);
-                row[2 * k + 1] = gain(i + k, 1);
-            }
-            store(parts(drive.p + i), 2 * drive.n[0], 2 * samples);
-        }
-        for (std::ptrdiff_t t = 0; t < half; t += 2) {
-            const std::ptrdiff_t pairs = std::min<std::ptrdiff_t>(2, half - t);
-            for (std::ptrdiff_t k = 0; k < pairs; ++k) {
-                const std::ptrdiff_t partner = last - t - k;
-                row[4 * k] = pivot(t + k, 0);
-                row[4 * k + 1] = pivot(t + k, 1);
-                row[4 * k + 2] = partner < nx ? pivot(partner, 0) : Lanes{};
-                row[4 * k + 3] = partner < nx ? pivot(partner, 1) : Lanes{};
-            }
-            store(pivots.p + 4 * t, pivots.n[0], 4 * pairs);
-        }
+        ffd_factors<Real>(w, alph_[at(istage)], beta_[at(istage)], par_.trick, medium.drift.view().slice(block).flat(),
+                          medium.curve.view().slice(block).flat(), gain_work_, pivots.work);
+        store_drive(gain_work_, lane, {drive_.slice(first - first_).slice(istage).p, {nx * nstage_, count}});
+        store_pivots(pivots.work, lane,
+                     {pivots.all.slice(first - first_).slice(istage).p, {4 * half * nstage_, count}});
         for (int j = 0; j < count; ++j) {
             DepthStep& step = steps_[at(first + j - first_)];
             step.nstage = nstage_;
-            step.stage[at(istage)] = {drive_.slice(first + j - first_).slice(istage),
-                                      pivot_.slice(first + j - first_).slice(istage),
-                                      cf(pivot(half, 0)[lane + j], pivot(half, 1)[lane + j]), alph_[at(istage)] / w,
-                                      beta_[at(istage)] / w / w};
+            DepthStep::Stage& stage = step.stage[at(istage)];
+            stage.drive = drive_.slice(first + j - first_).slice(istage);
+            const View<const Real, 2> own = pivots.all.slice(first + j - first_).slice(istage);
+            if constexpr (std::is_same_v<Real, float>)
+                stage.pivot = own;
+            else
+                stage.fine = own;
+            stage.middle = {pivots.work(half, 0)[lane + j], pivots.work(half, 1)[lane + j]};
+            stage.alph_w = alph_[at(istage)] / w;
+            stage.beta_w2 = beta_[at(istage)] / w / w;
         }
     }
 }
@@ -326,7 +393,8 @@ StepScratch::StepScratch(int nx)
       field({nx}),
       correction({2, nx + 1}),
       differences({2 * nx, 4}),
-      chain(at(nx / 2 + 1)) {}
+      chain(at(nx / 2 + 1)),
+      fine_chain(at(nx / 2 + 1)) {}
 
 void shift(const DepthStep& step, const LateralFft& fft, int sign, View<const cf, 1> in, View<cf, 1> out, cf* record,
            StepScratch& s) {
@@ -367,7 +435,7 @@ void apply_stage(const DepthStep::Stage& stage, int sign, View<const cf, 1> fiel
                  View<cf, 1> out, View<cf, 1> other_out, StepScratch& scratch) {
     cf* const rhs = scratch.correction.view().p;
     drive(stage.drive, sign, field.p, other.p, rhs);
-    ffd_solve(stage, scratch.correction, scratch.chain);
+    ffd_solve(stage, scratch);
     add_correction(rhs, sign, field.n[0], field.p, other.p, out.p, other_out.p);
 }
 

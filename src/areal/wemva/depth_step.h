@@ -18,7 +18,13 @@
 /// Levels that are turned into tables together: the recursions of the finite-difference factors run along x, and fill
 /// the lanes of a SIMD register with depths.
 inline constexpr int lane_count = 8;
-typedef float Lanes __attribute__((vector_size(4 * lane_count)));
+template <class Real>
+struct LaneTypes {
+    typedef Real type __attribute__((vector_size(sizeof(Real) * lane_count)));
+};
+template <class Real>
+using LanesOf = typename LaneTypes<Real>::type;
+using Lanes = LanesOf<float>;
 
 /// The model at one depth as the extrapolators see it.
 struct MediumLevel {
@@ -30,11 +36,18 @@ struct MediumLevel {
     std::vector<int> untouched;  ///< samples that keep the spectrum coefficient of their index (a tie of region bounds)
 };
 
+/// What the finite-difference stages of a shot need of its model.
+template <class Real>
+struct StageMedium {
+    Array<LanesOf<Real>, 2> drift;  ///< (nx, blocks) dz/2 v (1 - c/v) / dx^2, a lane a depth
+    Array<LanesOf<Real>, 2> curve;  ///< (nx, blocks) v^2 ((c/v)^2 + c/v + 1) / dx^2
+};
+
 /// The model of one shot, prepared for the extrapolator of the run.
 struct Medium {
     std::vector<MediumLevel> levels;
-    Array<Lanes, 2> drift;  ///< (nx, blocks) finite-difference form: dz/2 v (1 - c/v) / dx^2, a lane a depth
-    Array<Lanes, 2> curve;  ///< (nx, blocks) v^2 ((c/v)^2 + c/v + 1) / dx^2
+    StageMedium<float> stages;  ///< finite-difference form
+    StageMedium<double> fine;   ///< instead, with given references, for stages that need double precision
 };
 
 /// Reference velocities of every level of a shot's window.
@@ -59,11 +72,12 @@ ReferenceTable references_of(const Medium& medium);
 /// Factors of one step at one frequency. Views into StepTables.
 struct DepthStep {
     struct Stage {
-        View<const cf, 1> drive;     ///< (nx) 2i Im(-a)/a: right side of the correction
-        View<const float, 2> pivot;  ///< (4, nx/2) inverse pivots from the left (re, im) and from the right
-        cf middle{};                 ///< inverse pivot where the two eliminations meet
-        float alph_w = 0.0f;         ///< alph / w
-        float beta_w2 = 0.0f;        ///< beta / w^2
+        View<const cf, 1> drive;        ///< (nx) 2i Im(-a)/a: right side of the correction
+        View<const float, 2> pivot;     ///< (4, nx/2) inverse pivots from the left (re, im) and from the right
+        View<const double, 2> fine;     ///< the same of a medium that has the stages in double precision
+        std::complex<double> middle{};  ///< inverse pivot where the two eliminations meet
+        float alph_w = 0.0f;            ///< alph / w
+        float beta_w2 = 0.0f;           ///< beta / w^2
     };
     const MediumLevel* level = nullptr;
     View<const cf, 2> phase;  ///< (nx, nref)
@@ -93,7 +107,16 @@ public:
 
 private:
     void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space);
-    void prepare_stages(float w, int block, int first, int count);
+    /// Inverse pivots of the stages, and where they are made.
+    template <class Real>
+    struct Pivots {
+        View<Real, 4> all;            // (4, nx/2, stage, levels)
+        View<LanesOf<Real>, 2> work;  // (nx, 2)
+        void take(Arena& arena, std::ptrdiff_t nx, int nstage, int levels);
+    };
+    template <class Real>
+    void prepare_stages(const StageMedium<Real>& medium, const Pivots<Real>& pivots, float w, int block, int first,
+                        int count);
 
     const Parms& par_;
     const Medium& medium_;
@@ -104,9 +127,10 @@ private:
     std::vector<DepthStep> steps_;
     View<cf, 3> phase_, space_;  // (nx, nref, levels)
     View<cf, 3> drive_;          // (nx, stage, levels)
-    View<float, 4> pivot_;       // (4, nx/2, stage, levels)
-    View<float, 2> work_;        // (nx, 2)
-    View<Lanes, 2> lane_work_;   // (nx, 4)
+    Pivots<float> pivots_;
+    Pivots<double> fine_;
+    View<float, 2> work_;       // (nx, 2)
+    View<Lanes, 2> gain_work_;  // (nx, 2)
 };
 
 /// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.
@@ -117,10 +141,11 @@ void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out);
 
 /// Scratch of apply_step. One a thread.
 struct StepScratch {
-    Array<cf, 1> spectrum, shifted, field;  // (nx)
-    Array<cf, 2> correction;                // (2, nx + 1), the last column zero
-    Array<float, 2> differences;            // (2 nx, 4)
-    std::vector<Lanes> chain;               // nx/2 + 1
+    Array<cf, 1> spectrum, shifted, field;    // (nx)
+    Array<cf, 2> correction;                  // (2, nx + 1), the last column zero
+    Array<float, 2> differences;              // (2 nx, 4)
+    std::vector<Lanes> chain;                 // nx/2 + 1
+    std::vector<LanesOf<double>> fine_chain;  // nx/2 + 1
     explicit StepScratch(int nx);
 };
 

@@ -12,41 +12,104 @@ namespace {
 constexpr float least_pivot = 1e-30f, instead_of_zero = 3e-4f;
 
 // Four complex numbers side by side: both fields on the way from the left and from the right.
-using Quad = Lanes;
-typedef float Half __attribute__((vector_size(16)));
+template <class Real>
+using Quad = LanesOf<Real>;
+template <class Real>
+struct HalfType {
+    typedef Real type __attribute__((vector_size(4 * sizeof(Real))));
+};
+template <class Real>
+using Half = typename HalfType<Real>::type;
 
-Quad join(const cf* left, const cf* right) {
-    Half l, r;
+template <class Real>
+Quad<Real> join(const cf* left, const cf* right) {
+    Half<float> l, r;
     std::memcpy(&l, left, sizeof l);
     std::memcpy(&r, right, sizeof r);
-    return __builtin_shufflevector(l, r, 0, 1, 2, 3, 4, 5, 6, 7);
+    const Quad<float> both = __builtin_shufflevector(l, r, 0, 1, 2, 3, 4, 5, 6, 7);
+    return __builtin_convertvector(both, Quad<Real>);
 }
 
-void part(Quad x, cf* left, cf* right) {
-    const Half l = __builtin_shufflevector(x, x, 0, 1, 2, 3), r = __builtin_shufflevector(x, x, 4, 5, 6, 7);
+template <class Real>
+void part(Quad<Real> x, cf* left, cf* right) {
+    const Quad<float> both = __builtin_convertvector(x, Quad<float>);
+    const Half<float> l = __builtin_shufflevector(both, both, 0, 1, 2, 3);
+    const Half<float> r = __builtin_shufflevector(both, both, 4, 5, 6, 7);
     std::memcpy(static_cast<void*>(left), &l, sizeof l);
     std::memcpy(static_cast<void*>(right), &r, sizeof r);
 }
 
 /// A complex factor for the left pair and one for the right, ready to multiply.
+template <class Real>
 struct Factor {
-    Quad re, im;  // im with a minus sign before every other
-    explicit Factor(const float* g) {
-        Half h;
+    Quad<Real> re, im;  // im with a minus sign before every other
+    explicit Factor(const Real* g) {
+        Half<Real> h;
         std::memcpy(&h, g, sizeof h);
-        constexpr Quad sign{-1, 1, -1, 1, -1, 1, -1, 1};
+        constexpr Quad<Real> sign{-1, 1, -1, 1, -1, 1, -1, 1};
         re = __builtin_shufflevector(h, h, 0, 0, 0, 0, 2, 2, 2, 2);
         im = __builtin_shufflevector(h, h, 1, 1, 1, 1, 3, 3, 3, 3) * sign;
     }
     Factor(const Factor& a, const Factor& b) : re(a.re * b.re - a.im * b.im), im(a.re * b.im + a.im * b.re) {}
+    Quad<Real> operator*(Quad<Real> x) const {
+        return x * re + __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6) * im;
+    }
 };
 
-Quad times(Quad x, const Factor& f) {
-    return x * f.re + __builtin_shufflevector(x, x, 1, 0, 3, 2, 5, 4, 7, 6) * f.im;
+template <class Real>
+std::complex<Real> number(Quad<Real> x, int k) {
+    return {x[2 * k], x[2 * k + 1]};
 }
 
-cf number(Quad x, int k) {
-    return {x[2 * k], x[2 * k + 1]};
+// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
+// both fields are four independent chains, one SIMD register. With an even nx the right half is one shorter; its chain
+// starts with an empty step in the column beyond the line. Two steps at a time, so that only every other value waits
+// for the one before: y_2 = (g_2 r_2 - g_2 g_1 r_1) + g_2 g_1 y_0.
+template <class Real>
+void solve(const Real* pivot, std::complex<Real> inverse_middle, View<cf, 2> rhs, std::vector<Quad<Real>>& chain) {
+    using Times = Factor<Real>;
+    const std::ptrdiff_t nx = rhs.n[1] - 1;
+    const std::ptrdiff_t half = nx / 2;
+    const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;  // right-hand partner of sample 0
+    cf* const z = rhs.p;
+    const auto load = [&](std::ptrdiff_t t) { return join<Real>(z + 2 * t, z + 2 * (last - t)); };
+    const auto keep = [&](std::ptrdiff_t t, Quad<Real> y) { chain[static_cast<std::size_t>(t)] = y; };
+    const auto kept = [&](std::ptrdiff_t t) { return chain[static_cast<std::size_t>(t)]; };
+    Quad<Real> y{};
+    std::ptrdiff_t t = 0;
+    if (half % 2) {
+        y = Times(pivot) * load(0);
+        keep(0, y);
+        t = 1;
+    }
+    for (; t < half; t += 2) {
+        const Times g1(pivot + 4 * t), g2(pivot + 4 * (t + 1));
+        const Times both(g1, g2);
+        const Quad<Real> c1 = g1 * load(t);
+        const Quad<Real> c2 = g2 * (load(t + 1) - c1);
+        keep(t, c1 - g1 * y);
+        y = c2 + both * y;
+        keep(t + 1, y);
+    }
+    const auto middle = [&](int field) {
+        const std::complex<Real> r(z[2 * half + field]);
+        return cf(inverse_middle * (r - number<Real>(y, field) - number<Real>(y, field + 2)));
+    };
+    const cf ends[2] = {middle(0), middle(1)};
+    z[2 * half] = ends[0];
+    z[2 * half + 1] = ends[1];
+    Quad<Real> e = join<Real>(ends, ends);
+    t = half;
+    for (; t >= 2; t -= 2) {
+        const Times g1(pivot + 4 * (t - 1)), g2(pivot + 4 * (t - 2));
+        const Times both(g1, g2);
+        const Quad<Real> y1 = kept(t - 1);
+        const Quad<Real> c2 = kept(t - 2) - g2 * y1;
+        part<Real>(y1 - g1 * e, z + 2 * (t - 1), z + 2 * (last - t + 1));
+        e = c2 + both * e;
+        part<Real>(e, z + 2 * (t - 2), z + 2 * (last - t + 2));
+    }
+    if (t == 1) part<Real>(kept(0) - Times(pivot) * e, z, z + 2 * last);
 }
 
 }  // namespace
@@ -82,8 +145,13 @@ float ffd_reference_share(int dipop) {
     return dipop == 65 || dipop == 79 ? 0.8f : 0.95f;
 }
 
+bool ffd_needs_double(int dipop) {
+    return dipop >= 80;
+}
+
+template <class Real>
 void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, MediumLevel& level,
-               std::span<Lanes> drift, std::span<Lanes> curve, int lane) {
+               std::span<LanesOf<Real>> drift, std::span<LanesOf<Real>> curve, int lane) {
     const auto nx = static_cast<std::ptrdiff_t>(vel.size());
     float c = vref ? *vref : 1.0f / vel[0];
     for (const float s : vel) {
@@ -92,49 +160,53 @@ void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, 
     level.vref = {c};
     level.sdiff = Array<float, 2>({nx, 1});
     level.velocity = Array<float, 1>({vref ? nx : 0});
-    const float dx2 = par.img.xm.d * par.img.xm.d;
-    const float half_dz = par.img.z.d * 0.5f;
+    const Real dx2 = static_cast<Real>(par.img.xm.d) * par.img.xm.d;
+    const Real half_dz = static_cast<Real>(par.img.z.d) * static_cast<Real>(0.5);
     const float sref = 1.0f / c;
     for (std::size_t i = 0; i < vel.size(); ++i) {
-        const float v = 1.0f / vel[i];
-        const float rov = c / v;
-        drift[i][lane] = half_dz * v / dx2 * (1.0f - rov);
-        curve[i][lane] = (rov * rov + 1.0f + rov) * v * v / dx2;
+        const Real v = 1 / static_cast<Real>(vel[i]);
+        const Real rov = c / v;
+        drift[i][lane] = half_dz * v / dx2 * (1 - rov);
+        curve[i][lane] = (rov * rov + 1 + rov) * v * v / dx2;
         const auto ix = static_cast<std::ptrdiff_t>(i);
         level.sdiff(ix, 0) = vel[i] - sref;
-        if (vref) level.velocity(ix) = v;
+        if (vref) level.velocity(ix) = static_cast<float>(v);
     }
 }
 
-void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
-                 std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot) {
+template <class Real>
+void ffd_factors(float w, float alph, float beta, float trick, std::span<const LanesOf<Real>> drift,
+                 std::span<const LanesOf<Real>> curve, View<Lanes, 2> gain, View<LanesOf<Real>, 2> pivot) {
+    using L = LanesOf<Real>;
     const auto nx = static_cast<std::ptrdiff_t>(drift.size());
     const std::ptrdiff_t middle = nx / 2;
-    const float alph_w = alph / w;
-    const float beta_w2 = beta / w / w;
-    const float floor = trick + 1e-15f;  // where a vanishes its row is the identity: 1/a is large, not infinite
+    const Real alph_w = static_cast<Real>(alph) / w;
+    const Real beta_w2 = static_cast<Real>(beta) / w / w;
+    const Real floor = trick + static_cast<Real>(1e-15f);  // where a vanishes its row is the identity: 1/a is large,
+                                                           // not infinite
     struct Diagonal {
-        Lanes re, im;  // 1/a - 2
+        L re, im;  // 1/a - 2
     };
     const auto diagonal = [&](std::ptrdiff_t i) {
-        const Lanes aa = alph_w * drift[static_cast<std::size_t>(i)];
-        const Lanes bb = beta_w2 * curve[static_cast<std::size_t>(i)] + floor;
-        const Lanes inv = 1.0f / (aa * aa + bb * bb);
-        gain(i, 0) = -2.0f * aa * aa * inv;
-        gain(i, 1) = 2.0f * aa * bb * inv;
-        return Diagonal{bb * inv - 2.0f, aa * inv};
+        const L aa = alph_w * drift[static_cast<std::size_t>(i)];
+        const L bb = beta_w2 * curve[static_cast<std::size_t>(i)] + floor;
+        const L inv = 1 / (aa * aa + bb * bb);
+        gain(i, 0) = __builtin_convertvector(-2 * aa * aa * inv, Lanes);
+        gain(i, 1) = __builtin_convertvector(2 * aa * bb * inv, Lanes);
+        return Diagonal{bb * inv - 2, aa * inv};
     };
     const auto eliminate = [&](auto guarded) {
-        const auto invert = [](const Diagonal& d, Lanes& er, Lanes& ei) {  // e = 1 / (1/a - 2 - e)
-            Lanes re = d.re - er;
-            const Lanes im = d.im - ei;
-            if constexpr (decltype(guarded)::value) re = re * re + im * im > least_pivot ? re : re + instead_of_zero;
-            const Lanes inv = 1.0f / (re * re + im * im);
+        const auto invert = [](const Diagonal& d, L& er, L& ei) {  // e = 1 / (1/a - 2 - e)
+            L re = d.re - er;
+            const L im = d.im - ei;
+            if constexpr (decltype(guarded)::value)
+                re = re * re + im * im > static_cast<Real>(least_pivot) ? re : re + static_cast<Real>(instead_of_zero);
+            const L inv = 1 / (re * re + im * im);
             er = re * inv;
             ei = -im * inv;
         };
         // the last pivots from the left and from the right: two recursions that do not wait for each other
-        Lanes lr{}, li{}, rr{}, ri{};
+        L lr{}, li{}, rr{}, ri{};
         for (std::ptrdiff_t l = 0, r = nx - 1; l < middle; ++l, --r) {
             invert(diagonal(l), lr, li);
             pivot(l, 0) = lr;
@@ -158,52 +230,20 @@ void ffd_factors(float w, float alph, float beta, float trick, std::span<const L
             return eliminate(std::true_type());
 }
 
-// Two-sided elimination, y_i = g_i (r_i - y_before), and back, e_i = y_i - g_i e_after: the left and the right half of
-// both fields are four independent chains, one SIMD register. With an even nx the right half is one shorter; its chain
-// starts with an empty step in the column beyond the line. Two steps at a time, so that only every other value waits
-// for the one before: y_2 = (g_2 r_2 - g_2 g_1 r_1) + g_2 g_1 y_0.
-void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain) {
-    const std::ptrdiff_t nx = rhs.n[1] - 1;
-    const std::ptrdiff_t half = nx / 2;
-    const std::ptrdiff_t last = nx % 2 ? nx - 1 : nx;  // right-hand partner of sample 0
-    cf* const z = rhs.p;
-    const float* const pivot = stage.pivot.p;
-    const auto load = [&](std::ptrdiff_t t) { return join(z + 2 * t, z + 2 * (last - t)); };
-    const auto keep = [&](std::ptrdiff_t t, Quad y) { chain[static_cast<std::size_t>(t)] = y; };
-    const auto kept = [&](std::ptrdiff_t t) { return chain[static_cast<std::size_t>(t)]; };
-    Quad y{};
-    std::ptrdiff_t t = 0;
-    if (half % 2) {
-        y = times(load(0), Factor(pivot));
-        keep(0, y);
-        t = 1;
-    }
-    for (; t < half; t += 2) {
-        const Factor g1(pivot + 4 * t), g2(pivot + 4 * (t + 1));
-        const Factor both(g1, g2);
-        const Quad c1 = times(load(t), g1);
-        const Quad c2 = times(load(t + 1) - c1, g2);
-        keep(t, c1 - times(y, g1));
-        y = c2 + times(y, both);
-        keep(t + 1, y);
-    }
-    const cf ea = stage.middle * (z[2 * half] - number(y, 0) - number(y, 2));
-    const cf eb = stage.middle * (z[2 * half + 1] - number(y, 1) - number(y, 3));
-    z[2 * half] = ea;
-    z[2 * half + 1] = eb;
-    const cf middle[2] = {ea, eb};
-    Quad e = join(middle, middle);
-    t = half;
-    for (; t >= 2; t -= 2) {
-        const Factor g1(pivot + 4 * (t - 1)), g2(pivot + 4 * (t - 2));
-        const Factor both(g1, g2);
-        const Quad y1 = kept(t - 1);
-        const Quad c2 = kept(t - 2) - times(y1, g2);
-        part(y1 - times(e, g1), z + 2 * (t - 1), z + 2 * (last - t + 1));
-        e = c2 + times(e, both);
-        part(e, z + 2 * (t - 2), z + 2 * (last - t + 2));
-    }
-    if (t == 1) part(kept(0) - times(e, Factor(pivot)), z, z + 2 * last);
+template void ffd_level<float>(const Parms&, std::span<const float>, const float*, MediumLevel&, std::span<Lanes>,
+                               std::span<Lanes>, int);
+template void ffd_level<double>(const Parms&, std::span<const float>, const float*, MediumLevel&,
+                                std::span<LanesOf<double>>, std::span<LanesOf<double>>, int);
+template void ffd_factors<float>(float, float, float, float, std::span<const Lanes>, std::span<const Lanes>,
+                                 View<Lanes, 2>, View<Lanes, 2>);
+template void ffd_factors<double>(float, float, float, float, std::span<const LanesOf<double>>,
+                                  std::span<const LanesOf<double>>, View<Lanes, 2>, View<LanesOf<double>, 2>);
+
+void ffd_solve(const DepthStep::Stage& stage, StepScratch& scratch) {
+    if (stage.fine.p)
+        solve<double>(stage.fine.p, stage.middle, scratch.correction, scratch.fine_chain);
+    else
+        solve<float>(stage.pivot.p, std::complex<float>(stage.middle), scratch.correction, scratch.chain);
 }
 
 void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel) {

@@ -27,25 +27,32 @@ inline constexpr const char* dipop_values = "15, 45, 65, 79, 80, 87, 89 or 90";
 /// amplify. The single stages above 45 degrees amplify rough models from further down on.
 float ffd_reference_share(int dipop);
 
+/// Whether the stages of a dip limit come so near to resonance that single precision loses their derivative: the
+/// image's is off by up to 0.5 % at 80, by 1 to 20 % at 87, 89 and 90, and by 0.05 % below.
+bool ffd_needs_double(int dipop);
+
 /// Model terms of a level: reference velocity, slowness differences, and lane `lane` of the drift and curve terms of
-/// depth_step.h.
+/// depth_step.h. For float or double.
 /// @param vel  (nx) slowness
 /// @param vref the reference velocity, whose level then also gets the derivatives; null: the smallest of the level
+template <class Real>
 void ffd_level(const Parms& par, std::span<const float> vel, const float* vref, MediumLevel& level,
-               std::span<Lanes> drift, std::span<Lanes> curve, int lane);
+               std::span<LanesOf<Real>> drift, std::span<LanesOf<Real>> curve, int lane);
 
-/// Factors of one stage for the lanes of a block of levels.
+/// Factors of one stage for the lanes of a block of levels. For float or double.
 /// @param w            angular frequency, not zero
 /// @param drift, curve (nx) as ffd_level left them
 /// @param gain         (nx, 2) out: q, real and imaginary
 /// @param pivot        (nx, 2) out: inverse pivots, real and imaginary: eliminated from the left below nx/2, from the
 ///                     right above, and both ways at nx/2. A pivot of exactly zero is moved off it
-void ffd_factors(float w, float alph, float beta, float trick, std::span<const Lanes> drift,
-                 std::span<const Lanes> curve, View<Lanes, 2> gain, View<Lanes, 2> pivot);
+template <class Real>
+void ffd_factors(float w, float alph, float beta, float trick, std::span<const LanesOf<Real>> drift,
+                 std::span<const LanesOf<Real>> curve, View<Lanes, 2> gain, View<LanesOf<Real>, 2> pivot);
 
-/// rhs = S^-1 rhs for two fields at once.
-/// @param rhs  (2, nx + 1) right sides q T f of both fields, side by side; overwritten. The last column must be zero.
-void ffd_solve(const DepthStep::Stage& stage, View<cf, 2> rhs, std::vector<Lanes>& chain);
+/// rhs = S^-1 rhs for two fields at once, in the precision of the stage's pivots.
+/// @param scratch its `correction`, (2, nx + 1), holds the right sides q T f of both fields side by side, the last
+///                column zero, and receives the result
+void ffd_solve(const DepthStep::Stage& stage, StepScratch& scratch);
 
 /// Carry one wavefield one depth step down (see owpspi for the arguments). Leaves the field alone at zero frequency.
 void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel);

@@ -210,7 +210,7 @@ void apply_step_transposed(const DepthStep& step, const LateralFft& fft, Side so
         const auto [ds, dr] = differences(step, source, receiver, i, scratch);
         cf* const pair = scratch.correction.view().p;
         put_pair(source.field, receiver.field, pair);  // conj(S)^-1 x = conj(S^-1 conj(x)); the receiver side has
-        ffd_solve(stage, scratch.correction, scratch.chain);  // conj(S) for S
+        ffd_solve(stage, scratch);                     // conj(S) for S
         cf *const ws = scratch.field.view().p, *const wr = scratch.shifted.view().p;
         use_solution(terms, pair, ds, dr, gradient, ws, wr);
         add_second_difference(ws, source.field);
@@ -240,7 +240,7 @@ void apply_step_derivative(const DepthStep& step, const LateralFft& fft, Side so
             p(0, k) = stage_response(terms, +1, us, k) * ds(k);
             p(1, k) = std::conj(stage_response(terms, -1, ur, k) * ds(k));
         }
-        ffd_solve(stage, p, scratch.chain);
+        ffd_solve(stage, scratch);
         for (std::ptrdiff_t k = 0; k < n; ++k) {
             source.field(k) += p(0, k);
             receiver.field(k) += std::conj(p(1, k));
