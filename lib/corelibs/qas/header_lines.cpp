@@ -146,13 +146,14 @@ void write_outname(Layer& layer, streaminf& stream) {
         write_text(layer, stream, "\t\tqasstr_ready_out() : sets next in=\"stdin\"\n", "write_outname");
         return;
     }
-    write_text(layer, stream, "\t\tsets next: in=" + format_value(stream.dataname) + "\n", "write_outname");
+    write_text(layer, stream, "\t\tsets next: in=" + quoted_text(stream.dataname) + "\n", "write_outname");
     const std::string variable = envhead(stream.dataname);
     if (!variable.empty()) {
         const char* value = std::getenv(variable.c_str());
-        write_text(layer, stream,
-                   strprintf("\t\t current environment %s=\"%s\"\n", variable.c_str(), value ? value : ""),
-                   "write_outname");
+        write_text(
+            layer, stream,
+            strprintf("\t\t current environment %s=%s\n", variable.c_str(), quoted_text(value ? value : "").c_str()),
+            "write_outname");
     }
 }
 
@@ -160,7 +161,7 @@ void update_out(Layer& layer, streaminf& stream, const std::string& names) {
     stream.dataname = names;
     if (names == stream.header_in || !stream.header_outname) return;
     stream.header_in = names;
-    append_history(layer, stream, "\t\tsets next: in=" + format_value(names) + "\n");
+    append_history(layer, stream, "\t\tsets next: in=" + quoted_text(names) + "\n");
 }
 
 void qasstr_ready_out(Layer& layer, streaminf& stream) {

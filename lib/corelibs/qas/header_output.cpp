@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <utility>
@@ -122,6 +123,17 @@ void outname(Layer& layer, streaminf& stream) {
     }
 }
 
+/// The names of new data files must be found again in the header.
+void check_data_name(const streaminf& stream) {
+    const auto files = std::count(stream.dataname.begin(), stream.dataname.end(), ';') + 1;
+    std::string what = "name of the data file";
+    if (files > 1) what = strprintf("names of the %td data files (nfiles, datapath)", files);
+    check_readable("the " + what + " of " + header_place(stream), quoted_text(stream.dataname));
+    if (const std::string variable = envhead(stream.dataname); !variable.empty())
+        if (const char* value = std::getenv(variable.c_str()))
+            check_readable("environment variable " + variable, quoted_text(value));
+}
+
 void open_outstream(Layer& layer, streaminf& stream) {
     if (stream.tagname != "out") {
         outname(layer, stream);
@@ -144,6 +156,7 @@ void open_outstream(Layer& layer, streaminf& stream) {
             name_data_by_path(layer, stream, qas_tail(layer.argv.empty() ? "" : layer.argv[0]), true);
         stream.unique_data = name.empty();
     }
+    check_data_name(stream);
     init_io(layer, stream);
 }
 
@@ -193,6 +206,7 @@ void open_inoutstream(Layer& layer, streaminf& stream) {
         }
     }
     if (stream.dataname.empty()) outname(layer, stream);
+    if (stream.fresh_data) check_data_name(stream);
     init_io(layer, stream);
 }
 

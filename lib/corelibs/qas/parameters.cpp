@@ -21,7 +21,18 @@ ParTable& command_line(Layer& layer) {
     return layer.getch_queue;
 }
 
-std::string history_line(std::string_view name, const Value& value) {
+/// Whether the text is one value in double quotes.
+bool is_quoted(std::string_view text) {
+    if (text.size() < 2 || text.front() != '"' || text.back() != '"') return false;
+    const std::string_view inside = text.substr(1, text.size() - 2);
+    for (std::size_t at = inside.find('"'); at != std::string_view::npos; at = inside.find('"', at + 2))
+        if (inside.substr(at, 2) != "\"\"") return false;
+    return true;
+}
+
+std::string history_line(const streaminf& stream, std::string_view name, const Value& value) {
+    if (const auto* text = std::get_if<std::string>(&value))
+        check_readable(header_place(stream) + ": the value of " + std::string(name), *text);
     return "\t\t" + std::string(name) + '=' + format_value(value) + '\n';
 }
 
@@ -92,6 +103,24 @@ void unnamed_words(const Layer& layer, const KeyTable& keys, std::vector<std::st
 }
 
 }  // namespace
+
+std::vector<std::string> finitpar(int argc, const char* const* argv, Notes& notes) {
+    constexpr std::size_t width = 255;
+    std::vector<std::string> words;
+    for (int i = 0; i < argc; ++i) {
+        words.push_back(kill_trailing(argv[i], ' '));
+        std::string& word = words.back();
+        if (word.size() <= width || word.size() > max_token) continue;  // what no reader takes is refused by its name
+        const std::size_t length = word.size();
+        word = kill_trailing(word.substr(0, width), ' ');
+        notes.program = words.front();
+        notes.warning(strprintf(
+            "a word of the command line has %zu characters and is cut after %zu (a file named by par= may hold longer "
+            "values): %s\n",
+            length, width, word.c_str()));
+    }
+    return words;
+}
 
 void initpar(Layer& layer, std::vector<std::string> argv) {
     for (std::string& word : argv) word.erase(word.find_last_not_of(' ') + 1);
@@ -191,9 +220,27 @@ std::string format_value(const Value& value) {
         std::string operator()(float v) const { return strprintf("%g", static_cast<double>(v)); }
         std::string operator()(double v) const { return strprintf("%.15g", v); }
         std::string operator()(bool v) const { return v ? "yes" : "no"; }
-        std::string operator()(const std::string& v) const { return v.starts_with('"') ? v : '"' + v + '"'; }
+        std::string operator()(const std::string& v) const { return is_quoted(v) ? v : quoted_text(v); }
     } format;
     return std::visit(format, value);
+}
+
+std::string quoted_text(std::string_view text) {
+    std::string quoted(1, '"');
+    for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+    return quoted + '"';
+}
+
+void check_readable(const std::string& what, std::string_view text) {
+    const auto unreadable = [](char c) { return (static_cast<unsigned char>(c) < 32 && c != '\t') || c == 127; };
+    const auto at = std::find_if(text.begin(), text.end(), unreadable);
+    if (at != text.end())
+        qaserr("%s: character %td of it is a control character (number %d), which a history cannot hold\n",
+               what.c_str(), at - text.begin() + 1, *at);
+    const std::size_t length = is_quoted(text) ? text.size() : quoted_text(text).size();
+    if (length > max_token)
+        qaserr("%s: %zu characters with its quotes, of which a history can hold %zu\n", what.c_str(), length,
+               max_token);
 }
 
 void putch(Layer& layer, std::string_view name, const Value& value) {
@@ -205,13 +252,13 @@ void auxputch(Layer& layer, std::string_view name, const Value& value, std::stri
 }
 
 void qasstrput(Layer& layer, streaminf& stream, std::string_view name, const Value& value) {
-    const std::string line = history_line(name, value);
+    const std::string line = history_line(stream, name, value);
     if (append_history(layer, stream, line)) read_back(layer, stream, line);
 }
 
 void qasstrputlast(Layer& layer, streaminf& stream, std::string_view name, const Value& value) {
     const std::string full_name = "putlast: " + std::string(name);
-    const std::string line = history_line(full_name, value);
+    const std::string line = history_line(stream, full_name, value);
     append_last(layer, stream, full_name, line);
     read_back(layer, stream, line);
 }

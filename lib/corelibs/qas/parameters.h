@@ -5,12 +5,16 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "lib/corelibs/qas/decode.h"
 #include "lib/corelibs/qas/streaminf.h"
 
 namespace qas {
 
+/// The words of a command line as a program takes them: of each the first 255 characters, trailing blanks cut. A longer
+/// one is warned about; one that is longer than a value can be stays whole, and is refused when it is scanned.
+std::vector<std::string> finitpar(int argc, const char* const* argv, Notes& notes);
 /// Keeps the argument vector, trailing blanks of each word cut. Nothing is scanned yet.
 void initpar(Layer& layer, std::vector<std::string> argv);
 
@@ -43,8 +47,14 @@ std::vector<std::string> unread(Layer& layer, const KeyTable& keys, bool with_fi
 
 using Value = std::variant<int, float, double, bool, std::string>;
 
-/// A value as it stands behind `name=` in a history: "%d", "%g", "%.15g", yes or no, quoted text.
+/// A value as it stands behind `name=` in a history: "%d", "%g", "%.15g", yes or no, quoted text. A text that is in
+/// double quotes already stands as it is.
 std::string format_value(const Value& value);
+/// The text in double quotes; those in it are doubled.
+std::string quoted_text(std::string_view text);
+/// Ends the run if a reader of the history would not find this text again: control characters, and more than the
+/// scanner takes. `what` stands in front of the message.
+void check_readable(const std::string& what, std::string_view text);
 
 /// Appends "\t\tname=value\n" to the history of "out", of `tag` (created as an output if new), of a record, and
 /// flushes. On an in/out dataset the line can be read back at once. A history whose data follow in the same stream is

@@ -16,7 +16,6 @@
 namespace qas {
 namespace {
 
-constexpr std::size_t max_token = 8191;
 constexpr std::size_t max_included = std::size_t{16} << 20;
 constexpr int max_files = 10000;
 
@@ -191,6 +190,9 @@ void getpar_string_store(ParTable& table, std::int64_t& clock, std::string_view 
         return;
     }
     const std::string value(word.substr(equals + 1));
+    if (value.size() > max_token)
+        qaserr("parameter %s: a value of %zu characters; at most %zu can be read\n", std::string(name).c_str(),
+               value.size(), max_token);
     getpar_hash_store(table, clock, name, value);
     if (name == "par") {
         std::size_t included = 0;

@@ -5,6 +5,7 @@
 /// letter followed by letters, digits, `-` or `_`, and ends at `=`. The value is quoted ("..." or '...', a doubled
 /// quote stands for one, a newline closes it too) or bare (up to the next blank, tab or newline). A line that starts
 /// with `#` is a comment. Everything else is skipped. `par=file` is read in its place.
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -26,6 +27,9 @@ struct ParTable : std::map<std::string, Entry, std::less<>> {
     std::vector<std::string> files;  ///< parameter files that were read
 };
 
+/// Bytes of the longest name or value, its quotes included, that the scanner takes.
+constexpr std::size_t max_token = 8191;
+
 /// Who wrote a text. What stands in a history may have come from anywhere: a `par=` there reads regular files only.
 enum class Origin { user, history };
 
@@ -39,6 +43,7 @@ void getpar_scan(ParTable& table, std::int64_t& clock, std::string_view text, Or
 
 /// Stores one word of the command line. A word with a quote in it is scanned like a text; in any other, everything
 /// after the first `=` is the value. Words without a name are passed over.
+/// Errors: those of getpar_scan; a value over 8191 bytes.
 void getpar_string_store(ParTable& table, std::int64_t& clock, std::string_view word);
 
 }  // namespace qas

@@ -84,7 +84,9 @@ struct Session::State {
     Layer layer;
 };
 
-Session::Session(int argc, const char* const* argv) : Session(std::vector<std::string>(argv, argv + argc)) {}
+Session::Session(int argc, const char* const* argv) : Session(std::vector<std::string>()) {
+    initpar(state_->layer, finitpar(argc, argv, state_->layer.notes));
+}
 
 Session::Session(std::vector<std::string> argv) : state_(std::make_unique<State>()) {
     keep_standard_streams_open();
@@ -95,6 +97,10 @@ Session::~Session() = default;
 
 std::string Session::program() const {
     return state_->layer.argv.empty() ? std::string() : state_->layer.argv[0];
+}
+
+const std::vector<std::string>& Session::words() const {
+    return state_->layer.argv;
 }
 
 void Session::set_streams(std::FILE* in, std::FILE* out, std::FILE* err) {
@@ -117,6 +123,19 @@ T Session::from_param(std::string_view key, const T& otherwise) {
     const T given = without_padding(getch<T>(key).value_or(otherwise));
     record(state_->layer, "From par: " + std::string(key), given);
     return given;
+}
+
+std::string Session::from_param_text(std::string_view key, const std::string& otherwise, std::size_t width) {
+    std::string text = without_padding(getch<std::string>(key).value_or(otherwise));
+    if (text.size() > width) {
+        const std::string field = without_padding(text.substr(0, width));
+        state_->layer.notes.warning(strprintf("parameter %s has %zu characters, of which %zu count: %s=%s\n",
+                                           std::string(key).c_str(), text.size(), width, std::string(key).c_str(),
+                                           field.c_str()));
+        text = field;
+    }
+    record(state_->layer, "From par: " + std::string(key), text);
+    return text;
 }
 
 template <ParameterValue T>

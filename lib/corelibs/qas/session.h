@@ -26,7 +26,8 @@ concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::
 /// handed down; a test may open several. For the main thread only. Errors throw qas::Fatal (qaserr.h).
 class Session {
 public:
-    /// Keeps the argument vector (argv[0] is the program name); nothing is scanned before the first look-up.
+    /// Keeps the argument vector (argv[0] is the program name); nothing is scanned before the first look-up. Of a
+    /// command line the first 255 characters of a word count; a longer one is warned about.
     Session(int argc, const char* const* argv);
     explicit Session(std::vector<std::string> argv);
     ~Session();
@@ -34,6 +35,8 @@ public:
     Session& operator=(const Session&) = delete;
 
     std::string program() const;
+    /// The argument vector.
+    const std::vector<std::string>& words() const;
 
     /// The streams to use as standard input, output and error; they stay the caller's. To be called before anything
     /// else. A test gives its own, since the history of "in" is read to its end at the first from_param or to_history.
@@ -45,6 +48,9 @@ public:
     T from_param(std::string_view key);
     template <ParameterValue T>
     T from_param(std::string_view key, const T& otherwise);
+
+    /// As from_param for a text in a field of `width` characters: a longer one is cut to it, with a warning.
+    std::string from_param_text(std::string_view key, const std::string& otherwise, std::size_t width);
 
     /// As from_param, without recording; empty if absent. `names` may hold synonyms parted by blanks.
     template <ParameterValue T>

@@ -25,6 +25,12 @@ void read(qas::Session& session, const char* key, T& value) {
         if (!std::isfinite(value)) refuse("%s=%g: a finite number is needed", key, value);
 }
 
+/// A text in a field of `width` characters.
+void read_text(qas::Session& session, const char* key, std::size_t width, std::string& value) {
+    value = session.from_param_text(key, value, width);
+    value.erase(value.find_last_not_of(' ') + 1);
+}
+
 void read_name(qas::Session& session, const char* key, std::string& value) {
     read(session, key, value);
     value.erase(value.find_last_not_of(' ') + 1);
@@ -89,7 +95,7 @@ void read_conditioning(qas::Session& session, Parms& par) {
     read(session, "dipflt", par.dipflt);
     if (par.dipflt) read(session, "frame", par.frame);
     read(session, "epscg", par.epscg);
-    read(session, "cgsolv", par.cgsolv);
+    read_text(session, "cgsolv", 6, par.cgsolv);
     read_knots(session, par);
     read(session, "smooth", par.smooth);
     if (par.smooth) {
@@ -104,7 +110,7 @@ void read_conditioning(qas::Session& session, Parms& par) {
 }
 
 void read_modes(qas::Session& session, Parms& par) {
-    read(session, "sufx", par.sufx);
+    read_text(session, "sufx", 12, par.sufx);
     read(session, "dot", par.dot);
     read(session, "adj", par.adj);
     read(session, "inversion", par.inversion);
@@ -113,7 +119,7 @@ void read_modes(qas::Session& session, Parms& par) {
     read(session, "windx", par.windx);
     read(session, "windh", par.windh);
     read(session, "windz", par.windz);
-    read_name(session, "extrapolator", par.extrap);
+    read_text(session, "extrapolator", 6, par.extrap);
     read(session, "zwgt", par.zwgt);
     if (par.ffd()) {
         read(session, "dipop", par.dipop);
@@ -136,7 +142,7 @@ void read_modes(qas::Session& session, Parms& par) {
     read(session, "migration", par.migration);
     read(session, "areal", par.areal);
     read(session, "timeshift", par.timeshift);
-    read_name(session, "imgcon", par.imgcon);
+    read_text(session, "imgcon", 7, par.imgcon);
     if (!par.quiet) list_write({std::string_view(par.imgcon)});  // whatever it is
     if (par.inversion && !par.dso) {
         read(session, "resmig", par.resmig);

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr int most_columns = 1 << 24;  // beyond it a float no longer counts every column
+constexpr int most_counted = 1 << 24;  // beyond it a float no longer counts every column, level or shot
 constexpr int most_threads = 1024;
 constexpr int most_frame = 1 << 20;
 constexpr int most_references = 1000;
@@ -43,11 +43,21 @@ void check_axis(const HeaderAxis& a) {
     if (a.axis.n < a.least)
         refuse("n%d=%d in the header of %s: the number of samples must be %d or more", a.number, a.axis.n, a.tag,
                a.least);
+    if (a.axis.n > most_counted)
+        refuse("n%d=%d in the header of %s: at most %d samples are permitted", a.number, a.axis.n, a.tag, most_counted);
     if (!std::isfinite(a.axis.d) || !std::isfinite(a.axis.o))
         refuse("d%d=%g o%d=%g in the header of %s: both must be finite numbers", a.number, a.axis.d, a.number, a.axis.o,
                a.tag);
     if (a.needs_step && a.axis.d <= 0.0f)
         refuse("d%d=%g in the header of %s: the interval must be positive", a.number, a.axis.d, a.tag);
+}
+
+/// The size of a sample, where the header tells it.
+void check_sample_size(qas::Session& session, const char* tag, int esize) {
+    const int found = session.from_aux<int>(tag, "esize", esize);
+    if (found != esize)
+        refuse("esize=%d in the header of %s: its samples must be %s, esize=%d", found, tag,
+               esize == 8 ? "complex" : "real", esize);
 }
 
 void check_frequencies(const char* tag, const Axis& w) {
@@ -166,7 +176,7 @@ void check_model_window(const Parms& par) {
 }
 
 void check_shot_windows(const Parms& par, int width) {
-    if (par.areal || par.rec.xd.n < 1) return;
+    if (par.areal) return;
     for (const int shot : {1, par.rec.xd.n}) {
         const float xv = par.rec.xd.o + par.rec.h.o - static_cast<float>(par.padtraces + par.tapertr) * par.rec.h.d +
                          static_cast<float>(shot - 1) * par.rec.xd.d;
@@ -266,7 +276,7 @@ void check_axes(const Parms& par, qas::Session& session) {
     for (const HeaderAxis& a : {
              HeaderAxis{"rec", 1, par.rec.h, 1, true},
              HeaderAxis{"rec", 3, par.rec.w, 1, false},
-             HeaderAxis{"rec", 4, par.rec.xd, 0, false},
+             HeaderAxis{"rec", 4, par.rec.xd, 1, false},
              HeaderAxis{"sou", 1, par.sou.h, 1, false},
              HeaderAxis{"sou", 3, par.sou.w, 1, false},
              HeaderAxis{"sou", 4, par.sou.xd, 0, false},
@@ -276,6 +286,9 @@ void check_axes(const Parms& par, qas::Session& session) {
         check_axis(a);
     check_frequencies("rec", par.rec.w);
     check_frequencies("sou", par.sou.w);
+    check_sample_size(session, "rec", 8);
+    check_sample_size(session, "sou", 8);
+    check_sample_size(session, "vel", 4);
     session.check_data_size("rec", std::int64_t{8} * par.rec.h.n * par.rec.w.n, "n1*n3");
     if (par.areal) session.check_data_size("sou", std::int64_t{8} * par.sou.h.n * par.sou.w.n, "n1*n3");
     session.check_data_size("vel", std::int64_t{4} * par.v.xm.n * par.v.z.n, "n1*n3");
@@ -283,11 +296,9 @@ void check_axes(const Parms& par, qas::Session& session) {
     if (par.tapertr < 0) refuse("traces_in_taper=%d: 0 or more are permitted", par.tapertr);
     if (par.padtraces < 0) refuse("padtraces=%d: 0 or more are permitted", par.padtraces);
     const std::int64_t width = par.rec.h.n + 2 * (std::int64_t{par.tapertr} + par.padtraces);
-    if (width > most_columns)
+    if (width > most_counted)
         refuse("traces_in_taper=%d padtraces=%d: a line of %lld columns, at most %d are permitted", par.tapertr,
-               par.padtraces, static_cast<long long>(width), most_columns);
-    if (par.v.xm.n > most_columns || par.v.z.n > most_columns)
-        refuse("n1=%d n3=%d in the header of vel: at most %d are permitted", par.v.xm.n, par.v.z.n, most_columns);
+               par.padtraces, static_cast<long long>(width), most_counted);
 }
 
 void check_depths(const Parms& par) {

@@ -353,6 +353,13 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
         {{"nfiles=0"}, "parameter nfiles=0: must be 1"},
         {{"filesize=0"}, "parameter filesize: 0 megabytes"},
         {{"dirsize=5,-1"}, "parameter dirsize: -1 megabytes"},
+        {{"g.out=a\nb"},
+         "the name of the data file of header \"g\" of tag \"g\" (parameter g): character 3 of it is a control"
+         " character (number 10), which a history cannot hold\n"},
+        {{"nfiles=300", "filesize=1", "datapath=./some/folder/with/a/name/"},
+         "the names of the 300 data files (nfiles, datapath) of header \"g\" of tag \"g\" (parameter g): 9491 "
+         "characters"
+         " with its quotes, of which a history can hold 8191\n"},
     };
     for (const auto& row : rows) {
         EXPECT_THAT(fatal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
@@ -360,10 +367,27 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
     }
     EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));
+    EXPECT_THAT(
+        fatal([&] { session({"stdout=x"})->to_history("title", std::string("a\4b")); }),
+        HasSubstr("(parameter stdout): the value of title: character 2 of it is a control character (number 4)"));
+    EXPECT_THAT(fatal([&] { session({"stdout=x"})->from_param("sufx", std::string(8190, 's')); }),
+                HasSubstr("the value of From par: sufx: 8192 characters"));
     set_input("n1=1\n");
     auto s = session({"stdout=/dev/full", "out=x"});
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
     EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
+}
+
+TEST_F(Datasets, NamesAndTextsWithQuotesReadBack) {
+    for (const std::string name : {"a\"b\"\"c", "\"front", "it's", "\"whole\"\"", " blank s"}) {
+        const std::string header = "g=" + qas::quoted_text(name);
+        auto s = session({header, "datapath=./" + std::string(name == "it's" ? "" : "d_")});
+        s->to_history("label1", name, "g");
+        write(*s, "g", {1, 2});
+        auto t = session({header});
+        EXPECT_EQ(t->from_aux<std::string>("g", "label1"), name);
+        EXPECT_EQ(read(*t, "g", 2), Samples({1, 2})) << name;
+    }
 }
 
 TEST_F(Datasets, OutputsMayNotOverwriteDatasetsInUse) {

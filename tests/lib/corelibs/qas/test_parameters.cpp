@@ -93,6 +93,23 @@ TEST_F(Parameters, CommandLine) {
         EXPECT_EQ(session(words)->getch<std::string>(key).value_or("(absent)"), expected) << fault;
 }
 
+TEST_F(Parameters, AWordOfTheCommandLineHas255Characters) {
+    const auto value = [&](const std::string& text) {
+        const std::string word = "a=" + text;
+        const char* const words[] = {"prog", word.c_str()};
+        qas::Layer layer;
+        prepare(layer, {});
+        qas::initpar(layer, qas::finitpar(2, words, layer.notes));
+        return qas::getch_text(layer, "a").value_or("");
+    };
+    EXPECT_EQ(value(std::string(253, 'x') + "  "), std::string(253, 'x'));
+    EXPECT_EQ(errors(), "");
+    EXPECT_EQ(value(std::string(252, 'x') + " y"), std::string(252, 'x'));
+    EXPECT_THAT(errors(), StartsWith("warning: a word of the command line has 256 characters and is cut after 255 "));
+    EXPECT_EQ(fatal([&] { value(std::string(9000, 'x')); }),
+              "parameter a: a value of 9000 characters; at most 8191 can be read\n");
+}
+
 TEST_F(Parameters, ParameterFilesAreReadWhereTheyAreNamed) {
     write_text("a.p", "niter=2 par=b.p tail=a\nlast=a");
     write_text("b.p", "tail=b inner=b\n");

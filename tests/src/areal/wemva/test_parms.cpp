@@ -380,8 +380,16 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
          [](TinySurvey& s) { s.rec.header["n1"] = "0"; }},
         {"n3=-3 in the header of vel: the number of samples must be 1 or more\n",
          [](TinySurvey& s) { s.vel.header["n3"] = "-3"; }},
-        {"n4=-1 in the header of rec: the number of samples must be 0 or more\n",
-         [](TinySurvey& s) { s.rec.header["n4"] = "-1"; }},
+        {"n4=0 in the header of rec: the number of samples must be 1 or more\n",
+         [](TinySurvey& s) { s.rec.header["n4"] = "0"; }},
+        {"n4=2147483647 in the header of rec: at most 16777216 samples are permitted\n",
+         [](TinySurvey& s) { s.rec.header["n4"] = "2147483647"; }},
+        {"esize=4 in the header of rec: its samples must be complex, esize=8\n",
+         [](TinySurvey& s) { s.rec.header["esize"] = "4"; }},
+        {"esize=4 in the header of sou: its samples must be complex, esize=8\n",
+         [](TinySurvey& s) { s.sou.header["esize"] = "4"; }},
+        {"esize=8 in the header of vel: its samples must be real, esize=4\n",
+         [](TinySurvey& s) { s.vel.header["esize"] = "8"; }},
         {"d1=0 in the header of rec: the interval must be positive\n", [](TinySurvey& s) { s.rec.header["d1"] = "0"; }},
         {"d3=-10 in the header of vel: the interval must be positive\n",
          [](TinySurvey& s) { s.vel.header["d3"] = "-10"; }},
@@ -497,7 +505,7 @@ TEST(Owparam, AHorizonThatMasksTheWholeGradientIsRefused) {
 TEST(Owparam, AHeaderThatPromisesFarMoreThanItsDataHoldIsRefused) {
     for (const char* tag : {"rec", "sou", "vel"}) {
         TinySurvey survey(true);
-        (tag[0] == 'r' ? survey.rec : tag[0] == 's' ? survey.sou : survey.vel).header["n1"] = "200000000";
+        (tag[0] == 'r' ? survey.rec : tag[0] == 's' ? survey.sou : survey.vel).header["n1"] = "16000000";
         const std::string fatal = start(survey).fatal;
         EXPECT_THAT(fatal, HasSubstr(tag));
         EXPECT_THAT(fatal, HasSubstr("n1*n3 asks for "));
@@ -537,6 +545,8 @@ TEST(Owparam, DoubtfulInputIsWarnedAbout) {
          [](TinySurvey& s) { set(s, "extrapolator", "split"); }},
         {"imgcon=imgdec is not known (imgprim and imgmult are): the image stays zero",
          [](TinySurvey& s) { set(s, "imgcon", "imgdec"); }},
+        {"parameter imgcon has 10 characters, of which 7 count: imgcon=imgprim",
+         [](TinySurvey& s) { set(s, "imgcon", "imgprimary"); }},
         {"imgcon=imgmult has no adjoint: the gradient is zero, and the run ends after its first evaluation",
          [](TinySurvey& s) { set(s, "imgcon", "imgmult"); }},
         {"timeshift=yes: fun is summed over the offset axis, which is not set with time shifts, so that it is 0",
