@@ -82,8 +82,7 @@ Plan read_plan(qas::Session& session) {
 }
 
 /// The user's words with every output sent to the scratch folder and the mode set. The last word for a name wins.
-std::vector<std::string> arguments_of(int argc, char** argv, const Scratch& scratch, const char* mode) {
-    std::vector<std::string> words(argv, argv + argc);
+std::vector<std::string> arguments_of(std::vector<std::string> words, const Scratch& scratch, const char* mode) {
     for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage", "illum", "log", "list"})
         words.push_back(std::string(tag) + "=" + (scratch.path / tag).string());
     for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz", "maskout"})
@@ -154,10 +153,10 @@ std::vector<double> direction(const InversionSetup& setup, std::span<const doubl
 }
 
 /// Tests one mode along every direction.
-std::vector<SlopeCheck> test_mode(int argc, char** argv, const char* mode, const Plan& plan,
+std::vector<SlopeCheck> test_mode(const std::vector<std::string>& words, const char* mode, const Plan& plan,
                                   const qas::KeyTable& keys) {
     const Scratch scratch;
-    qas::Session session(arguments_of(argc, argv, scratch, mode));
+    qas::Session session(arguments_of(words, scratch, mode));
     session.declare(keys);
     std::vector<TaylorLine> lines;
     std::vector<char> means;
@@ -237,8 +236,8 @@ int main(int argc, char** argv) {
     try {
         check_keys(session, keys);
         const Plan plan = read_plan(session);
-        const std::vector<SlopeCheck> exact = test_mode(argc, argv, "exact", plan, keys);
-        test_mode(argc, argv, "classic", plan, keys);
+        const std::vector<SlopeCheck> exact = test_mode(session.words(), "exact", plan, keys);
+        test_mode(session.words(), "classic", plan, keys);
         return conclude(exact);
     } catch (const StrictEnd& error) {
         qas::report_fatal(error, session);

@@ -14,10 +14,6 @@
 
 namespace {
 
-bool is_help(std::string_view word) {
-    return word == "--help" || word == "-h";
-}
-
 /// The message on the standard error, and on the standard output unless samples go there.
 int report(const std::string& name, const std::string& message, bool samples_on_stdout, int status) {
     std::fflush(stdout);
@@ -38,11 +34,9 @@ int main(int argc, char** argv) {
     if (const auto status = qas::answer(std::min(argc, 2), argv, "qas", qastool::overview)) return *status;
     for (const qastool::Command& command : qastool::commands()) {
         if (name != command.name) continue;
-        if (std::any_of(words.begin(), words.end(), is_help)) {
-            std::fputs(command.help, stdout);
-            return 0;
-        }
         const std::string full = "qas " + std::string(name);
+        if (const auto status = qas::answer(argc - 1, argv + 1, full, [&] { return std::string(command.help); }))
+            return *status;
         try {
             const int status = command.run(qastool::sort_words("qas-" + std::string(name), words));
             if (std::fflush(stdout) != 0 || std::ferror(stdout))

@@ -157,6 +157,19 @@ TEST(Driver, OneEvaluationLeavesItsPanelsAndLines) {
     }
 }
 
+TEST(Driver, InputsFromPipesAreReadForEachEvaluation) {
+    TinySurvey survey(true);
+    ASSERT_EQ(survey.run().status, 0);
+    const std::vector<float> expected = files::read_dataset(survey.dir / "velout.H");
+    for (const std::string tag : {"vel", "rec", "sou"}) {
+        const std::string header = survey.arguments[tag];
+        survey.arguments[tag] = "\"cat " + header + "; printf 'in=stdin\\n\\014\\014\\004'; cat " + header + "@ |\"";
+    }
+    ASSERT_EQ(survey.run().status, 0);
+    EXPECT_GE(count_evaluations(read_log(survey)), 2);
+    EXPECT_EQ(files::read_dataset(survey.dir / "velout.H"), expected);
+}
+
 TEST(Driver, TheListingTellsTheOrderOfEvents) {
     TinySurvey survey(false);
     ASSERT_EQ(survey.run().status, 0);
@@ -495,11 +508,10 @@ TEST(Driver, ObjectiveVariants) {
     EXPECT_GT(sum_of_squares(files::read_dataset(shifts.dir / "bkgimg.H")), 0.0);
 }
 
-TEST(Driver, NoShotsGiveEmptyPanels) {
+TEST(Driver, ShotsOfZerosGiveEmptyPanels) {
     TinySurvey survey(false);
-    survey.rec.axis(4, 0, "40", "100");
+    std::ranges::fill(survey.rec.samples, 0.0f);
     survey.arguments["niter"] = "3";
-    survey.arguments["traces_in_taper"] = "8";
     const Outcome run = survey.run();
     ASSERT_EQ(run.status, 0) << run.err;
     const std::vector<LogLine> log = read_log(survey);

@@ -96,6 +96,11 @@ TEST_F(QasTool, HelpNamesEverySubcommandAndGivesExamples) {
         EXPECT_THAT(one.out, ContainsRegex("Examples?:\n"));
     }
     EXPECT_EQ(shell("qas").status, 23);
+    for (const char* line : {"qas --help", "qas info -h"}) {
+        const Outcome full = shell(std::string(line) + " > /dev/full");
+        EXPECT_EQ(full.status, 23) << line;
+        EXPECT_THAT(full.err, HasSubstr("the standard output cannot be written: No space left on device\n"));
+    }
     EXPECT_THAT(shell("qas show a.H").err, HasSubstr("unknown subcommand show"));
 }
 
@@ -108,6 +113,12 @@ TEST_F(QasTool, InfoTellsSizesAndNumbersPanelByPanel) {
           "\n  min=0 max=23 mean=11.5 rms=13.4226177 zeros=1 nonfinite=0\n"})
         EXPECT_THAT(all, HasSubstr(part));
     EXPECT_THAT(good("qas info cube.H"), Not(HasSubstr("f3=0")));
+    files::Dataset velout;  // as a run leaves it
+    for (const int k : {1, 2, 3, 4, 5}) velout.axis(k, k == 1 ? 4 : k == 3 ? 3 : k == 4 ? 2 : 1, "1", "0");
+    velout.samples = ramp(24);
+    velout.write(dir / "velout.H");
+    EXPECT_THAT(good("qas info --panels velout.H"),
+                AllOf(HasSubstr("  f4=0 min=0 max=11 mean=5.5 "), HasSubstr("  f4=1 min=12 max=23 mean=17.5 ")));
 }
 
 TEST_F(QasTool, InfoComparesTheHeaderWithTheDataFile) {

@@ -1,6 +1,7 @@
 #include "lib/corelibs/qas/data_names.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -93,12 +94,17 @@ DataPath datapath(Layer& layer) {
             path = {*there, "the file " + file};
         } else {
             path.source = "the default (no datapath=, DATAPATH or .datapath given)";
+            path.by_default = true;
             const std::string user = user_name();
             if (!user.empty()) path.prefix = "/tmp//" + user + "/_";
         }
     }
     check_length(path);
     return path;
+}
+
+bool make_default_folder(const std::string& name) {
+    return ::mkdir(name.substr(0, name.rfind('/')).c_str(), 0777) == 0;
 }
 
 std::string readpath(std::string_view text, std::string_view short_host) {

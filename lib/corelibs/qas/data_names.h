@@ -10,12 +10,16 @@ namespace qas {
 /// A directory prefix, put in front of names as it is, or several with ";" between them.
 struct DataPath {
     std::string prefix;
-    std::string source;  ///< where it came from, for messages
+    std::string source;       ///< where it came from, for messages
+    bool by_default = false;  ///< nothing was given
 };
 
 /// The prefix for new data files: parameter "datapath", else the environment's DATAPATH, else the file ".datapath" in
 /// the current folder, else that in HOME, else "/tmp/", "/", the user's name and "/_".
 DataPath datapath(Layer& layer);
+
+/// Makes the folder of the default path `name` begins with, if its parent exists and it does not; says whether it did.
+bool make_default_folder(const std::string& name);
 
 /// The prefix that the text of a ".datapath" file gives the host: its first word "datapath=PREFIX", or the last later
 /// pair "HOST datapath=PREFIX" of that short host name.

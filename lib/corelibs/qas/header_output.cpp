@@ -30,9 +30,17 @@
 namespace qas {
 namespace {
 
-/// A history may name outputs, but not have anything overwritten that is no header.
-void check_named_by_history(const streaminf& stream) {
+/// A history may name the outputs that the program declared, but not have anything overwritten that is no header.
+void check_named_by_history(Layer& layer, const streaminf& stream) {
     if (!stream.from_history) return;
+    const char *tag = stream.tagname.c_str(), *name = stream.headername.c_str();
+    const std::string history = "the history of " + header_place(*tag_info(layer, "in", Mode::input));
+    if (!layer.inheriting.contains(stream.tagname))
+        qaserr("tag \"%s\": only %s names a header for it, \"%s\": name one on the command line with %s=\n", tag,
+               history.c_str(), name, tag);
+    layer.notes.warning(
+        strprintf("tag \"%s\": its header \"%s\" is named by %s; %s= on the command line names another\n", tag, name,
+                  history.c_str(), tag));
     if (!is_special_file(stream.headername)) {
         std::ifstream file(stream.headername, std::ios::binary);
         if (!file || file.peek() == std::ifstream::traits_type::eof()) return;
@@ -44,9 +52,9 @@ void check_named_by_history(const streaminf& stream) {
             if (text.find(line) != std::string::npos) return;
     }
     qaserr(
-        "tag \"%s\": the history of \"in\" names \"%s\" as its header, which is a file and no header: name one on the"
-        " command line with %s=\n",
-        stream.tagname.c_str(), stream.headername.c_str(), stream.tagname.c_str());
+        "tag \"%s\": %s names \"%s\" as its header, which is a file and no header: name one on the command line with "
+        "%s=\n",
+        tag, history.c_str(), name, tag);
 }
 
 /// Opens a header file by its name, for this program alone, and leaves alone what it holds: that is emptied once the
@@ -66,15 +74,24 @@ std::FILE* open_header_file(Layer& layer, streaminf& stream, bool readable) {
     return file;
 }
 
+/// Where the name of an output header came from, for messages.
+std::string name_source(Layer& layer, const streaminf& stream) {
+    if (stream.from_history) return "named by the history of \"in\"";
+    if (stream.tagname == "out")
+        return stream.headername == getch_text(layer, "head") ? "parameter head" : "parameter stdout";
+    if (getch_text(layer, stream.tagname)) return "parameter " + stream.tagname;
+    return "the tag's own name; " + stream.tagname + "=FILE gives another";
+}
+
 void open_outfile(Layer& layer, streaminf& stream) {
-    check_named_by_history(stream);
+    check_named_by_history(layer, stream);
     const char* name = stream.headername.c_str();
     stream.headfile = open_header_file(layer, stream, false);
     if (stream.headfile) return;
     const int reason = errno;
     layer.notes.perror("qasstrhead, openfile()");
-    qaserr("cannot create output header \"%s\" for tag \"%s\" (parameter %s): %s\n", name, stream.tagname.c_str(),
-           stream.tagname.c_str(), std::strerror(reason));
+    qaserr("cannot create output header \"%s\" for tag \"%s\" (%s): %s\n", name, stream.tagname.c_str(),
+           name_source(layer, stream).c_str(), std::strerror(reason));
 }
 
 void open_outpipe(Layer& layer, streaminf& stream) {
@@ -110,6 +127,7 @@ void open_outsok(Layer& layer, streaminf& stream) {
 void name_data_by_path(Layer& layer, streaminf& stream, const std::string& name, bool unique) {
     const DataPath path = datapath(layer);
     stream.datapath_source = "data path \"" + path.prefix + "\" is from " + path.source;
+    stream.in_default_path = path.by_default;
     stream.dataname = makenames(layer, path.prefix, name, unique);
 }
 
@@ -212,7 +230,7 @@ void open_inoutstream(Layer& layer, streaminf& stream) {
 
 /// Opens the header file; what it holds already is read if it is to be kept.
 void open_updated_header(Layer& layer, streaminf& stream, bool keep, const std::string& refused) {
-    check_named_by_history(stream);
+    check_named_by_history(layer, stream);
     stream.headfile = open_header_file(layer, stream, true);
     if (!stream.headfile) {
         layer.notes.perror("qasstrinouthead, openfile()");

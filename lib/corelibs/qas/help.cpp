@@ -18,7 +18,8 @@ std::optional<int> answer(int argc, const char* const* argv, std::string_view pr
         else
             continue;
         if (std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) == 0) return 0;
-        std::fprintf(stderr, "%s: the standard output cannot be written: %s\n", argv[0], std::strerror(errno));
+        std::fprintf(stderr, "%.*s: the standard output cannot be written: %s\n", static_cast<int>(program.size()),
+                     program.data(), std::strerror(errno));
         return 23;
     }
     return std::nullopt;

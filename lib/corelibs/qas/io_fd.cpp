@@ -140,8 +140,12 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
         why = "not a regular file";
     } else {
         if (!stream.fresh_data) flags |= O_NONBLOCK;
-        fd = stream.entrytype == STREAMIN ? Descriptor(::open(name.c_str(), flags | O_CLOEXEC))
-                                          : open_output(layer, stream, name, flags);
+        const auto open = [&] {
+            return stream.entrytype == STREAMIN ? Descriptor(::open(name.c_str(), flags | O_CLOEXEC))
+                                                : open_output(layer, stream, name, flags);
+        };
+        fd = open();
+        if (fd.get() < 0 && errno == ENOENT && stream.in_default_path && make_default_folder(name)) fd = open();
         if (fd.get() >= 0) return fd;
         why = std::strerror(errno);
     }

@@ -32,7 +32,7 @@ bool is_quoted(std::string_view text) {
 
 std::string history_line(const streaminf& stream, std::string_view name, const Value& value) {
     if (const auto* text = std::get_if<std::string>(&value))
-        check_readable(header_place(stream) + ": the value of " + std::string(name), *text);
+        check_readable(header_place(stream) + ": the value of " + std::string(name.substr(name.rfind(' ') + 1)), *text);
     return "\t\t" + std::string(name) + '=' + format_value(value) + '\n';
 }
 

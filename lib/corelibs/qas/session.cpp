@@ -130,8 +130,8 @@ std::string Session::from_param_text(std::string_view key, const std::string& ot
     if (text.size() > width) {
         const std::string field = without_padding(text.substr(0, width));
         state_->layer.notes.warning(strprintf("parameter %s has %zu characters, of which %zu count: %s=%s\n",
-                                           std::string(key).c_str(), text.size(), width, std::string(key).c_str(),
-                                           field.c_str()));
+                                              std::string(key).c_str(), text.size(), width, std::string(key).c_str(),
+                                              field.c_str()));
         text = field;
     }
     record(state_->layer, "From par: " + std::string(key), text);
@@ -306,6 +306,10 @@ bool Session::sseekable(std::string_view tag) {
 }
 int Session::make_unpipe(std::string_view tag) {
     return qas::make_unpipe(state_->layer, tag);
+}
+
+void Session::inherit_outputs(std::initializer_list<std::string_view> tags) {
+    state_->layer.inheriting.insert(tags.begin(), tags.end());
 }
 
 void Session::auxinout(std::string_view tag) {

@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -130,6 +131,10 @@ public:
     bool sseekable(std::string_view tag);
     /// Puts the data of an input that is a pipe or socket into a scratch file, so that they can be read in any order.
     int make_unpipe(std::string_view tag);
+
+    /// Tags whose output header the history of "in" may name where the command line does not; each use is told on
+    /// standard error. Of any other tag such a name is refused.
+    void inherit_outputs(std::initializer_list<std::string_view> tags);
 
     /// Opens a new tag as a dataset that is read and written and may exist already; as one that is made anew, read and
     /// written; as an output whose reader connects to the address that is returned, "host:service".

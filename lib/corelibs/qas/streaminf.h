@@ -102,10 +102,11 @@ struct streaminf {
     bool header_outname = false;
     bool ready_out = false;
     std::string dataname;
-    bool unique_data = false;     ///< dataname was made unique: its file must not exist
-    bool fresh_data = true;       ///< dataname was chosen here, not read from a header
-    std::string header_in;        ///< value of the last line that named the data in the header
-    std::string datapath_source;  ///< where the prefix of a generated data name came from, for messages
+    bool unique_data = false;      ///< dataname was made unique: its file must not exist
+    bool fresh_data = true;        ///< dataname was chosen here, not read from a header
+    std::string header_in;         ///< value of the last line that named the data in the header
+    std::string datapath_source;   ///< where the prefix of a generated data name came from, for messages
+    bool in_default_path = false;  ///< that is the default data path
     const IoRoutines* io = nullptr;
     Iotype iotype = FD_IO;
     std::optional<IoState> ioinf;  ///< none until the first transfer
@@ -135,7 +136,8 @@ struct Layer {
     std::optional<void (*)(int)> broken_pipe_action;  ///< what SIGPIPE did before an output went to a command or socket
     int hint_after_ms = 5000;  ///< silence of an input header before the user is told what the run waits for
     enum class Recording { on, off, alternate } recording = Recording::on;
-    std::string altfile;  ///< tag that takes the records when recording is `alternate`
+    std::set<std::string, std::less<>> inheriting;  ///< outputs whose header the history of "in" may name
+    std::string altfile;                            ///< tag that takes the records when recording is `alternate`
     std::vector<char> xdr_block;
 
     Layer() = default;

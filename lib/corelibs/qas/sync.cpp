@@ -171,10 +171,15 @@ int make_unpipe(Layer& layer, std::string_view tag) {
     FileState* state = std::get_if<FileState>(&*stream.ioinf);
     if (!state || !state->in || stream.backseekable) return 0;
 
-    const std::string prefix = datapath(layer).prefix;
-    std::string scratch = prefix.substr(0, prefix.find(';')) + "Unpipe_XXXXXX";
+    const DataPath path = datapath(layer);
+    const std::string pattern = path.prefix.substr(0, path.prefix.find(';')) + "Unpipe_XXXXXX";
+    std::string scratch = pattern;
     FdState copy;
     copy.fd.reset(::mkostemp(scratch.data(), O_CLOEXEC));
+    if (copy.fd.get() < 0 && errno == ENOENT && path.by_default && make_default_folder(pattern)) {
+        scratch = pattern;
+        copy.fd.reset(::mkostemp(scratch.data(), O_CLOEXEC));
+    }
     if (copy.fd.get() < 0)
         qaserr("Unable to create scratch file to buffer a pipe\n  \"%s\" for tag \"%s\": %s\n", scratch.c_str(), name,
                std::strerror(errno));

@@ -67,8 +67,8 @@ void check_result(const Parms& par, const EvaluationArrays& arrays, const char* 
 /// Puts both datasets back to their start; with one source function, reads it and sets it at its trace.
 void rewind_shots(const Inversion& run, EvaluationArrays& arrays) {
     const Parms& par = run.par;
-    run.session.sseek("rec", 0, 0);
-    run.session.sseek("sou", 0, 0);
+    for (const char* tag : {"rec", "sou"})
+        if (run.session.sseek(tag, 0, 0) != 0) refuse("%s: its data cannot be read again from their start", tag);
     if (par.areal) return;
     Array<cf, 1> source1({par.sou.w.n});
     run.session.sreed("sou", source1.view().p, bytes(source1.flat()));

@@ -415,6 +415,7 @@ void write_headers(qas::Session& session, const Parms& par) {
 }  // namespace
 
 Parms owparam(qas::Session& session) {
+    session.inherit_outputs({"Velout", "grad", "bkgimg", "Dimage", "illum"});
     Parms par;
     if (session.exist_file("quiet")) read(session, "quiet", par.quiet);
     if (session.exist_file("strict")) read(session, "strict", par.strict);

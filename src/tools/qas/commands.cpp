@@ -14,7 +14,9 @@ constexpr std::array<Command, 8> all{{
      "qas info [FILE...] [--panels]\n"
      "For each dataset: data file, format, axes, the size that the header promises against the size of the data, then\n"
      "minimum, maximum, mean, rms, number of zeros and of samples that are not finite. Of complex samples the modulus\n"
-     "counts. With --panels (or panels=y) also a line for each index of the last axis.\n"
+     "counts. With --panels (or panels=y) also a line per panel: per index of the last axis, or of the one before it "
+     "if\n"
+     "the last has one sample.\n"
      "Example:\n"
      "  qas info --panels velout.H\n"},
     {"cat", run_cat, true, 23,

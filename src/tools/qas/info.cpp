@@ -41,11 +41,19 @@ void print_size(const Dataset& set, std::int64_t size) {
     std::puts(line.c_str());
 }
 
-/// Reads the samples; prints a line a panel (all axes but the last) if asked, then one for all.
+/// Number of axes with the one that counts the panels: the last. One sample there counts nothing, as in the model and
+/// image panels of a run, where it is axis 4; then it is the one before.
+std::size_t panel_axis(const Dataset& set) {
+    const std::size_t last = set.axes.size();
+    return last > 1 && set.axes.back().n == 1 ? last - 1 : last;
+}
+
+/// Reads the samples; prints a line per panel if asked, then one for all.
 void print_statistics(qas::Session& session, const Dataset& set, std::int64_t size, bool panels) {
     std::int64_t left = set.axes.empty() ? size : set.bytes();
     if (size >= 0) left = std::min(left, size) / set.esize * set.esize;
-    const std::int64_t panel = set.axes.size() < 2 ? left : set.bytes() / set.axes.back().n;
+    const std::size_t axis = panel_axis(set);
+    const std::int64_t panel = axis < 2 ? left : set.bytes() / set.axes[axis - 1].n;
     std::vector<char> buffer(static_cast<std::size_t>(std::min(left, block_bytes)));
     Statistics all;
     bool ended = false;
@@ -63,8 +71,8 @@ void print_statistics(qas::Session& session, const Dataset& set, std::int64_t si
         left -= done;
         all.add(one);
         if (panels && done > 0)
-            std::printf("  f%zu=%lld %s%s\n", std::max<std::size_t>(1, set.axes.size()),
-                        static_cast<long long>(set.axes.size() < 2 ? 0 : number), statistics_text(one).c_str(),
+            std::printf("  f%zu=%lld %s%s\n", std::max<std::size_t>(1, axis),
+                        static_cast<long long>(axis < 2 ? 0 : number), statistics_text(one).c_str(),
                         done < panel ? " (incomplete)" : "");
     }
     std::printf("  %s\n", statistics_text(all).c_str());

@@ -470,7 +470,7 @@ void check_input_files(const Parms& par, qas::Session& session) {
         const std::string name = session.getch<std::string>("horv0").value_or("");
         check_mask(par, name, read_horizon(name, par.img.xm.n));
     }
-    if (!session.sseekable("vel")) return;
+    for (const char* tag : {"vel", "rec", "sou"}) session.make_unpipe(tag);
     Array<float, 2> whole({par.v.xm.n, par.v.z.n}), image({par.img.xm.n, par.img.z.n});
     session.sreed("vel", whole.view().p, static_cast<std::int64_t>(whole.flat().size_bytes()));
     session.sseek("vel", 0, 0);

@@ -21,7 +21,8 @@ void check_depths(const Parms& par);
 /// Tags of the outputs that get samples during a run.
 std::vector<std::string> outputs_with_data(const Parms& par, qas::Session& session);
 
-/// Looks into inputs that are read for good only later: the horizon file and, where it can be rewound, the start model.
+/// Looks into inputs that are read for good only later: the horizon file and the start model. Inputs from pipes and
+/// sockets go to scratch files, since they are read again.
 void check_input_files(const Parms& par, qas::Session& session);
 
 /// The start model on the image grid (img.xm.n, img.z.n): positive and finite, of a plausible unit, against vsal.

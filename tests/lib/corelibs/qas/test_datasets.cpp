@@ -357,7 +357,7 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
          "the name of the data file of header \"g\" of tag \"g\" (parameter g): character 3 of it is a control"
          " character (number 10), which a history cannot hold\n"},
         {{"nfiles=300", "filesize=1", "datapath=./some/folder/with/a/name/"},
-         "the names of the 300 data files (nfiles, datapath) of header \"g\" of tag \"g\" (parameter g): 9491 "
+         "the names of the 300 data files (nfiles, datapath) of header \"g\" of tag \"g\" (parameter g): 9490 "
          "characters"
          " with its quotes, of which a history can hold 8191\n"},
     };
@@ -365,13 +365,20 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
         EXPECT_THAT(fatal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
         EXPECT_THAT(errors(), EndsWith(row.note));
     }
+    for (const auto& [word, part] :
+         {std::pair{"stdout=/no/h", "tag \"out\" (parameter stdout): No such file"},
+          {"head=/no/h", "tag \"out\" (parameter head): No such file"},
+          {"stdin", "tag \"stdin\" (the tag's own name; stdin=FILE gives another): Is a directory"}})
+        EXPECT_THAT(
+            fatal([&] { session({word})->to_history("n1", 1, std::string(word) == "stdin" ? "stdin" : "out"); }),
+            HasSubstr(part));
     EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));
     EXPECT_THAT(
         fatal([&] { session({"stdout=x"})->to_history("title", std::string("a\4b")); }),
         HasSubstr("(parameter stdout): the value of title: character 2 of it is a control character (number 4)"));
     EXPECT_THAT(fatal([&] { session({"stdout=x"})->from_param("sufx", std::string(8190, 's')); }),
-                HasSubstr("the value of From par: sufx: 8192 characters"));
+                HasSubstr("the value of sufx: 8192 characters"));
     set_input("n1=1\n");
     auto s = session({"stdout=/dev/full", "out=x"});
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
@@ -505,15 +512,27 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
     for (const char* text : {"", "n1=1 in=x\n"}) {  // a header may be overwritten, as when a run is repeated
         std::rewind(in_);
         write_text("from_history.H", text);
-        session({"datapath=./"})->to_history("n1", 2, "grad");
+        auto s = session({"datapath=./"});
+        EXPECT_EQ(
+            fatal([&] { s->to_history("n1", 3, "grad"); }),
+            "tag \"grad\": only the history of header \"stdin\" of tag \"in\" (parameter stdin) names a header for it,"
+            " \"from_history.H\": name one on the command line with grad=\n");
+        EXPECT_EQ(read_text("from_history.H"), text);
+        s->inherit_outputs({"grad"});
+        s->to_history("n1", 2, "grad");
         EXPECT_THAT(read_text("from_history.H"), EndsWith("\t\tn1=2\n"));
+        EXPECT_THAT(errors(),
+                    HasSubstr("tag \"grad\": its header \"from_history.H\" is named by the history of header"));
     }
     EXPECT_FALSE(std::filesystem::exists("grad"));
     std::rewind(in_);
     write_text("from_history.H", "dear diary\n");
     const std::string refused =
-        "tag \"grad\": the history of \"in\" names \"from_history.H\" as its header, which is a file and";
+        "tag \"grad\": the history of header \"stdin\" of tag \"in\" (parameter stdin) names \"from_history.H\" as its "
+        "header,"
+        " which is a file and";
     auto s = session({"datapath=./"});
+    s->inherit_outputs({"grad"});
     EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
     EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), StartsWith(refused));
     s->auxscr("grad");  // only the command line names scratch datasets
@@ -552,6 +571,20 @@ TEST_F(Datasets, WhereTheDataPathComesFrom) {
     ::unsetenv("DATAPATH");
     write_text(".datapath", "host datapath=/a/\n");
     EXPECT_THAT(fatal([&] { path(); }), StartsWith(" Error reading .datapath file"));
+}
+
+TEST_F(Datasets, TheFolderOfTheDefaultDataPathIsMade) {
+    const char* const before = std::getenv("USER");
+    const std::string user = before ? before : "";
+    ::setenv("USER", ("morvane_test_" + std::to_string(::getpid())).c_str(), 1);  // counts where nobody logged in
+    const std::filesystem::path folder = "/tmp/" + qas::user_name();
+    const bool there = std::filesystem::exists(folder);
+    const std::string name = "morvane_test_" + std::to_string(::getpid()) + ".H";
+    write(*session({"g=" + name}), "g", {1, 2});
+    EXPECT_EQ(read(*session(), name, 2), Samples({1, 2}));
+    EXPECT_TRUE(std::filesystem::remove(folder / ("_" + name + "@")));
+    if (!there) std::filesystem::remove(folder);
+    before ? ::setenv("USER", user.c_str(), 1) : ::unsetenv("USER");
 }
 
 TEST_F(Datasets, ReadpathTakesTheLastLineOfTheHost) {
