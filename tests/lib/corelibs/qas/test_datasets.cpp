@@ -327,7 +327,7 @@ TEST_F(Datasets, AxesAreChecked) {
 }
 
 TEST_F(Datasets, OutputsThatCannotBeWritten) {
-    std::filesystem::create_directory("stdin");
+    std::filesystem::create_directory("place");
     const struct {
         Words words;
         std::string message, note = "";
@@ -368,9 +368,9 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
     for (const auto& [word, part] :
          {std::pair{"stdout=/no/h", "tag \"out\" (parameter stdout): No such file"},
           {"head=/no/h", "tag \"out\" (parameter head): No such file"},
-          {"stdin", "tag \"stdin\" (the tag's own name; stdin=FILE gives another): Is a directory"}})
+          {"place", "tag \"place\" (the tag's own name; place=FILE gives another): Is a directory"}})
         EXPECT_THAT(
-            fatal([&] { session({word})->to_history("n1", 1, std::string(word) == "stdin" ? "stdin" : "out"); }),
+            fatal([&] { session({word})->to_history("n1", 1, std::string(word) == "place" ? "place" : "out"); }),
             HasSubstr(part));
     EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));
