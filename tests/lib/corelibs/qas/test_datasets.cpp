@@ -365,13 +365,13 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
         EXPECT_THAT(fatal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
         EXPECT_THAT(errors(), EndsWith(row.note));
     }
-    for (const auto& [word, part] :
+    for (const auto& row :
          {std::pair{"stdout=/no/h", "tag \"out\" (parameter stdout): No such file"},
           {"head=/no/h", "tag \"out\" (parameter head): No such file"},
-          {"place", "tag \"place\" (the tag's own name; place=FILE gives another): Is a directory"}})
-        EXPECT_THAT(
-            fatal([&] { session({word})->to_history("n1", 1, std::string(word) == "place" ? "place" : "out"); }),
-            HasSubstr(part));
+          {"place", "tag \"place\" (the tag's own name; place=FILE gives another): Is a directory"}}) {
+        const char* const tag = std::string(row.first) == "place" ? "place" : "out";
+        EXPECT_THAT(fatal([&] { session({row.first})->to_history("n1", 1, tag); }), HasSubstr(row.second));
+    }
     EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));
     EXPECT_THAT(
