@@ -80,6 +80,7 @@ std::vector<LogLine> log_of(qas::Session& session, const std::string& key) {
     const std::string file = named(session, key);
     std::ifstream stream(file);
     if (!stream) qaserr("%s=%s cannot be opened\n", key.c_str(), file.c_str());
+    session.claim_input({file, key + "=" + file});
     std::vector<LogLine> lines = read_log(stream);
     if (accepted_steps(lines).empty()) qaserr("%s=%s holds no evaluation\n", key.c_str(), file.c_str());
     return lines;
@@ -99,16 +100,15 @@ Region region_of(qas::Session& session, const ModelPanel& truth) {
     return region;
 }
 
-void write_csv(const std::string& file, const std::vector<ScoreRow>& rows) {
-    std::ofstream csv(file);
-    csv << "iteration,evaluation,fun,error,share\n";
+void write_csv(qas::PlainOutput file, const std::vector<ScoreRow>& rows) {
+    file.write("iteration,evaluation,fun,error,share\n");
     for (const ScoreRow& row : rows) {
         char line[200];
         std::snprintf(line, sizeof line, "%d,%d,%.6e,%.6f,%.6f\n", row.iteration, row.evaluation, row.fun, row.error,
                       row.share);
-        csv << line;
+        file.write(line);
     }
-    if (!csv.flush()) qaserr("csv=%s cannot be written\n", file.c_str());
+    file.finish();
 }
 
 void score(qas::Session& session) {
@@ -131,7 +131,8 @@ void score(qas::Session& session) {
         of_truth.share = image_share(session, "trueimg", 1, region);
     }
     std::fputs(score_table(rows, count_evaluations(log), region, with_truth ? &of_truth : nullptr).c_str(), stdout);
-    if (const auto csv = session.getch<std::string>("csv")) write_csv(*csv, rows);
+    if (const auto csv = session.getch<std::string>("csv"))
+        write_csv(session.claim_output({*csv, "csv=" + *csv, "give it another name", true}), rows);
 }
 
 }  // namespace

@@ -220,9 +220,51 @@ TEST_F(QasTool, ConcurrentHeadsLoseNoLineAndAFailedOneLeavesNone) {
     good("for i in {1..20}; do qas head cube.H a$i=$i b$i=$i & done; wait");
     const std::string both = text("cube.H");
     for (int i = 1; i <= 20; ++i) EXPECT_THAT(both, HasSubstr(qas::strprintf("\t\ta%d=%d\n\t\tb%d=%d\n", i, i, i, i)));
-    EXPECT_EQ(shell("ulimit -f 4; for i in {1..200}; do qas head cube.H c=1 d=22 || exit; done").status,
-              23);
+    EXPECT_EQ(shell("ulimit -f 4; for i in {1..200}; do qas head cube.H c=1 d=22 || exit; done").status, 23);
     EXPECT_THAT(text("cube.H"), EndsWith("\t\tc=1\n\t\td=22\n"));
+}
+
+TEST_F(QasTool, AFailedCommandLeavesWhatItWouldHaveReplaced) {
+    write_cube("cube.H");
+    write_complex("large.H", 5000, ramp(10000));
+    good(
+        "mkdir old && qas window cube.H n1=1 stdout=old/r.H datapath=old/ && ln -s old/r.H link.H && chmod 640 "
+        "old/r.H");
+    const auto files = [&] {
+        std::map<std::string, std::string> all;
+        for (const auto& entry : std::filesystem::directory_iterator(dir / "old"))
+            all[entry.path().filename()] = files::read_text(entry.path());
+        return all;
+    };
+    const auto before = files();
+    ASSERT_EQ(before.size(), 2u);
+    good("qas window cube.H datapath=stdout > stream");
+    for (const char* line : {"head -c -8 stream | qas cat - stdout=old/r.H datapath=old/",
+                             "ulimit -f 8; qas cat large.H stdout=link.H out=old/r.H@",
+                             "head -c -8 stream | qas head n9=1 stdout=old/new.H datapath=old/"}) {
+        EXPECT_EQ(shell(line).status, 23) << line;
+        EXPECT_TRUE(files() == before) << line;
+    }
+    int fitting = 0;
+    for (int filler = 7790; filler < 8190; filler += 16) {  // headers that come up to the limit
+        files::write_text(dir / "long.H", std::string(filler, 'x') + "\n" + text("cube.H"));
+        if (shell("ulimit -f 8; qas cat long.H stdout=link.H out=old/r.H@").status == 23) {
+            EXPECT_TRUE(files() == before) << filler;
+        } else {
+            EXPECT_EQ(files::read_dataset(dir / "old/r.H"), ramp(24)) << filler;
+            for (const auto& [name, bytes] : before) files::write_text(dir / "old/" + name, bytes);
+            ++fitting;
+        }
+    }
+    EXPECT_TRUE(1 < fitting && fitting < 25) << fitting;
+    EXPECT_EQ(shell("head -c -8 stream | qas cat - datapath=old/ > r.H").status, 23);
+    EXPECT_EQ(text("r.H"), "") << "a history that names other samples";
+    EXPECT_TRUE(files() == before);
+    good("qas cat cube.H stdout=link.H out=old/r.H@");
+    EXPECT_EQ(files::read_dataset(dir / "old/r.H"), ramp(24));
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "link.H"));
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(dir / "old/r.H").permissions()), 0640);
+    EXPECT_EQ(files().size(), 2u);
 }
 
 TEST_F(QasTool, HeadRefusesLinesThatWouldSpoilAHistory) {

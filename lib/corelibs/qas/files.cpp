@@ -71,7 +71,10 @@ bool is_special_file(const std::string& name) {
 bool sync_file(int fd) {
     if (!fdordinary(fd)) return true;
     if (::fsync(fd) != 0 && errno != EINVAL && errno != ENOTSUP) return false;
-    const std::string name = findnm(fd);
+    return sync_name(findnm(fd));
+}
+
+bool sync_name(const std::string& name) {
     if (name.empty()) return true;
     // a file system that cannot sync a folder does it by itself
     const Descriptor folder(::open(name.substr(0, name.rfind('/') + 1).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -44,6 +44,8 @@ bool is_special_file(const std::string& name);
 /// Puts what was written to an ordinary file, and its name in its folder, on the disk. Anything else has no disk: done.
 /// False, errno set, if that fails.
 bool sync_file(int fd);
+/// The same for the name of a file alone.
+bool sync_name(const std::string& name);
 /// Absolute name of the ordinary file open on `fd`; empty if it has none.
 std::string findnm(int fd);
 /// "device:inode" of an ordinary file by descriptor or by name; empty for anything else. Two names of one file agree.

@@ -117,7 +117,7 @@ void qasstr_hclose(Layer& layer, streaminf& stream) {
     if (stream.dataname == "follow_hdr") return;
     sync_data(stream);
     write_header_text(layer, stream, "\n");
-    finish_header(stream);
+    finish_header(layer, stream);
 }
 
 void hclose(Layer& layer) {
@@ -136,8 +136,7 @@ void auxclose(Layer& layer, std::string_view tag) {
         if (stream.ioinf) stream.io->close(layer, stream);
         close_header(stream);
     } else {
-        finish_data(stream);
-        finish_header(stream);
+        finish(layer, stream);
     }
     layer.streams.remove_if([&](const auto& other) { return other.get() == &stream; });
 }

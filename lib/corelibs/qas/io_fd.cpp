@@ -94,10 +94,11 @@ std::int64_t fd_size(Layer&, streaminf& stream) {
 }
 
 /// An output data file, empty unless outputs are held.
-Descriptor open_output(Layer& layer, streaminf& stream, const std::string& name, int flags) {
+Descriptor create_output(Layer& layer, streaminf& stream, const std::string& name, int flags) {
     const bool made = ::faccessat(AT_FDCWD, name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0;
     Descriptor fd = open_unshared(layer, stream, name, flags);
     if (fd.get() < 0 || !overwrites(stream)) return fd;
+    if (layer.replace && !is_lost(stream)) return stream.new_data.emplace_back().begin(std::move(fd), made);
     if (layer.hold && made)
         stream.new_files.push_back(name);
     else if (!layer.hold && fdordinary(fd.get()) && ::ftruncate(fd.get(), 0) < 0)
@@ -142,7 +143,7 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
         if (!stream.fresh_data) flags |= O_NONBLOCK;
         const auto open = [&] {
             return stream.entrytype == STREAMIN ? Descriptor(::open(name.c_str(), flags | O_CLOEXEC))
-                                                : open_output(layer, stream, name, flags);
+                                                : create_output(layer, stream, name, flags);
         };
         fd = open();
         if (fd.get() < 0 && errno == ENOENT && stream.in_default_path && make_default_folder(name)) fd = open();

@@ -49,6 +49,7 @@ bool same_place(const std::string& a, const std::string& b) {
 
 /// Identity of the file a record's header stands in; empty for pipes, devices, and what is gone.
 std::string header_file(const Layer& layer, const streaminf& stream) {
+    if (stream.new_header.target() >= 0) return file_identity(stream.new_header.target());
     if (stream.headfile) return file_identity(::fileno(stream.headfile));
     if (stream.header_source.open()) return file_identity(stream.header_source.fd());
     return stream.headername == "stdin" ? file_identity(::fileno(layer.in)) : file_identity(stream.headername);

@@ -1,6 +1,5 @@
 #pragma once
 /// The life of outputs: their files are opened and checked, then emptied all together, written, and put on the disk.
-#include <span>
 #include <string>
 
 #include "lib/corelibs/qas/streaminf.h"
@@ -8,14 +7,15 @@
 namespace qas {
 
 /// To be called when an output's files are known to be nobody else's: empties the header and whatever data files are
-/// there, or, while outputs are held, leaves that to begin_outputs.
+/// there; while outputs are held, leaves that to begin_outputs; and where they are replaced, goes on beside them.
 /// Errors: a data file that another program writes.
 void take_over(Layer& layer, streaminf& stream);
 
-/// Opens the data of these tags, too, which can still fail; then empties what all outputs held, and writes the lines
-/// and samples that waited.
-/// Errors: "srite(): invalid output tag %s\n", and those of the writing routines.
-void begin_outputs(Layer& layer, std::span<const std::string> tags);
+/// Opens header and data of an output.
+/// Errors: "srite(): invalid output tag %s\n", and those of the opening routines.
+void open_output(Layer& layer, const std::string& tag);
+/// Empties what all held outputs held, and writes the lines and samples that waited.
+void begin_outputs(Layer& layer);
 
 /// Lets go of a header and of what is at its other end.
 void close_header(streaminf& stream);
@@ -25,12 +25,13 @@ void discard(streaminf& stream);
 /// Puts the data of an output on the disk; they stay open.
 /// Errors: "... cannot be put on the disk: reason".
 void sync_data(const streaminf& stream);
-/// Closes the data, put on the disk before.
-void finish_data(streaminf& stream);
-/// Puts the header on the disk and closes it. Standard streams stay open.
+/// Puts the header on the disk and closes it. Standard streams stay open. Where outputs are replaced, the data, put on
+/// the disk before, then the header get into place: nothing but that can fail any more.
 /// Errors: also an output command that fails.
-void finish_header(streaminf& stream);
+void finish_header(Layer& layer, streaminf& stream);
 
+/// Data, then header, of an output are put on the disk and closed.
+void finish(Layer& layer, streaminf& stream);
 /// Data, then header, of every output and in/out dataset are put on the disk and closed, so that no header stands on
 /// the disk without its data. The tags stay known, but nothing can be written to them.
 void finish_outputs(Layer& layer);

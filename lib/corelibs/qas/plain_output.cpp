@@ -25,6 +25,10 @@ PlainOutput::PlainOutput(PlainFile file, int patience_ms) : file_(std::move(file
     if (!holder.empty())
         qaserr("%s is being written by %s: wait for its end, or %s\n", file_.label.c_str(), holder.c_str(),
                file_.cure.c_str());
+    if (!file_.replaced) return;
+    begun_ = true;
+    fd_ = replacement_.begin(std::move(fd_), made_);
+    if (fd_.get() < 0) refuse("create");
 }
 
 PlainOutput::~PlainOutput() {
@@ -49,7 +53,7 @@ void PlainOutput::write(std::string_view text) {
 }
 
 void PlainOutput::finish() {
-    if (!sync_file(fd_.get()) || !fd_.close()) refuse("finish");
+    if (!sync_file(fd_.get()) || !fd_.close() || !replacement_.commit()) refuse("finish");
 }
 
 }  // namespace qas

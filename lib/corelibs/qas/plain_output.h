@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "lib/corelibs/qas/files.h"
+#include "lib/corelibs/qas/replacement.h"
 
 namespace qas {
 
@@ -13,6 +14,7 @@ struct PlainFile {
     std::string name;
     std::string label;  ///< what it is called in messages, "log=run.log"
     std::string cure = "give it another name";
+    bool replaced = false;  ///< an output that is written beside what it replaces, and put into place by finish()
 };
 
 /// An output of this kind, from Session::claim_output. It is open, and locked against other programs, from the start;
@@ -20,6 +22,7 @@ struct PlainFile {
 class PlainOutput {
     PlainFile file_;
     Descriptor fd_;
+    Replacement replacement_;
     bool made_ = false, begun_ = false;
     std::int64_t size_ = 0;
 

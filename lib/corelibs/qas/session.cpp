@@ -355,11 +355,17 @@ PlainOutput Session::claim_output(const PlainFile& file) {
 void Session::set_patience(int milliseconds) {
     state_->layer.patience_ms = milliseconds;
 }
+void Session::replace_outputs() {
+    state_->layer.replace = true;
+}
 void Session::hold_outputs() {
     state_->layer.hold = true;
 }
-void Session::begin_outputs(const std::vector<std::string>& tags) {
-    qas::begin_outputs(state_->layer, tags);
+void Session::open_outputs(const std::vector<std::string>& tags) {
+    for (const std::string& tag : tags) open_output(state_->layer, tag);
+}
+void Session::begin_outputs() {
+    qas::begin_outputs(state_->layer);
 }
 void Session::finish_outputs() {
     qas::finish_outputs(state_->layer);

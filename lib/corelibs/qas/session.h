@@ -155,13 +155,18 @@ public:
 
     /// How long an output that another program writes is waited for before the run is refused; at first not at all.
     void set_patience(int milliseconds);
+    /// To be called before a program's first output, in place of hold_outputs: all outputs are written beside what they
+    /// replace, and finish_outputs puts them into place. A session that ends before leaves what was there.
+    void replace_outputs();
     /// To be called before a program's first output: until begin_outputs, what stands in files that outputs name stays
     /// as it is; lines and samples wait in memory, and come to nothing if the session ends before.
     void hold_outputs();
-    /// To be called when nothing but the work can fail any more. Opens the data of these tags; then empties the headers
-    /// and data of all outputs and writes what waited. Errors: "srite(): invalid output tag %s\n", before anything is
-    /// emptied.
-    void begin_outputs(const std::vector<std::string>& tags);
+    /// Opens header and data of these outputs, so that what cannot be written is known before the work. Errors: those
+    /// of the openings, and "srite(): invalid output tag %s\n".
+    void open_outputs(const std::vector<std::string>& tags);
+    /// To be called when nothing but the work can fail any more: empties the headers and data of all outputs and writes
+    /// what waited.
+    void begin_outputs();
     /// To be called at the end of a program that tells its success: every output is put on the disk, data first, and
     /// closed; nothing is added to the histories. Errors: "... cannot be put on the disk: reason", a failed command.
     void finish_outputs();

@@ -19,6 +19,7 @@
 #include "lib/corelibs/qas/files.h"
 #include "lib/corelibs/qas/notes.h"
 #include "lib/corelibs/qas/plain_output.h"
+#include "lib/corelibs/qas/replacement.h"
 #include "lib/corelibs/qas/scanner.h"
 
 namespace qas {
@@ -84,6 +85,8 @@ struct streaminf {
     bool new_headfile = false;           ///< headfile did not exist before
     std::vector<std::string> new_files;  ///< data files that did not
     bool taken_over = false;             ///< what its files held was emptied, or is kept
+    Replacement new_header;              ///< headfile is written beside the header it will replace
+    std::vector<Replacement> new_data;   ///< so are the data
     bool held = false;                   ///< lines and samples wait until its files may be changed
     std::vector<std::pair<int, std::vector<char>>> held_samples;  ///< data format and bytes of each srite
     pid_t command = 0;                     ///< process at the other end of the header, if it is a command
@@ -130,9 +133,10 @@ struct Layer {
     std::FILE* out = stdout;
     std::vector<PlainFile> plain_files;  ///< what the program reads and writes beside its datasets
     Notes notes;
-    bool hold = false;    ///< outputs are opened and checked, but nothing is emptied or written in files
-    int patience_ms = 0;  ///< how long another program that writes an output is waited for
-    int retry_ms = 1000;  ///< between two attempts to connect
+    bool replace = false;  ///< outputs are written beside what they replace, and put into place at their end
+    bool hold = false;     ///< outputs are opened and checked, but nothing is emptied or written in files
+    int patience_ms = 0;   ///< how long another program that writes an output is waited for
+    int retry_ms = 1000;   ///< between two attempts to connect
     std::optional<void (*)(int)> broken_pipe_action;  ///< what SIGPIPE did before an output went to a command or socket
     int hint_after_ms = 5000;  ///< silence of an input header before the user is told what the run waits for
     enum class Recording { on, off, alternate } recording = Recording::on;

@@ -41,7 +41,7 @@ std::int64_t read_samples(Layer& layer, streaminf& stream, void* buffer, std::in
 }
 
 std::int64_t write_samples(Layer& layer, streaminf& stream, const void* buffer, std::int64_t nbytes, int format) {
-    if (stream.held) {
+    if (stream.held && layer.hold) {
         const char* bytes = static_cast<const char*>(buffer);
         stream.held_samples.emplace_back(format, std::vector<char>(bytes, bytes + nbytes));
         return nbytes;

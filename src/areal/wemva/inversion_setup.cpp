@@ -192,7 +192,8 @@ InversionSetup::InversionSetup(qas::Session& s)
       pick1(read_picks(session, par)) {}
 
 void InversionSetup::begin_outputs() {
-    session.begin_outputs(par.niter > 0 ? outputs_with_data(par, session) : std::vector<std::string>());
+    if (par.niter > 0) session.open_outputs(outputs_with_data(par, session));
+    session.begin_outputs();
     log.begin();
     listing.begin();
 }

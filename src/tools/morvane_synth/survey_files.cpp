@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 
 namespace {
 
@@ -153,7 +152,20 @@ std::string parameter_file(qas::Session& session, const SynthOptions& options, c
     return text;
 }
 
-void write_survey(qas::Session& session, const SynthOptions& options, const EarthModel& model, const SurveyData& data) {
+SurveyFiles open_survey(qas::Session& session, const SynthOptions& options) {
+    std::vector<std::string> tags{"vel", "true", "rec", "sou"};
+    for (const char* tag : {"full", "dips"})
+        if (session.exist_file(tag)) tags.push_back(tag);
+    for (const char* tag : {"traces", "wavelet"})
+        if (options.acquisition.trace_dt > 0 && session.exist_file(tag)) tags.push_back(tag);
+    session.hold_outputs();
+    session.open_outputs(tags);
+    return {session.claim_output({options.parfile, "parfile=" + options.parfile, "give it another name", true})};
+}
+
+void write_survey(qas::Session& session, SurveyFiles& files, const SynthOptions& options, const EarthModel& model,
+                  const SurveyData& data) {
+    session.begin_outputs();
     const Geometry& g = options.geometry;
     const Axis &shot = g.shot, &trace = g.trace, &freq = options.acquisition.freq;
     write_model(session, "vel", model, model.start);
@@ -198,7 +210,7 @@ void write_survey(qas::Session& session, const SynthOptions& options, const Eart
         }
     }
 
-    std::ofstream file(options.parfile);
-    file << parameter_file(session, options, model);
-    if (!file.flush()) qaserr("parfile=%s could not be written: %s\n", options.parfile.c_str(), std::strerror(errno));
+    session.finish_outputs();
+    files.parameters.write(parameter_file(session, options, model));
+    files.parameters.finish();
 }

@@ -70,11 +70,11 @@ void synthesise(qas::Session& session) {
         options.model.c_str(), model.x.n, model.z.n, static_cast<double>(slowest), static_cast<double>(fastest),
         geometry.shot.n, geometry.trace.n, acquisition.freq.n, static_cast<double>(acquisition.freq.o), fmax,
         static_cast<double>(grid.dt), static_cast<int>(std::ceil(acquisition.tmax / grid.dt)));
+    SurveyFiles files = open_survey(session, options);
     const auto start = std::chrono::steady_clock::now();
     const SurveyData data = model_survey(geometry, acquisition, grid, models, options.margin);
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    write_survey(session, options, model, data);
-    session.finish_outputs();
+    write_survey(session, files, options, model, data);
     std::fprintf(stderr, "morvane_synth: modelled in %.1f s; now run: morvane par=%s\n", seconds.count(),
                  options.parfile.c_str());
 }

@@ -65,6 +65,7 @@ int run_cat(Words words) {
     std::vector<std::pair<std::string, std::string>> tags{{"stdin", words.files[0]}};
     for (std::size_t i = 1; i < words.files.size(); ++i) tags.emplace_back("cat" + std::to_string(i), words.files[i]);
     qas::Session session(session_words(words, tags));
+    session.replace_outputs();
     std::vector<Dataset> sets;
     for (std::size_t i = 0; i < tags.size(); ++i) {
         sets.push_back(read_description(session, i == 0 ? "in" : tags[i].first, tags[i].second));

@@ -77,6 +77,7 @@ void append_on_the_way(const Words& words) {
     Words none = words;
     none.parameters.clear();
     qas::Session session(session_words(none, {}));
+    session.replace_outputs();
     const Dataset set = read_description(session, "in", "stdin");
     require_data(session, set, set.bytes());
     for (const auto& [key, value] : words.parameters) append_line(session, key, value, "out");

@@ -221,6 +221,7 @@ int run_from_npy(Words words) {
 
     const std::string side_name = side_header(words);
     qas::Session session(session_words(words, {{"stdin", side_name}}));
+    session.replace_outputs();
     Dataset side = read_description(session, "in", side_name);
     check_overrides(session);
     check_not_overwritten(session, words.files[0]);

@@ -109,6 +109,7 @@ int run_window(Words words) {
     check_words(words, {"f#", "j#", "n#"}, {}, true);
     check_files(words, 0, 1);
     qas::Session session(session_words(words, {{"stdin", words.files[0]}}));
+    session.replace_outputs();
     const Dataset set = read_description(session, "in", words.files[0]);
     check_output_format(session, set);
     if (set.axes.empty()) require_data(session, set, 0);

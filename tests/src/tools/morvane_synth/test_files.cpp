@@ -276,7 +276,7 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
                           Case{"nf=99999", "too coarse"},
                           Case{"dv=-2500", "must be positive"},
                           Case{"zmax=1", "2 rows"},
-                          Case{"parfile=/nowhere/p", "could not be written"},
+                          Case{"parfile=/nowhere/p", "parfile=/nowhere/p: cannot create this file"},
                           Case{"seed=1", "seed=1 is for model=random; model=lens has none"},
                           Case{"seed=-1", "seed=-1 is outside"},
                           Case{"smooth=nan", "not a number"}}) {
