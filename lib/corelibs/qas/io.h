@@ -16,9 +16,8 @@ extern const IoRoutines fd_io;
 extern const IoRoutines multifd_io;
 
 /// Opens one data file by the entry type of the record: input read-only, the others created as needed.
-/// Returns an empty descriptor, the resolved name in `name` and the reason in the record, if that fails. Refuses an
-/// output that is a file of another dataset in use. A name that came out of a header must be that of a regular
-/// file.
+/// Returns an empty descriptor, the resolved name in `name` and the reason in the record, if that fails. A name that
+/// came out of a header must be that of a regular file. See also check_data_is_free, to be called before.
 Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& given, std::string& name);
 
 /// Opens an output data file for this program alone, unless nobody will find it; what it holds stays.

@@ -28,6 +28,7 @@ FdState& state_of(streaminf& stream) {
 }
 
 void fd_open(Layer& layer, streaminf& stream) {
+    check_data_is_free(layer, stream);
     FdState state;
     std::string name;
     if (stream.entrytype != STREAMIN || stream.dataname != "-1") {
@@ -134,7 +135,6 @@ Descriptor open_data_file(Layer& layer, streaminf& stream, const std::string& gi
             text = strprintf(" unable to open output datafile %s for tag %s \n", name.c_str(), tag);
             flags |= O_WRONLY | O_CREAT;
     }
-    check_data_is_free(layer, stream, name);
     Descriptor fd;
     std::string why;
     if (!stream.fresh_data && is_special_file(name)) {

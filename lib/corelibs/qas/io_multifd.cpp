@@ -75,6 +75,7 @@ void multifd_open(Layer& layer, streaminf& stream) {
     const Values given = getch(layer, "filesize", "i", max_files);
     const std::vector<int> sizes =
         found(given) ? std::get<std::vector<int>>(given) : std::vector<int>{default_filesize};
+    check_data_is_free(layer, stream);
     MultifdState state;
     for (std::size_t at = 0; at <= stream.dataname.size();) {
         const std::size_t end = std::min(stream.dataname.find(';', at), stream.dataname.size());

@@ -1,8 +1,10 @@
 #include "lib/corelibs/qas/output_files.h"
 
-#include <algorithm>
 #include <filesystem>
+#include <map>
+#include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "lib/corelibs/qas/data_names.h"
@@ -10,7 +12,6 @@
 #include "lib/corelibs/qas/qaserr.h"
 
 namespace qas {
-namespace {}  // namespace
 
 std::vector<std::string> data_files(Layer& layer, streaminf& stream) {
     std::vector<std::string> names;
@@ -37,14 +38,10 @@ bool is_lost(const streaminf& stream) {
 
 namespace {
 
-/// Whether two names of files that do not exist lead to one place.
-bool same_place(const std::string& a, const std::string& b) {
+/// Where a name leads, whether or not there is a file.
+std::string place_of(const std::string& name) {
     std::error_code unknown;
-    const auto path = [&](const std::string& name) {
-        return std::filesystem::weakly_canonical(std::filesystem::absolute(name, unknown), unknown);
-    };
-    const std::filesystem::path path_of_a = path(a);
-    return !path_of_a.empty() && path_of_a == path(b);
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, unknown), unknown).string();
 }
 
 /// Identity of the file a record's header stands in; empty for pipes, devices, and what is gone.
@@ -55,75 +52,98 @@ std::string header_file(const Layer& layer, const streaminf& stream) {
     return stream.headername == "stdin" ? file_identity(::fileno(layer.in)) : file_identity(stream.headername);
 }
 
-/// What a file is called that belongs to no dataset, but to the program or its user; empty for any other.
-std::string plain_owner(const Layer& layer, const std::string& identity) {
-    for (const PlainFile& file : layer.plain_files)
-        if (identity == file_identity(file.name)) return file.label;
-    const auto is_in = [&](const ParTable& table) {
-        return std::ranges::any_of(table.files, [&](const auto& name) { return identity == file_identity(name); });
+/// Whose the files in use are: those that exist by identity, the data files that outputs will make by place. Made once
+/// for all files of a dataset: there may be a thousand.
+struct FilesInUse {
+    struct User {
+        const streaminf* stream;
+        bool header;
     };
-    if (is_in(layer.getch_queue)) return "a parameter file";
-    for (const auto& stream : layer.streams)
-        if (is_in(stream->hetch_queue)) return "a parameter file of " + header_place(*stream);
-    return {};
+    std::multimap<std::string, User> by_identity, by_place;
+    std::map<std::string, std::string> plain;  ///< what files are called that belong to the program or its user
+};
+
+FilesInUse files_in_use(Layer& layer) {
+    FilesInUse used;
+    for (const PlainFile& file : layer.plain_files) used.plain.emplace(file_identity(file.name), file.label);
+    for (const std::string& name : layer.getch_queue.files) used.plain.emplace(file_identity(name), "a parameter file");
+    for (const auto& stream : layer.streams) {
+        for (const std::string& name : stream->hetch_queue.files)
+            used.plain.emplace(file_identity(name), "a parameter file of " + header_place(*stream));
+        used.by_identity.insert({header_file(layer, *stream), {stream.get(), true}});
+        for (const std::string& name : data_files(layer, *stream)) {
+            const std::string identity = file_identity(name);
+            if (!identity.empty())
+                used.by_identity.insert({identity, {stream.get(), false}});
+            else if (overwrites(*stream))
+                used.by_place.insert({place_of(name), {stream.get(), false}});
+        }
+    }
+    const std::string none;  // streams, devices, and what is gone
+    used.by_identity.erase(none);
+    used.by_place.erase(none);
+    used.plain.erase(none);
+    return used;
+}
+
+/// The users of a file, or of the place where one will be.
+std::vector<FilesInUse::User> users_of(const std::multimap<std::string, FilesInUse::User>& files,
+                                       const std::string& key) {
+    std::vector<FilesInUse::User> users;
+    for (auto [at, end] = files.equal_range(key); at != end; ++at) users.push_back(at->second);
+    return users;
 }
 
 }  // namespace
 
-void check_data_is_free(Layer& layer, streaminf& stream, const std::string& name) {
-    if (!overwrites(stream) || is_special_file(name)) return;
-    const std::string identity = file_identity(name);
-    const auto refuse = [&](const char* what, const streaminf& other) {
-        qaserr("output data file \"%s\" for tag \"%s\" is the %s %s: give %s=FILE or another datapath=\n", name.c_str(),
-               stream.tagname.c_str(), what, header_place(other).c_str(),
-               stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
-    };
-    if (const std::string owner = identity.empty() ? std::string() : plain_owner(layer, identity); !owner.empty())
-        qaserr("output data file \"%s\" for tag \"%s\" is %s: give %s=FILE or another datapath=\n", name.c_str(),
-               stream.tagname.c_str(), owner.c_str(),
-               stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
-    for (const auto& other : layer.streams) {
-        if (!identity.empty() && identity == header_file(layer, *other)) refuse("file of", *other);
-        if (other.get() == &stream || (is_lost(stream) && is_lost(*other))) continue;
-        for (const std::string& theirs : data_files(layer, *other))
-            if (identity.empty() ? overwrites(*other) && same_place(name, theirs) : identity == file_identity(theirs))
-                refuse("data file of", *other);
+void check_data_is_free(Layer& layer, streaminf& stream) {
+    if (!overwrites(stream)) return;
+    const FilesInUse used = files_in_use(layer);
+    for (const std::string& name : data_files(layer, stream)) {
+        if (is_special_file(name)) continue;
+        const auto refuse = [&](const std::string& what) {
+            qaserr("output data file \"%s\" for tag \"%s\" is %s: give %s=FILE or another datapath=\n", name.c_str(),
+                   stream.tagname.c_str(), what.c_str(),
+                   stream.tagname == "out" ? "out" : (stream.tagname + ".out").c_str());
+        };
+        const std::string identity = file_identity(name);
+        if (const auto owner = used.plain.find(identity); owner != used.plain.end()) refuse(owner->second);
+        for (const auto& [user, header] :
+             identity.empty() ? users_of(used.by_place, place_of(name)) : users_of(used.by_identity, identity)) {
+            if (header) refuse("the file of " + header_place(*user));
+            if (user != &stream && !(is_lost(stream) && is_lost(*user)))
+                refuse("the data file of " + header_place(*user));
+        }
     }
 }
 
 void check_header_is_free(Layer& layer, const streaminf& stream) {
     const std::string identity = stream.close_headfile ? header_file(layer, stream) : std::string();
-    if (const std::string owner = identity.empty() ? std::string() : plain_owner(layer, identity); !owner.empty())
-        qaserr("output %s is %s: give it another name\n", header_place(stream).c_str(), owner.c_str());
-    for (const auto& other : layer.streams) {
-        if (identity.empty() || other.get() == &stream) continue;
-        const auto refuse = [&](const char* what) {
-            qaserr("output %s is the %s %s: give it another name\n", header_place(stream).c_str(), what,
-                   header_place(*other).c_str());
-        };
-        if (identity == header_file(layer, *other)) refuse("file of");
-        for (const std::string& theirs : data_files(layer, *other))
-            if (identity == file_identity(theirs)) refuse("data file of");
-    }
+    if (identity.empty()) return;
+    const FilesInUse used = files_in_use(layer);
+    const auto refuse = [&](const std::string& what) {
+        qaserr("output %s is %s: give it another name\n", header_place(stream).c_str(), what.c_str());
+    };
+    if (const auto owner = used.plain.find(identity); owner != used.plain.end()) refuse(owner->second);
+    for (const auto& [user, header] : users_of(used.by_identity, identity))
+        if (user != &stream) refuse((header ? "the file of " : "the data file of ") + header_place(*user));
 }
 
 void check_files_are_free(Layer& layer, streaminf& stream) {
     check_header_is_free(layer, stream);
-    for (const std::string& name : data_files(layer, stream)) check_data_is_free(layer, stream, name);
+    check_data_is_free(layer, stream);
 }
 
 void check_plain_output(Layer& layer, const PlainFile& file) {
     const std::string identity = file_identity(file.name);
     if (identity.empty()) return;
+    const FilesInUse used = files_in_use(layer);
     const auto refuse = [&](const std::string& what) {
         qaserr("%s: this is %s: %s\n", file.label.c_str(), what.c_str(), file.cure.c_str());
     };
-    for (const auto& stream : layer.streams) {
-        if (identity == header_file(layer, *stream)) refuse(header_place(*stream));
-        for (const std::string& name : data_files(layer, *stream))
-            if (identity == file_identity(name)) refuse("the data file of " + header_place(*stream));
-    }
-    if (const std::string owner = plain_owner(layer, identity); !owner.empty()) refuse(owner);
+    for (const auto& [user, header] : users_of(used.by_identity, identity))
+        refuse((header ? "" : "the data file of ") + header_place(*user));
+    if (const auto owner = used.plain.find(identity); owner != used.plain.end()) refuse(owner->second);
     const std::pair<std::FILE*, const char*> streams[] = {
         {layer.in, "the standard input"}, {layer.out, "the standard output"}, {layer.notes.err, "the standard error"}};
     for (const auto& [stream, what] : streams)

@@ -26,7 +26,7 @@ bool is_lost(const streaminf& stream);
 
 /// The same for a header that is about to be opened.
 void check_header_is_free(Layer& layer, const streaminf& stream);
-/// The same for one data file, when it is about to be opened: inputs may have come into use since.
-void check_data_is_free(Layer& layer, streaminf& stream, const std::string& name);
+/// The same for the data files, when they are about to be opened: inputs may have come into use since.
+void check_data_is_free(Layer& layer, streaminf& stream);
 
 }  // namespace qas
