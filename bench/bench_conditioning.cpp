@@ -12,10 +12,14 @@
 
 #include "lib/class/filters_mod.h"
 #include "lib/class/inv_tomo_mod.h"
-#include "src/areal/wemva/base_spline_mod.h"
-#include "src/areal/wemva/fx2d.h"
-#include "src/areal/wemva/lloyd_vel.h"
-#include "tests/src/areal/wemva/shot.h"
+#include "src/areal/wemva/image/fx2d.h"
+#include "src/areal/wemva/image/smoothing.h"
+#include "src/areal/wemva/image/weights.h"
+#include "src/areal/wemva/model/base_spline_mod.h"
+#include "src/areal/wemva/model/lloyd_vel.h"
+#include "tests/src/areal/wemva/passes/shot.h"
+
+using namespace morvane;
 
 namespace {
 

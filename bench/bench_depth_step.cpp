@@ -3,9 +3,11 @@
 
 #include <cmath>
 
-#include "src/areal/wemva/depth_step.h"
-#include "src/areal/wemva/ow_image_areal.h"
-#include "tests/src/areal/wemva/wave_case.h"
+#include "src/areal/wemva/image/ow_image_areal.h"
+#include "src/areal/wemva/step/depth_step.h"
+#include "tests/src/areal/wemva/step/wave_case.h"
+
+using namespace morvane;
 
 namespace {
 

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <iostream>
 
-#include "src/areal/wemva/denormals.h"
-#include "tests/src/areal/wemva/shot.h"
+#include "src/areal/wemva/run/denormals.h"
+#include "tests/src/areal/wemva/passes/shot.h"
+
+using namespace morvane;
 
 namespace {
 
@@ -46,10 +48,10 @@ void shot(benchmark::State& state, Pass pass, bool exact, const char* extrap, in
 
 #define PASS(name, pass, exact, extrap, nref) \
     BENCHMARK_CAPTURE(shot, name, Pass::pass, exact, extrap, nref)->Arg(1)->Arg(2)->UseRealTime()
-#define PASSES(name, extrap, nref)                                    \
+#define PASSES(name, extrap, nref)                                  \
     PASS(name##_classic_migration, migration, false, extrap, nref); \
     PASS(name##_classic_gradient, gradient, false, extrap, nref);   \
-    PASS(name##_exact_migration, migration, true, extrap, nref);      \
+    PASS(name##_exact_migration, migration, true, extrap, nref);    \
     PASS(name##_exact_gradient, gradient, true, extrap, nref)
 PASSES(pspi1, "pspi", 1);
 PASSES(pspi3, "pspi", 3);

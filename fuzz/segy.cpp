@@ -10,6 +10,8 @@
 #include "lib/corelibs/qas/qaserr.h"
 #include "src/tools/morvane_prepare/survey_grid.h"
 
+using namespace morvane;
+
 namespace fuzz {
 namespace {
 

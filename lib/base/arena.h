@@ -9,6 +9,8 @@
 
 #include "lib/base/array.h"
 
+namespace morvane {
+
 /// Hands out work arrays; rewind() takes them all back and keeps the memory, so that the next round costs neither an
 /// allocation nor the page faults of fresh memory. For one thread at a time.
 class Arena {
@@ -60,3 +62,5 @@ private:
     std::size_t used_ = 0;   // bytes of the last piece
     std::size_t total_ = 0;  // bytes of all pieces
 };
+
+}  // namespace morvane

@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+namespace morvane {
+
 using cf = std::complex<float>;
 
 /// Real and imaginary parts in turn, for loops over them: the layout is the standard's.
@@ -95,3 +97,5 @@ public:
     Extents<N> n() const { return n_; }
     void fill(const T& value) { std::fill(buf_.begin(), buf_.end(), value); }
 };
+
+}  // namespace morvane

@@ -1,6 +1,8 @@
 #pragma once
 #include <vector>
 
+namespace morvane {
+
 /// A regular axis: n samples at o, o + d, o + 2d, ...; `all` holds the coordinates where they are wanted as a table.
 struct Axis {
     int n = 0;
@@ -8,3 +10,5 @@ struct Axis {
     float o = 0.0f;
     std::vector<float> all;
 };
+
+}  // namespace morvane

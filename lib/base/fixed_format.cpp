@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+namespace morvane {
+
 namespace {
 
 std::string fit(std::string text, int width) {
@@ -76,3 +78,5 @@ std::string list_line(std::initializer_list<ListItem> items) {
     }
     return line;
 }
+
+}  // namespace morvane

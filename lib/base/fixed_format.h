@@ -5,6 +5,8 @@
 #include <string_view>
 #include <variant>
 
+namespace morvane {
+
 /// Integer right-aligned in `width` columns; asterisks when it does not fit.
 std::string column_int(long long value, int width);
 
@@ -21,3 +23,5 @@ using ListItem = std::variant<std::string_view, long long, double>;
 /// A line in default formatting, without its newline: it starts with a blank; texts as they are; integers in 11 columns
 /// and reals with 17 digits, each after a blank; a blank parts a number from a text that follows it.
 std::string list_line(std::initializer_list<ListItem> items);
+
+}  // namespace morvane

@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+namespace morvane {
+
 void warn(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
@@ -13,3 +15,5 @@ void warn(const char* format, ...) {
     std::fputc('\n', stderr);
     va_end(arguments);
 }
+
+}  // namespace morvane

@@ -6,6 +6,8 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
+namespace morvane {
+
 namespace {
 
 /// What a step needs to know of the residual rr, its change gg along the gradient and the last step ss, in double
@@ -83,3 +85,5 @@ int cgstep(CgState& state, bool& forget, std::span<float> x, std::span<const flo
     forget = false;
     return 0;
 }
+
+}  // namespace morvane

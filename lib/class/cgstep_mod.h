@@ -3,6 +3,8 @@
 #include <span>
 #include <vector>
 
+namespace morvane {
+
 /// One step of an iterative solver: move the model x along the gradient g, and the residual rr along gg = F g.
 /// forget true starts afresh; the step clears it. Returns 0, or 1 when there is nothing left to do.
 using Stepper = std::function<int(bool& forget, std::span<float> x, std::span<const float> g, std::span<float> rr,
@@ -17,3 +19,5 @@ struct CgState {
 /// Ends the run with "cgstep: grad vanishes identically" when the first gradient does.
 int cgstep(CgState& state, bool& forget, std::span<float> x, std::span<const float> g, std::span<float> rr,
            std::span<const float> gg);
+
+}  // namespace morvane

@@ -1,5 +1,7 @@
 #include "lib/class/chain_mod.h"
 
+namespace morvane {
+
 int chain20(const LinOp& op1, const LinOp& op2, bool adj, bool add, std::span<float> m, std::span<float> d,
             std::span<float> t) {
     constexpr bool fresh = false;
@@ -12,3 +14,5 @@ int chain20(const LinOp& op1, const LinOp& op2, bool adj, bool add, std::span<fl
     }
     return 0;
 }
+
+}  // namespace morvane

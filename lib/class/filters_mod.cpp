@@ -6,9 +6,11 @@
 #include <functional>
 #include <numeric>
 
+#include "lib/class/helix/lapfac.h"
 #include "lib/class/interp_new.h"
-#include "lib/class/lapfac.h"
 #include "lib/corelibs/qas/qaserr.h"
+
+namespace morvane {
 
 namespace {
 
@@ -121,3 +123,5 @@ Filter new_steering(const FilterChoice& choice, const std::vector<int>& datadims
     }
     return filt;
 }
+
+}  // namespace morvane

@@ -4,7 +4,9 @@
 #include <span>
 #include <vector>
 
-#include "lib/class/helix.h"
+#include "lib/class/helix/helix.h"
+
+namespace morvane {
 
 /// What the filters are made of.
 struct FilterChoice {
@@ -40,3 +42,5 @@ void build_steering(const FilterChoice& choice, int n1shift, int n1skip, float a
 /// @param angle    dip of each set, degrees; empty without steering part
 Filter new_steering(const FilterChoice& choice, const std::vector<int>& datadims, const std::vector<int>& skip,
                     std::span<const float> angle);
+
+}  // namespace morvane

@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <limits>
 
+#include "lib/base/report.h"
 #include "lib/base/warning.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/class/inv_tomo_mod.h"
 #include "lib/class/ow_steer_parms.h"
-#include "lib/class/polydiv.h"
-#include "lib/class/report.h"
 #include "lib/corelibs/qas/qaserr.h"
+
+namespace morvane {
 
 namespace {
 
@@ -112,3 +114,5 @@ void ow_geodip(qas::Session& session, const Axis& z, const Axis& xm, int frame, 
     for (int iz = 0; iz < z.n; ++iz)
         for (int ix = 0; ix < xm.n; ++ix) g(ix, iz) = slow(frame + iz, ix) * match;
 }
+
+}  // namespace morvane

@@ -7,6 +7,8 @@
 #include "lib/base/axis.h"
 #include "lib/corelibs/qas/session.h"
 
+namespace morvane {
+
 /// The horizon for the mask of ow_geodip: a copy of pick_in; with `verb` its extremes are printed on standard error.
 std::vector<float> owgeodip_init(std::span<const float> pick_in, bool verb);
 
@@ -22,3 +24,5 @@ std::vector<float> owgeodip_init(std::span<const float> pick_in, bool verb);
 /// outside single precision.
 void ow_geodip(qas::Session& session, const Axis& z, const Axis& xm, int frame, std::span<const float> pick,
                View<double, 2> g, bool verb);
+
+}  // namespace morvane

@@ -3,7 +3,9 @@
 #include <cassert>
 #include <cstddef>
 
-#include "lib/class/lin_op.h"
+#include "lib/base/lin_op.h"
+
+namespace morvane {
 
 int igrad1_lop(bool adj, bool add, std::span<float> xx, std::span<float> yy) {
     adjnull(adj, add, xx, yy);
@@ -22,3 +24,5 @@ int igrad1_lop2(bool adj, bool /*add*/, std::span<float> xx, std::span<float> yy
     }
     return 0;
 }
+
+}  // namespace morvane

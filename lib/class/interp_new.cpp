@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+namespace morvane {
+
 void lg_int(float x, std::span<float> w) {
     for (std::size_t i = 0; i < w.size(); ++i) {
         w[i] = 1.0f;
@@ -12,3 +14,5 @@ void lg_int(float x, std::span<float> w) {
         }
     }
 }
+
+}  // namespace morvane

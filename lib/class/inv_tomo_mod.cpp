@@ -4,8 +4,10 @@
 #include <cstddef>
 
 #include "lib/class/cgstep_mod.h"
-#include "lib/class/polydiv.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/class/solver_reg_mod.h"
+
+namespace morvane {
 
 int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d) {
     adjnull(adj, add, m, d);
@@ -43,3 +45,5 @@ void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int ni
         solver_reg(slow, slow0, i_op, divide, stepper, slow.size(), niter, eps, options);
     }
 }
+
+}  // namespace morvane

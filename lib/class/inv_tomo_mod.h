@@ -1,7 +1,9 @@
 #pragma once
 #include <span>
 
-#include "lib/class/helix.h"
+#include "lib/class/helix/helix.h"
+
+namespace morvane {
 
 /// Diagonal operator: d = mask m; its own transpose. All of one size.
 int mask_op(std::span<const float> mask, bool adj, bool add, std::span<float> m, std::span<float> d);
@@ -25,3 +27,5 @@ int mask_op2(std::span<const float> mask, bool adj, bool add, std::span<float> m
 /// Ends the run with "cgstep: grad vanishes identically" if slow0, or its part that the mask leaves, is zero.
 void inv_tomo(const Filter& filt, std::span<const float> mask, float eps, int niter, std::span<float> slow,
               std::span<const float> slow0, bool verb);
+
+}  // namespace morvane

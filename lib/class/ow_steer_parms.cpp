@@ -8,9 +8,11 @@
 #include <string_view>
 
 #include "lib/base/array.h"
-#include "lib/class/polydiv.h"
-#include "lib/class/report.h"
+#include "lib/base/report.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/corelibs/qas/qaserr.h"
+
+namespace morvane {
 
 namespace {
 
@@ -137,3 +139,5 @@ Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int f
     }
     return make_filter(session, z, xm, frame, filters);
 }
+
+}  // namespace morvane

@@ -4,6 +4,8 @@
 #include "lib/class/filters_mod.h"
 #include "lib/corelibs/qas/session.h"
 
+namespace morvane {
+
 struct SteerParms {
     int steerniter = 15;     ///< solver iterations
     float epspoly = 100.0f;  ///< weight of the regularisation
@@ -26,3 +28,5 @@ SteerParms owsteer_parms(qas::Session& session, const Axis& z, const Axis& xm);
 /// degrees from -90 to 90, depth fastest, positive where an event grows deeper with the midpoint; 45 degrees is one
 /// depth sample a column, whatever their lengths. With `verb` the values are printed on standard error.
 Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int frame, SteerParms& parms, bool verb);
+
+}  // namespace morvane

@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+namespace morvane {
+
 /// The k-th smallest element of a; 1 is the smallest. a must not be empty; k beyond either end takes that end.
 inline float quantile(std::ptrdiff_t k, std::span<const float> a) {
     assert(!a.empty());
@@ -13,3 +15,5 @@ inline float quantile(std::ptrdiff_t k, std::span<const float> a) {
     std::nth_element(sorted.begin(), kth, sorted.end());
     return *kth;
 }
+
+}  // namespace morvane

@@ -8,8 +8,10 @@
 #include <string_view>
 
 #include "lib/base/fixed_format.h"
+#include "lib/base/report.h"
 #include "lib/class/chain_mod.h"
-#include "lib/class/report.h"
+
+namespace morvane {
 
 namespace {
 
@@ -120,3 +122,5 @@ void solver_tiny(std::span<float> m, std::span<const float> d, const LinOp& fop,
     }
     if (resd) *resd = rr;
 }
+
+}  // namespace morvane

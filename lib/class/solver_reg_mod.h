@@ -4,8 +4,10 @@
 #include <span>
 #include <vector>
 
+#include "lib/base/lin_op.h"
 #include "lib/class/cgstep_mod.h"
-#include "lib/class/lin_op.h"
+
+namespace morvane {
 
 /// What solver_reg takes and leaves besides the problem itself; what is empty or null is not used.
 struct SolverReg {
@@ -35,3 +37,5 @@ void solver_reg(std::span<float> m, std::span<const float> d, const LinOp& fop, 
 /// @param resd out: last residual; null: not wanted
 void solver_tiny(std::span<float> m, std::span<const float> d, const LinOp& fop, const Stepper& stepper, int niter,
                  std::span<const float> m0, std::vector<float>* resd);
+
+}  // namespace morvane

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/options.h"
 #include "src/tools/morvane_prepare/prepare.h"
+
+using namespace morvane;
 
 int main(int argc, char** argv) {
     std::vector<const char*> words(argv, argv + argc);

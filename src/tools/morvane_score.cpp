@@ -9,6 +9,8 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_score/score.h"
 
+namespace morvane {
+
 namespace {
 
 using qas::qaserr;
@@ -136,6 +138,10 @@ void score(qas::Session& session) {
 }
 
 }  // namespace
+
+}  // namespace morvane
+
+using namespace morvane;
 
 int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message

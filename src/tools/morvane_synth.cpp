@@ -6,8 +6,11 @@
 #include <vector>
 
 #include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/options.h"
 #include "src/tools/morvane_synth/synthesise.h"
+
+using namespace morvane;
 
 int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);  // a limit on file sizes then is a failed write, with its message

@@ -14,11 +14,14 @@
 
 #include "lib/corelibs/qas/help.h"
 #include "lib/corelibs/qas/notes.h"
-#include "src/areal/wemva/denormals.h"
-#include "src/areal/wemva/inversion_setup.h"
-#include "src/areal/wemva/key_table.h"
-#include "src/areal/wemva/messages.h"
+#include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/inversion/setup.h"
+#include "src/areal/wemva/run/denormals.h"
+#include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/start/key_table.h"
 #include "src/tools/morvane_taylor/taylor.h"
+
+namespace morvane {
 
 namespace {
 
@@ -226,6 +229,10 @@ int conclude(const std::vector<SlopeCheck>& checks) {
 }
 
 }  // namespace
+
+}  // namespace morvane
+
+using namespace morvane;
 
 int main(int argc, char** argv) {
     const qas::KeyTable keys = taylor_keys();

@@ -12,14 +12,18 @@
 #include <memory>
 
 #include "lib/class/geodip.h"
-#include "src/areal/wemva/base_spline_mod.h"
-#include "src/areal/wemva/evaluation.h"
-#include "src/areal/wemva/fx2d.h"
-#include "src/areal/wemva/inversion_setup.h"
-#include "src/areal/wemva/ow_wei_areal.h"
+#include "src/areal/wemva/image/fx2d.h"
+#include "src/areal/wemva/image/smoothing.h"
+#include "src/areal/wemva/image/weights.h"
+#include "src/areal/wemva/inversion/evaluation.h"
+#include "src/areal/wemva/inversion/setup.h"
+#include "src/areal/wemva/model/base_spline_mod.h"
+#include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "tests/quiet.h"
 #include "tests/system/panels.h"
 #include "tests/tiny_survey.h"
+
+using namespace morvane;
 
 namespace {
 

@@ -13,9 +13,11 @@
 #include <functional>
 #include <string_view>
 
-#include "src/areal/wemva/base_spline_mod.h"
+#include "src/areal/wemva/model/base_spline_mod.h"
 #include "tests/system/panels.h"
 #include "tests/tiny_survey.h"
+
+using namespace morvane;
 
 namespace {
 

@@ -226,9 +226,9 @@ std::vector<std::string> Session::unread() {
     return layer.keys ? qas::unread(state_->layer, *layer.keys, with_files) : std::vector<std::string>();
 }
 
-Axis Session::from_aux_axis(std::string_view tag, int k) {
+morvane::Axis Session::from_aux_axis(std::string_view tag, int k) {
     const std::string number = std::to_string(k);
-    Axis axis;
+    morvane::Axis axis;
     axis.n = from_aux<int>(tag, "n" + number);
     axis.d = from_aux<float>(tag, "d" + number);
     axis.o = from_aux<float>(tag, "o" + number);

@@ -81,7 +81,7 @@ public:
 
     /// Axis `k` of dataset `tag`: header values `nk`, `dk`, `ok`, all required. Refuses `nk` below 1 or over
     /// 2000000000, `dk` or `ok` that is not finite, with a message that names tag, header and key. `all` stays empty.
-    Axis from_aux_axis(std::string_view tag, int k);
+    morvane::Axis from_aux_axis(std::string_view tag, int k);
     /// To be called before allocating `nbytes` for samples of input `tag`. Refuses a count that is negative, above the
     /// memory of this machine, or over 256 MiB and more than twice the size of the data: axes that promise so much are
     /// wrong. `axes` says for the message which ones, "n1*n3".

@@ -7,10 +7,12 @@
 #include "lib/corelibs/qas/help.h"
 #include "lib/corelibs/qas/qaserr.h"
 #include "lib/corelibs/qas/session.h"
-#include "src/areal/wemva/denormals.h"
-#include "src/areal/wemva/driver.h"
-#include "src/areal/wemva/key_table.h"
-#include "src/areal/wemva/messages.h"
+#include "src/areal/wemva/inversion/driver.h"
+#include "src/areal/wemva/run/denormals.h"
+#include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/start/key_table.h"
+
+namespace morvane {
 
 namespace {
 
@@ -33,6 +35,10 @@ int report(const char* text, qas::Session& session) {
 }
 
 }  // namespace
+
+}  // namespace morvane
+
+using namespace morvane;
 
 int main(int argc, char** argv) {
     flush_denormals();

@@ -8,7 +8,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -105,4 +105,4 @@ DirectWave fit_direct_wave(const std::vector<SampleTrace>& heads, View<const flo
     return best;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -6,7 +6,7 @@
 
 #include "lib/base/array.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// Time before which a trace at an offset is zero: `intercept` + offset / `velocity`, or a table of (offset, time)
 /// pairs in ascending order of offset, linear between them and constant beyond. No mute if both are empty.
@@ -53,4 +53,4 @@ struct DirectWave {
 DirectWave fit_direct_wave(const std::vector<SampleTrace>& heads, View<const float, 2> samples, double dt,
                            double surface_velocity, double tolerance);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -4,7 +4,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 void PrincipalAxis::add(const Point& p) {
     if (n_ == 0) first_ = p;
@@ -46,4 +46,4 @@ double settle_origin(Line& line, double least, double most) {
     return shift;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -3,7 +3,7 @@
 #include <span>
 #include <string>
 
-namespace prepare {
+namespace morvane::prepare {
 
 struct Point {
     double x = 0, y = 0;
@@ -36,4 +36,4 @@ Line line_through(const Point& from, const Point& to);
 /// so that none up to `most` in size needs more than six digits: by whole thousands. Returns the shift.
 double settle_origin(Line& line, double least, double most);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

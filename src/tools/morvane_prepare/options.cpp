@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdlib>
 
-namespace prepare {
+#include "lib/corelibs/qas/session.h"
+
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -285,4 +287,4 @@ PrepareOptions read_options(qas::Session& session) {
     return options;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -9,7 +9,7 @@
 #include "src/tools/morvane_prepare/survey_grid.h"
 #include "src/tools/morvane_prepare/velocity.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 struct PrepareOptions {
     std::vector<std::string> segy;
@@ -49,4 +49,4 @@ std::string prepare_help();
 /// with the key, the value and what is permitted.
 PrepareOptions read_options(qas::Session& session);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -12,9 +12,10 @@
 #include <map>
 #include <numeric>
 
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/earth_model.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 namespace fs = std::filesystem;
@@ -296,4 +297,4 @@ Counts write_data(qas::Session& session, const PrepareOptions& o, const Plan& pl
     return counts;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

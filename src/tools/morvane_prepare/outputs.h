@@ -6,7 +6,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/plan.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// What the pass through all traces found.
 struct Counts {
@@ -53,4 +53,4 @@ std::string parameter_file(const Outputs& outputs, const PrepareOptions& options
 std::string report(const PrepareOptions& options, const Plan& plan, const Survey& survey, const Scan& scan,
                    const Velocity& velocity, const Counts& counts);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

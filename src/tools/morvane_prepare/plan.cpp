@@ -7,8 +7,9 @@
 #include <numbers>
 
 #include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/session.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -418,4 +419,4 @@ Plan make_plan(qas::Session& session, const PrepareOptions& o, Survey& survey, c
     return plan;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

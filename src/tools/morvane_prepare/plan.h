@@ -3,13 +3,14 @@
 #include <string>
 #include <vector>
 
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/conditioning.h"
 #include "src/tools/morvane_prepare/options.h"
 #include "src/tools/morvane_prepare/scan.h"
 #include "src/tools/morvane_prepare/source.h"
 #include "src/tools/morvane_prepare/survey_grid.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// A value with the sentence that goes behind it into report and parameter file.
 struct Reason {
@@ -58,4 +59,4 @@ std::vector<std::complex<double>> data_factor(const Plan& plan, const PrepareOpt
 Plan make_plan(qas::Session& session, const PrepareOptions& options, Survey& survey, const Scan& scan,
                const Velocity& velocity, const Line& line);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

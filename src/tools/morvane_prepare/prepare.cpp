@@ -5,9 +5,10 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/outputs.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 /// Units of the run, and the coordinates in them.
@@ -64,4 +65,4 @@ void prepare_survey(qas::Session& session) {
                  outputs.name("morvane.par").c_str());
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

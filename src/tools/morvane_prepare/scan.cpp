@@ -6,7 +6,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 using qas::qaserr;
 
@@ -73,4 +73,4 @@ void for_each_header(Survey& survey, const Run& run, const std::function<void(co
     }
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

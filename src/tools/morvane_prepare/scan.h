@@ -7,7 +7,7 @@
 #include "src/tools/morvane_prepare/line.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// Traces first .. first + count - 1 of a file, all of one shot.
 struct Run {
@@ -50,4 +50,4 @@ Scan scan_headers(Survey& survey);
 /// Calls with the header of each seismic trace of a run, and its number in the file.
 void for_each_header(Survey& survey, const Run& run, const std::function<void(const TraceHeader&, int)>& call);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

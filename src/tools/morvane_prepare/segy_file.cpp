@@ -11,7 +11,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -310,4 +310,4 @@ void SegyFile::samples(int trace, std::span<float> values) {
                path_.c_str(), trace + 1, static_cast<long long>(bad - values.begin() + 1), static_cast<double>(*bad));
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

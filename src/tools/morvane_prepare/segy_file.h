@@ -9,7 +9,7 @@
 
 struct segy_file_handle;
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// First bytes, from 1, of the words of a trace header that are looked at.
 struct TraceWords {
@@ -89,4 +89,4 @@ private:
 /// The value of a word with a SEG-Y scalar: positive multiplies, negative divides, 0 stands for 1.
 double scaled(int value, int scalar);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -8,10 +8,11 @@
 #include <numbers>
 #include <sstream>
 
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "src/tools/qas/npy.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -167,4 +168,4 @@ Wavelet estimated(const Power& data, double length, bool line_source, bool minim
     return wavelet;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

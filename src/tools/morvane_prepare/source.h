@@ -8,7 +8,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/spectra.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// Samples every dt from time t0 of the source's clock.
 struct Wavelet {
@@ -33,4 +33,4 @@ std::vector<std::complex<double>> ricker_spectrum(double fpeak, const Axis& freq
 /// minimum phase. @param line_source the data come from line sources, whose reflections have 1/sqrt(f) in them
 Wavelet estimated(const Power& data, double length, bool line_source, bool minimum);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -7,7 +7,7 @@
 #include <memory>
 #include <numbers>
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 constexpr double pi = std::numbers::pi;
@@ -194,4 +194,4 @@ std::vector<float> zero_phase(const Power& power) {
     return wavelet;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -8,7 +8,7 @@
 #include "lib/base/array.h"
 #include "lib/base/axis.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// Fourier sums of real samples at given frequencies. Where these are multiples of 1 / (n dt) for a whole n, not less
 /// than the number of samples, a fast transform of that length; else direct sums, four traces at a time.
@@ -69,4 +69,4 @@ std::vector<float> minimum_phase(const Power& power);
 /// The symmetric wavelet of this amplitude spectrum; sample 0 is its centre, negative times stand at the end.
 std::vector<float> zero_phase(const Power& power);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

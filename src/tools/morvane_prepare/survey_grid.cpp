@@ -7,7 +7,7 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -292,4 +292,4 @@ SurveyGrid make_grid(Survey& survey, const Scan& scan, const Line& line, const G
     return grid;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -9,7 +9,7 @@
 #include "src/tools/morvane_prepare/scan.h"
 #include "src/tools/morvane_synth/survey.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 enum class Layout { choose, per_shot, whole_line };
 
@@ -64,4 +64,4 @@ std::optional<Stations> find_stations(const std::vector<double>& positions, doub
 /// offsets; shots that areal=n would have to move too far.
 SurveyGrid make_grid(Survey& survey, const Scan& scan, const Line& line, const GridOptions& options);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

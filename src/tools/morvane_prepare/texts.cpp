@@ -4,7 +4,7 @@
 
 #include "src/tools/morvane_prepare/outputs.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 std::string of_fit(const Line& line, bool given) {
@@ -120,4 +120,4 @@ std::string report(const PrepareOptions& o, const Plan& plan, const Survey& surv
     return text.str();
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

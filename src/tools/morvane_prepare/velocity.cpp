@@ -9,10 +9,11 @@
 #include <sstream>
 
 #include "lib/base/array.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "src/tools/qas/npy.h"
 
-namespace prepare {
+namespace morvane::prepare {
 namespace {
 
 using qas::qaserr;
@@ -283,4 +284,4 @@ Velocity read_velocity(qas::Session& session, const VelocityOptions& o, const Li
     return made;
 }
 
-}  // namespace prepare
+}  // namespace morvane::prepare

@@ -6,7 +6,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/line.h"
 
-namespace prepare {
+namespace morvane::prepare {
 
 /// A unit of velocity or slowness by its name: "m/s", "km/s", "ft/s", "s/m", "s/km", "s/ft".
 struct VelocityUnit {
@@ -42,4 +42,4 @@ struct Velocity {
 /// fit.
 Velocity read_velocity(qas::Session& session, const VelocityOptions& options, const Line& line);
 
-}  // namespace prepare
+}  // namespace morvane::prepare

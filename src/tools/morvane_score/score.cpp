@@ -8,6 +8,8 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
+namespace morvane {
+
 namespace {
 
 [[gnu::format(printf, 2, 3)]] void add_line(std::string& text, const char* format, ...) {
@@ -149,3 +151,5 @@ std::string score_table(const std::vector<ScoreRow>& rows, int evaluations, cons
                  "fun ends below its value at the true model: from there on it fits what no velocity can explain");
     return text;
 }
+
+}  // namespace morvane

@@ -7,6 +7,8 @@
 #include "lib/base/array.h"
 #include "lib/base/axis.h"
 
+namespace morvane {
+
 /// One line of the iteration log.
 struct LogLine {
     int iter = 0;
@@ -62,3 +64,5 @@ struct ScoreRow {
 /// @param rows at least one, the start first
 std::string score_table(const std::vector<ScoreRow>& rows, int evaluations, const Region& region,
                         const ScoreRow* truth);
+
+}  // namespace morvane

@@ -5,6 +5,8 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
+namespace morvane {
+
 namespace {
 
 constexpr std::array<double, 5> second_derivative{-205.0 / 72, 8.0 / 5, -1.0 / 5, 8.0 / 315, -1.0 / 560};
@@ -247,3 +249,5 @@ void model_shot(const FdGrid& grid, View<const float, 2> velocity, int ix, int f
     for (int f = 0; f < nf; ++f)
         for (std::ptrdiff_t i = 0; i < nrec; ++i) record(i, f) = cf(re(i, f), im(i, f));
 }
+
+}  // namespace morvane

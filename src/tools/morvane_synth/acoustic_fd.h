@@ -6,6 +6,8 @@
 
 #include "lib/base/array.h"
 
+namespace morvane {
+
 /// Where and how finely the wave equation is solved. Lengths, times and velocities in any one set of units.
 struct FdGrid {
     float dx = 10.0f;    ///< lateral step
@@ -100,3 +102,5 @@ private:
 /// Errors: none. Threads: any number at once with their own record.
 void model_shot(const FdGrid& grid, View<const float, 2> velocity, int ix, int first, std::span<const float> source,
                 View<const float, 2> gate, const StepTransform& transform, View<cf, 2> record);
+
+}  // namespace morvane

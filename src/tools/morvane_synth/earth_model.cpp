@@ -6,6 +6,8 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
+namespace morvane {
+
 namespace {
 
 double slope_of(float degrees) {
@@ -114,3 +116,5 @@ std::pair<float, float> value_range(View<const float, 2> values) {
     const auto [low, high] = std::ranges::minmax(values.flat());
     return {low, high};
 }
+
+}  // namespace morvane

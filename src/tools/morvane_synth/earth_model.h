@@ -6,6 +6,8 @@
 #include "lib/base/axis.h"
 #include "src/tools/morvane_synth/random_model.h"
 
+namespace morvane {
+
 /// A thin layer whose velocity is changed by the part `strength` on its centre line, falling to nothing one depth step
 /// away from it.
 struct Reflector {
@@ -53,3 +55,5 @@ Array<float, 2> smoothed(View<const float, 2> slowness, float dx, float dz, floa
 
 /// Largest and smallest value.
 std::pair<float, float> value_range(View<const float, 2> values);
+
+}  // namespace morvane

@@ -6,6 +6,10 @@
 #include <limits>
 #include <utility>
 
+#include "lib/corelibs/qas/session.h"
+
+namespace morvane {
+
 namespace {
 
 using qas::qaserr;
@@ -425,3 +429,5 @@ SynthOptions read_options(qas::Session& session) {
     if (!w.rotation_given) a.rotate = o.from_file ? 0.0f : -90.0f;
     return o;
 }
+
+}  // namespace morvane

@@ -8,6 +8,8 @@
 #include "src/tools/morvane_synth/earth_model.h"
 #include "src/tools/morvane_synth/survey.h"
 
+namespace morvane {
+
 struct SynthOptions {
     std::string model = "lens";  ///< lens, layers, fast, random, or the header of a dataset of slowness
     int seed = 1;                ///< of model=random
@@ -37,3 +39,5 @@ std::string synth_help();
 /// range, with the key, the value and what is permitted. A model from a dataset brings its own dx, dz and, unless
 /// given, zmax. The padding of the geometry is set here; whether the geometry fits is for check_geometry to say.
 SynthOptions read_options(qas::Session& session);
+
+}  // namespace morvane

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <numbers>
 
+namespace morvane {
+
 double Draw::uniform(double low, double high) {
     return low + (high - low) * (static_cast<double>(engine_() >> 11) * 0x1p-53);
 }
@@ -55,3 +57,5 @@ RandomModel::RandomModel(std::uint64_t seed) {
     const double lz = draw.uniform(300.0, 900.0);
     anomaly = RandomField(draw, largest, lx, lz);
 }
+
+}  // namespace morvane

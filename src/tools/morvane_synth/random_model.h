@@ -4,6 +4,8 @@
 #include <random>
 #include <vector>
 
+namespace morvane {
+
 /// Random numbers that are the same everywhere: the standard fixes the engine's sequence but leaves its distributions
 /// to the library, so those are made here.
 class Draw {
@@ -49,3 +51,5 @@ struct RandomModel {
     RandomField anomaly;              ///< relative change of slowness, up to 6 to 12 %; lengths of 300 to 900
     explicit RandomModel(std::uint64_t seed);
 };
+
+}  // namespace morvane

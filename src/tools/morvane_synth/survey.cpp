@@ -8,6 +8,8 @@
 
 #include "lib/corelibs/qas/qaserr.h"
 
+namespace morvane {
+
 namespace {
 
 constexpr double pi = std::numbers::pi;
@@ -344,3 +346,5 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
     }
     return data;
 }
+
+}  // namespace morvane

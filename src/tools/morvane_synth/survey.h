@@ -8,6 +8,8 @@
 #include "lib/base/axis.h"
 #include "src/tools/morvane_synth/acoustic_fd.h"
 
+namespace morvane {
+
 /// Shots and traces, and the margins that morvane adds to them.
 struct Geometry {
     bool areal = false;
@@ -103,3 +105,5 @@ struct SurveyData {
 /// @param grid  checked (fd_check)
 SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition, const FdGrid& grid,
                         const SurveyModels& models, float margin);
+
+}  // namespace morvane

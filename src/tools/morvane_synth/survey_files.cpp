@@ -5,6 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "lib/corelibs/qas/session.h"
+
+namespace morvane {
+
 namespace {
 
 using qas::qaserr;
@@ -214,3 +218,5 @@ void write_survey(qas::Session& session, SurveyFiles& files, const SynthOptions&
     files.parameters.write(parameter_file(session, options, model));
     files.parameters.finish();
 }
+
+}  // namespace morvane

@@ -4,6 +4,8 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/options.h"
 
+namespace morvane {
+
 /// The model of `options` over the image axis of its survey: built, or read from the dataset with tag "model" (and
 /// "start") with its edge columns continued where the survey reaches beyond it, which is said on standard error.
 /// Refuses (qas::Fatal) datasets off the grid of the survey, short ones, and slowness that is not positive and finite.
@@ -28,3 +30,5 @@ void write_survey(qas::Session& session, SurveyFiles& files, const SynthOptions&
 
 /// The parameter file, with the names under which the datasets were written.
 std::string parameter_file(qas::Session& session, const SynthOptions& options, const EarthModel& model);
+
+}  // namespace morvane

@@ -5,7 +5,10 @@
 #include <cstdio>
 
 #include "lib/base/warning.h"
+#include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/survey_files.h"
+
+namespace morvane {
 
 namespace {
 
@@ -78,3 +81,5 @@ void synthesise(qas::Session& session) {
     std::fprintf(stderr, "morvane_synth: modelled in %.1f s; now run: morvane par=%s\n", seconds.count(),
                  options.parfile.c_str());
 }
+
+}  // namespace morvane

@@ -6,6 +6,8 @@
 #include <numbers>
 #include <random>
 
+namespace morvane {
+
 namespace {
 
 constexpr double rounding = 5.96e-8;  // of slowness in single precision, relative
@@ -135,3 +137,5 @@ std::vector<double> smooth_direction(int nx, int nz, bool with_mean, unsigned se
     }
     return d;
 }
+
+}  // namespace morvane

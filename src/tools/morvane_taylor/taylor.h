@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace morvane {
+
 /// Values of fun along one direction d, x + h d.
 struct TaylorLine {
     double fun0 = 0.0;           ///< at x
@@ -61,3 +63,5 @@ TaylorLine taylor_line(const Value& value, std::span<const double> x, std::span<
 /// A smooth random direction on a grid of nx by nz samples or knots: a few waves of random phase across and down, with
 /// or without a lateral mean; of no particular size.
 std::vector<double> smooth_direction(int nx, int nz, bool with_mean, unsigned seed);
+
+}  // namespace morvane

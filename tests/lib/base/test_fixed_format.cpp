@@ -5,6 +5,8 @@
 
 #include "lib/base/fixed_format.h"
 
+using namespace morvane;
+
 TEST(FixedFormat, ColumnsAreFilledFromTheRightAndOverflowShowsAsAsterisks) {
     EXPECT_EQ(column_int(7, 4), "   7");
     EXPECT_EQ(column_int(-123, 4), "-123");

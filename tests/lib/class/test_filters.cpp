@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "lib/class/filters_mod.h"
+#include "lib/class/helix/lapfac.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/class/interp_new.h"
-#include "lib/class/lapfac.h"
-#include "lib/class/polydiv.h"
 #include "lib/corelibs/qas/qaserr.h"
+
+using namespace morvane;
 
 namespace {
 

@@ -11,10 +11,12 @@
 
 #include "lib/class/filters_mod.h"
 #include "lib/class/geodip.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/class/ow_steer_parms.h"
-#include "lib/class/polydiv.h"
 #include "tests/dataset_files.h"
 #include "tests/dot_test.h"
+
+using namespace morvane;
 
 namespace {
 

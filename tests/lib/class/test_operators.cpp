@@ -4,13 +4,15 @@
 #include <random>
 #include <vector>
 
+#include "lib/base/lin_op.h"
 #include "lib/class/chain_mod.h"
-#include "lib/class/helicon.h"
+#include "lib/class/helix/helicon.h"
+#include "lib/class/helix/polydiv.h"
 #include "lib/class/igrad1.h"
 #include "lib/class/inv_tomo_mod.h"
-#include "lib/class/lin_op.h"
-#include "lib/class/polydiv.h"
 #include "tests/dot_test.h"
+
+using namespace morvane;
 
 namespace {
 

@@ -4,6 +4,8 @@
 
 #include "lib/class/quantile_mod.h"
 
+using namespace morvane;
+
 TEST(Quantile, CountsFromOneAndKeepsTheOrder) {
     const std::vector<float> a{5, -1, 3, 3, 8};
     const std::vector<float> sorted{-1, 3, 3, 5, 8};

@@ -8,6 +8,8 @@
 #include "lib/corelibs/qas/qaserr.h"
 #include "tests/dot_test.h"
 
+using namespace morvane;
+
 namespace {
 
 /// A dense matrix as an operator, stored by rows.

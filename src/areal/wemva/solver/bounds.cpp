@@ -7,7 +7,7 @@
 #include "lib/base/fixed_format.h"
 #include "src/areal/wemva/solver/console.h"
 
-namespace solver {
+namespace morvane::solver {
 
 void errclb(int n, int m, double factr, const Bounds& bounds, Text60& task, int& info, int& k) {
     if (n <= 0) task = "ERROR: N .LE. 0";
@@ -74,4 +74,4 @@ double projgr(const Bounds& bounds, std::span<const double> x, std::span<const d
     return sbgnrm;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -5,7 +5,7 @@
 
 #include "src/areal/wemva/solver/text60.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// Bounds of the variables. nbd: 0 none, 1 lower, 2 both, 3 upper; l and u are read only where they hold.
 struct Bounds {
@@ -46,4 +46,4 @@ Kind active(const Bounds& bounds, std::span<double> x, std::span<int> iwhere, in
 /// Largest component of the projected gradient, sbgnrm; not-a-number when a component is.
 double projgr(const Bounds& bounds, std::span<const double> x, std::span<const double> g);
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -9,7 +9,7 @@
 #include "src/areal/wemva/solver/console.h"
 #include "src/areal/wemva/solver/dense.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -333,4 +333,4 @@ bool freev(FreeSet& set, std::span<const int> iwhere, bool updatd, bool cnstnd, 
     return wrk;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -5,7 +5,7 @@
 #include "src/areal/wemva/solver/bounds.h"
 #include "src/areal/wemva/solver/matrices.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// Scratch of `cauchy`, (2 m) each.
 struct CauchyScratch {
@@ -42,4 +42,4 @@ void hpsolb(int n, double* t, int* iorder, int iheap);
 /// @return wrk: the matrix of the subspace problem must be factored anew
 bool freev(FreeSet& set, std::span<const int> iwhere, bool updatd, bool cnstnd, int iprint, int iter);
 
-}  // namespace solver
+}  // namespace morvane::solver

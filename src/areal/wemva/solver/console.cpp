@@ -4,7 +4,7 @@
 
 #include "lib/base/fixed_format.h"
 
-namespace solver {
+namespace morvane::solver {
 
 void screen(std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -25,4 +25,4 @@ std::string labelled_vector(std::string_view label, std::span<const double> x) {
     return '\n' + text + (x.size() == 6 ? "\n" : "");
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace solver {
+namespace morvane::solver {
 
 /// Print on standard output.
 void screen(std::string_view text);
@@ -15,4 +15,4 @@ std::string six_a_line(std::span<const double> x);
 /// are followed by an empty line.
 std::string labelled_vector(std::string_view label, std::span<const double> x);
 
-}  // namespace solver
+}  // namespace morvane::solver

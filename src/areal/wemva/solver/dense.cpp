@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-namespace solver {
+namespace morvane::solver {
 
 double ddot(std::ptrdiff_t n, const double* x, const double* y) {
     constexpr std::ptrdiff_t lanes = 8;
@@ -67,4 +67,4 @@ int dtrsl(const double* t, int ldt, int n, double* b, int job) {
     return 0;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

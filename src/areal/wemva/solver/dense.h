@@ -2,7 +2,7 @@
 /// Vector kernels and the two dense triangular kernels of the limited-memory matrices.
 #include <cstddef>
 
-namespace solver {
+namespace morvane::solver {
 
 /// Sum of x(i) y(i). Eight partial sums, so that it vectorises and does not depend on the vector width of the machine.
 double ddot(std::ptrdiff_t n, const double* x, const double* y);
@@ -21,4 +21,4 @@ int dpofa(double* a, int lda, int n);
 /// @return info: 0, or the index (from 1) of the first zero on the diagonal; b is then unchanged.
 int dtrsl(const double* t, int ldt, int n, double* b, int job);
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -5,7 +5,7 @@
 
 #include "src/areal/wemva/solver/dense.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -225,4 +225,4 @@ void dcstep(End& best, End& other, double& stp, double fp, double dp, bool& brac
     stp = std::isfinite(stpf) ? stpf : stx + 0.5 * (sty - stx);
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

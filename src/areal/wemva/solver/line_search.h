@@ -6,7 +6,7 @@
 #include "src/areal/wemva/solver/progress.h"
 #include "src/areal/wemva/solver/text60.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// The vectors of a line search, n each.
 struct LineVectors {
@@ -56,4 +56,4 @@ struct End {
 /// @param stpmin, stpmax limits of the next step while none is
 void dcstep(End& best, End& other, double& stp, double fp, double dp, bool& brackt, double stpmin, double stpmax);
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -5,7 +5,7 @@
 
 #include "src/areal/wemva/solver/dense.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -191,4 +191,4 @@ int cmprlb(const Pairs& pairs, const FreeSet& set, std::span<const double> x, st
     return 0;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

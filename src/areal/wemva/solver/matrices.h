@@ -4,7 +4,7 @@
 
 #include "lib/base/array.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// The last `col` <= m pairs s = step, y = change of gradient, in a circular store, and their products in age order
 /// (oldest first). The blocks lie in the caller's work array.
@@ -86,4 +86,4 @@ int formk(const Pairs& pairs, const FreeSet& set, bool updatd, View<double, 2> w
 int cmprlb(const Pairs& pairs, const FreeSet& set, std::span<const double> x, std::span<const double> g,
            std::span<const double> z, const double* c, double* mc, bool cnstnd, std::span<double> r);
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -1,6 +1,6 @@
 #include "src/areal/wemva/solver/precision.h"
 
-namespace solver {
+namespace morvane::solver {
 
 double dpmeps() {
     // volatile: each intermediate result is rounded to double precision, and nothing is folded by the compiler.
@@ -49,4 +49,4 @@ double dpmeps() {
     return a;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

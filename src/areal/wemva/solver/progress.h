@@ -1,7 +1,7 @@
 #pragma once
 /// What a run counts and measures on its way.
 
-namespace solver {
+namespace morvane::solver {
 
 /// What a line search keeps between calls.
 struct Search {
@@ -35,4 +35,4 @@ struct Times {
     double time = 0;                            ///< whole run
 };
 
-}  // namespace solver
+}  // namespace morvane::solver

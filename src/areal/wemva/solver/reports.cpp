@@ -11,7 +11,7 @@
 #include "lib/base/warning.h"
 #include "src/areal/wemva/solver/console.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -226,4 +226,4 @@ void prn3lb(std::span<const double> x, double f, const Ending& ending, int iprin
     }
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

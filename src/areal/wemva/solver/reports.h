@@ -7,7 +7,7 @@
 #include "src/areal/wemva/solver/progress.h"
 #include "src/areal/wemva/solver/text60.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// User processor time of the process so far in seconds, in single precision.
 double timer();
@@ -41,4 +41,4 @@ struct Ending {
 void prn3lb(std::span<const double> x, double f, const Ending& ending, int iprint, int& itfile,
             const Progress& progress, const Search& search, const Times& times);
 
-}  // namespace solver
+}  // namespace morvane::solver

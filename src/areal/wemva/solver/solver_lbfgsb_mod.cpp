@@ -17,7 +17,7 @@
 #include "src/areal/wemva/solver/reports.h"
 #include "src/areal/wemva/solver/subspace.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -401,4 +401,4 @@ void setulb(int n, int m, std::span<double> x, std::span<const double> l, std::s
     if (iprint >= 0) std::fflush(stdout);
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

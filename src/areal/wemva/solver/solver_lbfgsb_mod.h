@@ -21,7 +21,7 @@
 
 #include "src/areal/wemva/solver/text60.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// Length of the work array `wa`: the sum of the blocks listed below.
 constexpr std::size_t wa_size(std::size_t n, std::size_t m) {
@@ -101,4 +101,4 @@ void setulb(int n, int m, std::span<double> x, std::span<const double> l, std::s
             std::span<int> iwa, Text60& task, int iprint, Text60& csave, std::array<int, 4>& lsave,
             std::array<int, 44>& isave, std::array<double, 29>& dsave);
 
-}  // namespace solver
+}  // namespace morvane::solver

@@ -4,7 +4,7 @@
 #include "src/areal/wemva/solver/console.h"
 #include "src/areal/wemva/solver/dense.h"
 
-namespace solver {
+namespace morvane::solver {
 
 namespace {
 
@@ -82,4 +82,4 @@ int subsm(const Pairs& pairs, std::span<const int> free, const Bounds& bounds, s
     return 0;
 }
 
-}  // namespace solver
+}  // namespace morvane::solver

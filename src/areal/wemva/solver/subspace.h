@@ -5,7 +5,7 @@
 #include "src/areal/wemva/solver/bounds.h"
 #include "src/areal/wemva/solver/matrices.h"
 
-namespace solver {
+namespace morvane::solver {
 
 /// Move x from the Cauchy point to the subspace minimiser, or as far towards it as the box allows.
 /// @param free   the free variables, numbered from 1
@@ -18,4 +18,4 @@ namespace solver {
 int subsm(const Pairs& pairs, std::span<const int> free, const Bounds& bounds, std::span<double> x, std::span<double> d,
           int& iword, double* wv, View<const double, 2> wn, int iprint);
 
-}  // namespace solver
+}  // namespace morvane::solver

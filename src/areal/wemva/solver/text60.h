@@ -4,7 +4,7 @@
 #include <array>
 #include <string_view>
 
-namespace solver {
+namespace morvane::solver {
 
 /// A text field of 60 characters, padded with blanks; what does not fit is cut.
 class Text60 {
@@ -26,4 +26,4 @@ public:
     friend bool operator==(const Text60& a, std::string_view b) { return a.text() == Text60(b).text(); }
 };
 
-}  // namespace solver
+}  // namespace morvane::solver

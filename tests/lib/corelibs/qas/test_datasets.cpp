@@ -311,7 +311,7 @@ TEST_F(Datasets, AxesAreChecked) {
     make_input("v.H", "n1=3 d1=2.5 o1=-1\nn2=0 d2=1 o2=0 n3=-4 d3=1 o3=0 n4=5 d4=nan o4=0 n5=99999999999 d5=1 o5=0\n",
                xdr<float>({1, 2, 3}));
     auto s = session({"vel=v.H"});
-    const Axis axis = s->from_aux_axis("vel", 1);
+    const morvane::Axis axis = s->from_aux_axis("vel", 1);
     EXPECT_EQ(axis.n, 3);
     EXPECT_EQ(axis.d, 2.5f);
     EXPECT_EQ(axis.o, -1.0f);

@@ -8,6 +8,8 @@
 #include "src/tools/morvane_prepare/plan.h"
 #include "tests/dataset_files.h"
 
+using namespace morvane;
+
 using namespace prepare;
 using testing::HasSubstr;
 

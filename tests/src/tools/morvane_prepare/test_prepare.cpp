@@ -13,6 +13,8 @@
 #include "tests/dataset_files.h"
 #include "tests/src/tools/morvane_prepare/segy_writer.h"
 
+using namespace morvane;
+
 using testing::HasSubstr;
 
 namespace {

@@ -8,6 +8,8 @@
 #include "tests/dataset_files.h"
 #include "tests/src/tools/morvane_prepare/segy_writer.h"
 
+using namespace morvane;
+
 using prepare::SegyFile;
 using prepare::SegyOptions;
 using testing::HasSubstr;

@@ -7,6 +7,8 @@
 #include "lib/corelibs/qas/qaserr.h"
 #include "src/tools/morvane_score/score.h"
 
+using namespace morvane;
+
 namespace {
 
 using testing::HasSubstr;

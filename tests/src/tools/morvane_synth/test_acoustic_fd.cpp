@@ -8,6 +8,8 @@
 #include "src/tools/morvane_synth/acoustic_fd.h"
 #include "src/tools/morvane_synth/survey.h"
 
+using namespace morvane;
+
 namespace {
 
 constexpr double pi = std::numbers::pi;

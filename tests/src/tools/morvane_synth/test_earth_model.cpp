@@ -6,6 +6,8 @@
 #include "lib/corelibs/qas/qaserr.h"
 #include "src/tools/morvane_synth/earth_model.h"
 
+using namespace morvane;
+
 namespace {
 
 const Axis x{201, 10.0f, -1000.0f, {}}, z{101, 10.0f, 0.0f, {}};

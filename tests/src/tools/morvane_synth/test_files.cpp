@@ -9,6 +9,8 @@
 #include "src/tools/morvane_synth/options.h"
 #include "src/tools/morvane_synth/synthesise.h"
 
+using namespace morvane;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -7,6 +7,8 @@
 
 #include "src/tools/morvane_synth/survey.h"
 
+using namespace morvane;
+
 namespace {
 
 using cd = std::complex<double>;

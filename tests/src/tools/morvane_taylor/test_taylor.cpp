@@ -5,6 +5,8 @@
 #include <cmath>
 #include <random>
 
+using namespace morvane;
+
 namespace {
 
 /// A cubic along d, with rounding noise of the given size.

@@ -10,6 +10,8 @@
 
 #include "src/areal/wemva/solver/solver_lbfgsb_mod.h"
 
+namespace morvane {
+
 using Vector = std::vector<double>;
 
 /// Sets g and returns f.
@@ -76,3 +78,5 @@ struct Caller {
         while (task.starts_with("NEW_X") && evaluations < limit);
     }
 };
+
+}  // namespace morvane

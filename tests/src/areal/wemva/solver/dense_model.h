@@ -8,6 +8,8 @@
 #include "src/areal/wemva/solver/matrices.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 
+namespace morvane {
+
 using Matrix = std::vector<Vector>;  // rows
 
 inline Matrix zeros(std::size_t n) {
@@ -97,3 +99,5 @@ struct PairStore {
         }
     }
 };
+
+}  // namespace morvane

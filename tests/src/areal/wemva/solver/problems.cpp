@@ -4,6 +4,8 @@
 #include <random>
 #include <stdexcept>
 
+namespace morvane {
+
 namespace {
 
 constexpr double inf = std::numeric_limits<double>::infinity();
@@ -286,3 +288,5 @@ const Problem& named(const std::string& name) {
     }
     throw std::runtime_error("no problem " + name);
 }
+
+}  // namespace morvane

@@ -5,6 +5,8 @@
 
 #include "tests/src/areal/wemva/solver/caller.h"
 
+namespace morvane {
+
 struct Problem {
     std::string name;
     Vector x0, l, u;
@@ -19,3 +21,5 @@ struct Problem {
 
 const std::vector<Problem>& all_problems();
 const Problem& named(const std::string& name);
+
+}  // namespace morvane

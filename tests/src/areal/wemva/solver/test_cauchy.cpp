@@ -10,6 +10,8 @@
 #include "tests/src/areal/wemva/solver/dense_model.h"
 #include "tests/src/areal/wemva/solver/output.h"
 
+using namespace morvane;
+
 using solver::Where;
 
 TEST(Hpsolb, DeliversTimesInIncreasingOrderWithTheirVariables) {

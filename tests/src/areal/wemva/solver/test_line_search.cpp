@@ -3,6 +3,8 @@
 #include "src/areal/wemva/solver/line_search.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 
+using namespace morvane;
+
 namespace {
 
 struct Step {

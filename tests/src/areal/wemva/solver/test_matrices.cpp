@@ -10,6 +10,8 @@
 #include "tests/src/areal/wemva/solver/output.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 
+using namespace morvane;
+
 TEST(Dense, CholeskyFactorAndItsFailures) {
     // R = [2 1 3; 0 4 5; 0 0 6], column after column with a leading dimension of 4; the rest must not be touched.
     const Vector a{4, -7, -7, -7, 2, 17, -7, -7, 6, 23, 70, -7};

@@ -5,6 +5,8 @@
 
 #include "tests/src/areal/wemva/solver/problems.h"
 
+using namespace morvane;
+
 namespace {
 
 class Solves : public testing::TestWithParam<std::size_t> {};

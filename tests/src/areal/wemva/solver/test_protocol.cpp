@@ -8,6 +8,8 @@
 #include "tests/src/areal/wemva/solver/output.h"
 #include "tests/src/areal/wemva/solver/problems.h"
 
+using namespace morvane;
+
 namespace {
 
 constexpr double not_a_number = std::numeric_limits<double>::quiet_NaN();

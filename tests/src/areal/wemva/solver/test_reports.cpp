@@ -9,6 +9,8 @@
 #include "tests/src/areal/wemva/solver/caller.h"
 #include "tests/src/areal/wemva/solver/output.h"
 
+using namespace morvane;
+
 namespace {
 
 class Reports : public TemporaryFolder {};

@@ -1,0 +1,62 @@
+#include "src/areal/wemva/step/medium.h"
+
+#include "src/areal/wemva/step/ffd_stage.h"
+#include "src/areal/wemva/step/pspi_level.h"
+
+namespace morvane {
+
+namespace {
+
+std::size_t at(std::ptrdiff_t i) {
+    return static_cast<std::size_t>(i);
+}
+
+/// The levels of the finite-difference form.
+template <class Real>
+void prepare_levels(const Parms& par, View<const float, 2> vel, const ReferenceTable* given,
+                    std::vector<MediumLevel>& levels, StageMedium<Real>& medium) {
+    const std::ptrdiff_t nx = vel.n[0], nz = vel.n[1], blocks = (nz + levels_at_a_time - 1) / levels_at_a_time;
+    medium.alpha_term = Array<LevelLanes<Real>, 2>({nx, blocks});
+    medium.beta_term = Array<LevelLanes<Real>, 2>({nx, blocks});
+    for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
+        const float* const vref = given ? &(*given)[at(iz)][0] : nullptr;
+        ffd_level<Real>(par, vel.slice(iz).flat(), vref, levels[at(iz)],
+                        medium.alpha_term.view().slice(iz / levels_at_a_time).flat(),
+                        medium.beta_term.view().slice(iz / levels_at_a_time).flat(),
+                        static_cast<int>(iz % levels_at_a_time));
+    }
+}
+
+}  // namespace
+
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen) {
+    const ReferenceTable* const given = frozen.references;
+    const std::ptrdiff_t nz = vel.n[1];
+    Medium medium;
+    medium.levels.resize(at(nz));
+    if (par.ffd()) {
+        if (given && ffd_needs_double(par.dipop))
+            prepare_levels(par, vel, given, medium.levels, medium.fine);
+        else
+            prepare_levels(par, vel, given, medium.levels, medium.stages);
+    } else if (par.pspi()) {
+        for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
+            const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
+            if (given) {
+                pspi_level_given(vel.slice(iz).flat(), table, (*given)[at(iz)], frozen.start.slice(iz).flat(),
+                                 medium.levels[at(iz)]);
+            } else {
+                pspi_level(par, vel.slice(iz).flat(), table, medium.levels[at(iz)]);
+            }
+        }
+    }
+    return medium;
+}
+
+ReferenceTable references_of(const Medium& medium) {
+    ReferenceTable table;
+    for (const MediumLevel& level : medium.levels) table.push_back(level.vref);
+    return table;
+}
+
+}  // namespace morvane
