@@ -1,0 +1,316 @@
+"""The Python module and the report. $MORVANE_BIN: folder of the programs."""
+import contextlib
+import fcntl
+import html.parser
+import io
+import os
+import re
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import unittest.mock
+
+sys.dont_write_bytecode = True
+root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(root, "python"))
+
+import numpy as np
+
+import morvane
+from morvane.report import __main__ as report
+from morvane.report import facts as report_facts
+
+BIN = os.environ["MORVANE_BIN"]
+
+
+class InFolder(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="morvane_python_")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.folder)
+
+    def text(self, name, text):
+        with open(name, "w", encoding="latin1") as file:
+            file.write(text)
+
+    def refused(self, words, call, *arguments, **keys):
+        with self.assertRaises(morvane.Error) as told:
+            call(*arguments, **keys)
+        for word in words:
+            self.assertIn(word, str(told.exception))
+
+
+class Datasets(InFolder):
+    def test_round_trip_of_every_kind(self):
+        ramp = np.arange(24.0).reshape(2, 3, 4)
+        for data in (ramp, ramp * (1 + 2j), ramp.T, ramp[:, ::2, ::-1], ramp.astype("i2"), np.arange(5.0),
+                     np.arange(3 * (1 << 20) + 7.0).reshape(1, -1)):
+            with self.subTest(shape=data.shape, kind=data.dtype):
+                d, o = list(range(1, data.ndim + 1)), [-0.5] * data.ndim
+                morvane.write("t.H", data, d, o)
+                back = morvane.read("t.H")
+                self.assertIsInstance(back.data, np.memmap)
+                np.testing.assert_array_equal(back.data, data)
+                self.assertEqual((back.d, back.o, back.n), (d, o, list(data.shape[::-1])))
+        self.assertEqual(list(morvane.read("t.H").axis(2)), [-0.5])
+
+    def test_axes_and_values_are_what_the_programs_read(self):
+        morvane.write("vel.H", np.full((3, 4), 5e-4), (10, 5), (-1800, 0), axes=(1, 3), values={"who": 'a "b"'})
+        said = subprocess.run([os.path.join(BIN, "qas"), "info", os.path.abspath("vel.H")], cwd="/", stdout=subprocess.PIPE, text=True).stdout
+        self.assertRegex(said, r"n1=4 d1=10 o1=-1800")
+        self.assertRegex(said, r"n3=3 d3=5 o3=0")
+        self.assertRegex(said, r"min=0.0005\d* max=0.0005\d* ")
+        self.assertEqual(morvane.read("vel.H").header["who"], 'a "b"')
+        self.assertEqual(morvane.read("vel.H").panel().shape, (3, 4))
+
+    def test_other_layouts_of_a_file(self):
+        a = np.arange(6, dtype="<f4")
+        head = "n1=2 n2=3\n"
+        cases = {"native": (head + 'data_format="native_float" in="d"', a.tobytes(), b""),
+                 "two files": (head + 'in="d;e"', a.astype(">f4").tobytes()[:9], a.astype(">f4").tobytes()[9:]),
+                 "later lines count": ('n1=7 in="none"\n' + head + 'n1=2\nsets next: in="d"', a.astype(">f4").tobytes(), b"")}
+        for name, (header, first, second) in cases.items():
+            with self.subTest(name):
+                self.text("t.H", header + "\n")
+                for file, samples in (("d", first), ("e", second)):
+                    with open(file, "wb") as out:
+                        out.write(samples)
+                np.testing.assert_array_equal(morvane.read("t.H").data, a.reshape(3, 2))
+        with open("s.H", "wb") as out:
+            out.write(b'n1=2 n2=3 in="stdin"\n\f\f\x04' + a.astype(">f4").tobytes())
+        np.testing.assert_array_equal(morvane.read("s.H").data, a.reshape(3, 2))
+
+    def test_whole_panels_of_a_file_that_grows(self):
+        morvane.write("v.H", np.arange(12.0).reshape(2, 3, 2), axes=(1, 3, 4))
+        with open("v.H@", "ab") as out:
+            out.write(b"1234" * 5)
+        self.assertEqual(morvane.read("v.H", panels=4).shape, (2, 3, 1, 2))
+        with open("v.H@", "ab") as out:
+            out.write(b"1234")
+        self.assertEqual(morvane.read("v.H", panels=4).shape, (3, 3, 1, 2))
+        os.truncate("v.H@", 3)
+        self.assertEqual(morvane.read("v.H", panels=4).shape, (0, 3, 1, 2))
+
+    def test_what_is_refused(self):
+        with open("d", "wb") as out:
+            out.write(bytes(24))
+        for header, words in (("", ["no axes"]), ("n1=6", ["in="]), ('n1=0 in="d"', ["n1=0"]), ('n1=x in="d"', ["n1=x"]),
+                              ('n1=7 in="d"', ["28", "24"]), ('n1=6 in="/no/such"', ["/no/such"]), ('n1=6 d1=nan in="d"', ["d1=nan"]),
+                              ('n1=6 esize=5 in="d"', ["esize=5"]), ('n1=6 data_format="kplot" in="d"', ["kplot"]),
+                              ('n1=99999999999 n2=99999999999 in="d"', ["24"]), ('n1=6 in="stdin"', ["follow"])):
+            with self.subTest(header):
+                self.text("t.H", header + "\n")
+                self.refused(["t.H"] + words, morvane.read, "t.H")
+        self.refused(["none.H"], morvane.read, "none.H")
+        morvane.write("good.H", np.ones(3))
+        with open("good.H") as file:
+            before = file.read()
+        for keys, words in (({"axes": (2, 1)}, ["axes"]), ({"axes": (1, 10)}, ["axes"]), ({"d": (1,)}, ["d="]),
+                            ({"values": {"a": "b\n"}}, ["control"]), ({"samples": "/no/such/place"}, ["/no/such"])):
+            with self.subTest(keys):
+                self.refused(words, morvane.write, "good.H", np.ones((2, 3)), **keys)
+        self.refused(["U5"], morvane.write, "good.H", np.array(["words"]))
+        with open("good.H") as file:
+            self.assertEqual(file.read(), before)
+        self.assertEqual(sorted(os.listdir(".")), ["d", "good.H", "good.H@", "t.H"])
+
+
+class Logs(InFolder):
+    line = " iter = %4d titer= %4d task = %s J(x) = %15s min_x = 1799 max_x = 2500\n"
+
+    def test_course(self):
+        self.text("log", self.line % (1, 1, "FG_ST", "3.0E-02") + "noise\n" + self.line % (1, 2, "FG_LN", "*" * 15)
+                  + self.line % (1, 3, "FG_LN", "2.0E-02") + self.line % (1, 4, "NEW_X", "2.0E-02")
+                  + (self.line % (2, 4, "FG_LN", "1.0E-02"))[:-3])
+        course = morvane.course("log")
+        self.assertEqual(list(course["accepted"]), [True, False, True])
+        self.assertEqual(course["fun"][2], 0.02)
+        self.assertTrue(np.isnan(course["fun"][1]))
+
+    def test_parameters(self):
+        self.text("more.par", "niter=7 nh=3")
+        self.text("a.par", "# nh=99\nvel='my start.H' niter=5\npar=more.par\nnh=33\n")
+        self.assertEqual(morvane.parameters("a.par"), {"vel": "my start.H", "niter": "7", "nh": "33"})
+
+
+class Page(html.parser.HTMLParser):
+    """Pictures, and every address that a browser might ask for."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.pictures, self.addresses, self.ids, self.labels = [], [], [], []
+        self.feed(text)
+
+    def handle_starttag(self, tag, attributes):
+        a = dict(attributes)
+        if tag == "img":
+            self.pictures.append(a)
+        if tag == "label":
+            self.labels.append(a["for"])
+        self.addresses += [a[k] for k in ("src", "href", "srcset", "action", "data") if k in a]
+        self.ids += [a["id"]] if "id" in a else []
+
+
+class Runs(InFolder):
+    """One small run for all tests."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.kept = tempfile.mkdtemp(prefix="morvane_python_")
+        cls.addClassCleanup(shutil.rmtree, cls.kept)
+        words = ("nshot=3 oshot=300 dshot=150 nrec=31 dx=30 dz=30 zmax=900 of=4 df=1 nf=8 fpeak=8 tmax=0.95 margin=200 absorb=8 "
+                 "taper=8 niter=2 nh=7 zref=300,500,630")
+        done = subprocess.run([os.path.join(BIN, "morvane_synth")] + words.split() + ["datapath=%s/" % cls.kept], cwd=cls.kept,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        assert done.returncode == 0, done.stdout
+        cls.run_made = morvane.run("morvane.par", cls.kept, datapath=cls.kept + "/", node=2)
+
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(self.kept, "run")
+
+    def report(self, *words):
+        out, err = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
+            status = report.main(list(words))
+        return status, out.getvalue() + err.getvalue()
+
+    def test_run_returns_what_the_run_left(self):
+        self.assertEqual(self.run_made.status, 0)
+        course = self.run_made.course()
+        self.assertEqual(len(course), self.run_made.read("Velout").shape[0])
+        self.assertEqual(self.run_made.recorded()["niter"], "2")
+        self.refused(["status 23", "perturbed image"], morvane.run, None, "run", vel="none.H", inversion=True, history="h", messages="m")
+        ax = morvane.show(self.run_made.read("bkgimg"))
+        self.assertEqual(ax.images[0].get_array().shape, self.run_made.read("bkgimg").panel().shape[::2])
+
+    def test_the_facts_are_those_of_the_files(self):
+        facts = report_facts.gather(morvane.Run("run"), "run/true")
+        image = self.run_made.read("bkgimg").panel(0).astype(float)
+        region = self.run_made.read("bkgimg")
+        x, z = region.axis(1), region.axis(3)
+        limits = facts.region
+        image = image[(z >= limits["zmin"]) & (z <= limits["zmax"])][:, :, (x >= limits["xmin"]) & (x <= limits["xmax"])]
+        self.assertAlmostEqual(facts.share[0], (image[:, 3] ** 2).sum() / (image ** 2).sum(), 10)
+        scored = subprocess.run([os.path.join(BIN, "morvane_score"), "Velout=Velout.H", "bkgimg=bkgimg.H"], cwd="run",
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True).stdout
+        rows = re.findall(r"^ +\d+ +(\d+) +\S+ +([\d.]+) +([\d.]+)$", scored, re.M)
+        self.assertEqual(len(rows), len(facts.shown))
+        for evaluation, error, share in rows:
+            self.assertAlmostEqual(100 * facts.errors[int(evaluation) - 1], float(error), 2)
+            self.assertAlmostEqual(100 * facts.share[int(evaluation) - 1], float(share), 2)
+        self.assertEqual(facts.state, "ended")
+        given = {name for name, _, kind, _ in facts.parameters if kind == "given"}
+        self.assertTrue({"vel", "nh", "gradient", "node"} <= given)
+        self.assertFalse({"maxvchg", "l1norm", "imgcon"} & given)
+
+    def test_the_page_needs_nothing_else(self):
+        self.text("run/messages", "morvane: warning: <b>this & that</b>\n")
+        status, said = self.report("run", "true=run/true", "out=p.html")
+        self.assertEqual(status, 0, said)
+        with open("p.html", encoding="utf-8") as file:
+            text = file.read()
+        page = Page(text)
+        self.assertTrue(all(a.startswith("data:") for a in page.addresses), page.addresses)
+        self.assertNotIn("<script", text)
+        self.assertNotIn("@import", text)
+        self.assertIsNone(re.search(r"url\((?!data:)", text))
+        self.assertTrue(all(len(p["alt"]) > 10 for p in page.pictures))
+        self.assertEqual(len(page.ids), len(set(page.ids)))
+        self.assertTrue(set(page.labels) <= set(page.ids))
+        self.assertLess(len(text), 5000000)
+        self.assertIn("<li>&lt;b&gt;this &amp; that&lt;/b&gt;</li>", text)
+        self.assertEqual(set(os.listdir(".")), {"run", "p.html"})
+        browser = shutil.which("chromium-headless-shell") or shutil.which("chromium")
+        if browser is None:
+            self.skipTest("no Chromium")
+        look = "<script>onload = () => document.title = [innerWidth, document.documentElement.scrollWidth <= innerWidth, " \
+               "[...document.images].filter(i => i.naturalWidth == 0).length, performance.getEntriesByType('resource')" \
+               ".filter(r => !r.name.startsWith('data:')).length].join(' ')</script>"
+        self.text("look.html", text.replace("</body>", look + "</body>"))
+        for width in (1280, 400):
+            seen = subprocess.run([browser, "--headless", "--no-sandbox", "--disable-gpu", "--window-size=%d,2000" % width,
+                                   "--dump-dom", "file://%s/look.html" % self.folder], stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, text=True, timeout=60).stdout
+            self.assertEqual(re.findall("<title>(.*)</title>", seen), ["%d true 0 0" % width])
+
+    def test_a_run_that_goes_on(self):
+        with open("run/log") as file:
+            log = file.read().split("\n")
+        self.text("run/log", "\n".join(log[:3]) + "\n")
+        os.truncate("run/Velout.H@", os.path.getsize("run/Velout.H@") - 4)
+        facts = report_facts.gather(morvane.Run("run", Velout="run/Velout.H", bkgimg="run/bkgimg.H"))
+        self.assertEqual((facts.evaluations, facts.state), (2, "ended"))  # by its closing line
+        os.remove("run/messages")
+        self.assertEqual(report_facts.gather(morvane.Run("run")).state, "stopped")
+        with open("run/log", "r+b") as held:
+            fcntl.fcntl(held, 37, struct.pack("hhqqi4x", fcntl.F_WRLCK, os.SEEK_SET, 0, 0, 0))  # F_OFD_SETLK, as the programs
+            facts = report_facts.gather(morvane.Run("run"))
+            self.assertEqual(facts.state, "running")
+            again = report_facts.gather(morvane.Run("run"), before=facts)
+            self.assertEqual(again.share, facts.share)
+        self.text("run/log", "")
+        status, said = self.report("run", "--follow", "wait=0")
+        self.assertEqual(status, 23)
+        self.assertIn("no run began", said)
+
+    def test_following_a_run_to_its_end(self):
+        drawn = []
+
+        def draw(run, given, out, before=None, refresh=0):
+            drawn.append(report_facts.gather(run, before=before))
+            return drawn[-1]
+
+        with unittest.mock.patch.object(report, "_report", draw):
+            os.remove("run/log")
+            started = subprocess.Popen([os.path.join(BIN, "morvane"), "par=morvane.par", "datapath=%s/run/" % self.folder, "niter=3"],
+                                       cwd="run", stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.assertEqual(self.report("run", "--follow"), (0, ""))
+            self.assertEqual(started.wait(), 0)
+        self.assertNotEqual(drawn[-1].state, "running")
+        self.assertEqual(drawn[-1].evaluations, len(morvane.course("run/log")))
+
+    def test_verdicts(self):
+        def verdict(**changes):
+            facts = report_facts.gather(morvane.Run("run"))
+            for name, value in changes.items():
+                setattr(facts, name, value)
+            report_facts._verdict(facts)
+            return facts.level, " ".join(facts.verdict)
+        course = morvane.Run("run").course()
+        stuck, broken = course.copy(), course.copy()
+        stuck["accepted"][1:] = False
+        broken["fun"][-1] = np.nan
+        n = len(course)
+        for changes, level, words in (({}, "ok", "zero offset"), ({"share": [0.2] * n}, "wrong", "did not gain focus"),
+                                      ({"course": stuck}, "wrong", "No step"), ({"course": broken}, "wrong", "finite"),
+                                      ({"on_bounds": 0.3}, "look", "30 %"), ({"state": "stopped"}, "look", "stopped"),
+                                      ({"errors": list(np.linspace(1, 2, n))}, "wrong", "true one")):
+            with self.subTest(words):
+                found = verdict(**changes)
+                self.assertEqual(found[0], level)
+                self.assertIn(words, found[1])
+
+    def test_messages_of_the_command(self):
+        for words, told in ((["none"], "none"), ([], "give the folder"), (["run", "run"], "second"), (["run", "nitter=3"], "nitter=3"),
+                            (["run", "unit=mile"], "unit=mile"), (["run", "true=run/none"], "run/none"), (["run", "wait=x"], "wait"),
+                            (["run", "out=/no/such/x.html"], "/no/such"), (["run", "true=run/traces"], "true=run/traces")):
+            with self.subTest(words):
+                if words[-1:] == ["true=run/traces"]:
+                    morvane.write("run/traces", np.ones((3, 4)), (7, 7), axes=(1, 3))
+                status, said = self.report(*words)
+                self.assertEqual(status, 23)
+                self.assertIn(told, said)
+        self.assertEqual(self.report("--help")[0], 0)
+
+    def test_version_is_that_of_the_programs(self):
+        said = subprocess.run([os.path.join(BIN, "morvane"), "--version"], stdout=subprocess.PIPE, text=True).stdout
+        self.assertIn(said.split()[1], self.report("--version")[1])
+
+
+if __name__ == "__main__":
+    unittest.main()
