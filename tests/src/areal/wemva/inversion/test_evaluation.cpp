@@ -6,6 +6,7 @@
 
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/evaluation.h"
+#include "src/areal/wemva/inversion/objective.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/start/owparam.h"
 #include "tests/quiet.h"
@@ -27,21 +28,21 @@ TEST(Objective, SquaresOrAbsoluteValuesWithoutAFactor) {
     Parms par;
     par.img.sh.n = 2;
     const Array<float, 3> residual = gathers({1, -2, 3, -4}, {2, 2, 1});
-    EXPECT_EQ(objective(par, residual), 30.0);
+    EXPECT_EQ(classic_objective(par)->value(residual, 1), 30.0);
     par.l1norm = true;
-    EXPECT_EQ(objective(par, residual), 10.0);
+    EXPECT_EQ(classic_objective(par)->value(residual, 1), 10.0);
     par.img.sh.n = 0;  // time shifts
-    EXPECT_EQ(objective(par, residual), 0.0);
+    EXPECT_EQ(classic_objective(par)->value(residual, 1), 0.0);
 }
 
 TEST(Objective, TermsAreSinglePrecisionAndTheSumIsDouble) {
     Parms par;
     par.img.sh.n = 1;
     const float loud = 4097.0f;  // its square has 25 bits
-    EXPECT_EQ(objective(par, gathers({loud, 1.0f / 1024, 1.0f / 1024}, {3, 1, 1})),
+    EXPECT_EQ(classic_objective(par)->value(gathers({loud, 1.0f / 1024, 1.0f / 1024}, {3, 1, 1}), 1),
               static_cast<double>(loud * loud) + 2.0 / 1048576.0);
     EXPECT_NE(static_cast<double>(loud * loud), static_cast<double>(loud) * loud);
-    EXPECT_EQ(objective(par, gathers({1e30f}, {1, 1, 1})), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(classic_objective(par)->value(gathers({1e30f}, {1, 1, 1}), 1), std::numeric_limits<double>::infinity());
 }
 
 // One areal shot, the arithmetic around the wavefield operators done by hand.
@@ -165,7 +166,7 @@ TEST(Evaluate, TheSourceFunctionStandsAtItsTrace) {
         for (int ih = 0; ih < par.rec.h.n; ++ih) {
             const std::size_t i = 2 * static_cast<std::size_t>(iw);
             const cf expected = ih == 2 ? cf(survey.sou.samples[i], survey.sou.samples[i + 1]) : cf();
-            EXPECT_EQ(arrays.source(ih, iw), expected) << ih << " " << iw;
+            EXPECT_EQ(arrays.shots.source(ih, iw), expected) << ih << " " << iw;
         }
     }
 }

@@ -233,7 +233,7 @@ TEST(ExactEvaluation, BoundsPutTheReferencesBelowEveryVelocityTheyAllow) {
                     least = std::min(least, 1.0 / std::max(x[i], setup.start[i]));
                 }
                 const float reference =
-                    arrays.references[static_cast<std::size_t>(shot)][static_cast<std::size_t>(iz)][0];
+                    arrays.shots.references[static_cast<std::size_t>(shot)][static_cast<std::size_t>(iz)][0];
                 EXPECT_NEAR(reference, least * (setup.par.dipop == 65 ? 0.8 : 0.95), 1e-3 * least) << shot << iz;
             }
         }

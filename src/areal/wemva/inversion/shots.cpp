@@ -1,0 +1,118 @@
+#include "src/areal/wemva/inversion/shots.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "src/areal/wemva/model/ow_grabvel_areal.h"
+#include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/step/ffd_stage.h"
+
+namespace morvane {
+
+namespace {
+
+template <class T>
+std::int64_t bytes(std::span<T> samples) {
+    return static_cast<std::int64_t>(samples.size_bytes());
+}
+
+void check_data(const char* tag, int ishot, View<const cf, 2> field) {
+    const std::span<const float> samples{parts(field.p), 2 * field.flat().size()};
+    if (const std::int64_t bad = count_not_finite(samples); bad > 0)
+        refuse("%s: shot %d holds %lld of %zu numbers that are not finite", tag, ishot, static_cast<long long>(bad),
+               samples.size());
+}
+
+/// Reference velocities of the start model in the window that begins at column ish, counted from 1. Those of the
+/// finite-difference form stay below every velocity that a trial can have.
+ReferenceTable freeze_references(const Inversion& run, View<const float, 2> start, int ish) {
+    ReferenceTable table = references_of(prepare_medium(run.par, start, run.vref, {}));
+    if (!run.par.ffd()) return table;
+    const View<const float, 2> slowest = run.slowest.p ? run.slowest : run.vel0;
+    for (std::size_t iz = 0; iz < table.size(); ++iz) {
+        const auto window = slowest.slice(static_cast<std::ptrdiff_t>(iz))
+                                .flat()
+                                .subspan(static_cast<std::size_t>(ish - 1), static_cast<std::size_t>(start.n[0]));
+        table[iz][0] = ffd_reference_share(run.par.dipop) / std::ranges::max(window);
+    }
+    return table;
+}
+
+}  // namespace
+
+Shots::Shots(const Parms& par, bool freezes)
+    : recv({par.rec.h.n, par.rec.w.n}),
+      source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}),
+      vel({par.kxm.n, par.img.z.n}),
+      freezes_(freezes) {
+    if (!freezes) return;
+    start_ = vel;
+    references.resize(static_cast<std::size_t>(par.areal ? 1 : par.rec.xd.n));
+}
+
+void Shots::rewind(const Inversion& run) {
+    const Parms& par = run.par;
+    for (const char* tag : {"rec", "sou"})
+        if (run.session.sseek(tag, 0, 0) != 0) refuse("%s: its data cannot be read again from their start", tag);
+    if (par.areal) return;
+    Array<cf, 1> source1({par.sou.w.n});
+    run.session.sreed("sou", source1.view().p, bytes(source1.flat()));
+    check_data("sou", 1, {source1.view().p, {source1.n()[0], 1}});
+    for (int iw = 0; iw < par.sou.w.n; ++iw) source(par.isp - 1, iw) = source1(iw);
+}
+
+void Shots::load(const Inversion& run, View<const float, 2> model, int ishot) {
+    const Parms& par = run.par;
+    ishot_ = ishot;
+    ish_ = 1;
+    if (par.areal) {
+        source.fill({});
+        run.session.sreed("sou", source.view().p, bytes(source.flat()));
+        check_data("sou", ishot, source);
+        std::ranges::copy(model.flat(), vel.flat().begin());
+    } else {
+        ish_ = owgrab_vel(par, run.session, model, vel, false, ishot);
+    }
+    recv.fill({});
+    run.session.sreed("rec", recv.view().p, bytes(recv.flat()));
+    check_data("rec", ishot, recv);
+}
+
+WaveContext Shots::context(const Inversion& run, int nodes) {
+    WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
+    context.memory = &memory_;
+    if (freezes_) {
+        ReferenceTable& table = references[run.par.areal ? 0 : static_cast<std::size_t>(ishot_ - 1)];
+        cut_window(run.vel0, start_, ish_);
+        if (table.empty()) table = freeze_references(run, start_, ish_);
+        context.frozen = {&table, start_};
+        context.clear_margins = true;
+    }
+    return context;
+}
+
+std::int64_t count_not_finite(std::span<const float> samples) {
+    return std::count_if(samples.begin(), samples.end(), [](float s) { return !std::isfinite(s); });
+}
+
+void stack(View<const float, 2> window, View<float, 2> image, int ish) {
+    for (std::ptrdiff_t i = 0; i < window.n[1]; ++i) {
+        float* const out = image.slice(i).p + ish - 1;
+        const float* const in = window.slice(i).p;
+        for (std::ptrdiff_t ix = 0; ix < window.n[0]; ++ix) out[ix] += in[ix];
+    }
+}
+void stack(View<const float, 3> window, View<float, 3> image, int ish, int nodes) {
+#pragma omp parallel for schedule(static) num_threads(nodes)
+    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz) stack(window.slice(iz), image.slice(iz), ish);
+}
+
+void cut_window(View<const float, 2> image, View<float, 2> window, int ish) {
+    for (std::ptrdiff_t i = 0; i < window.n[1]; ++i)
+        std::copy_n(image.slice(i).p + ish - 1, window.n[0], window.slice(i).p);
+}
+void cut_window(View<const float, 3> image, View<float, 3> window, int ish) {
+    for (std::ptrdiff_t iz = 0; iz < window.n[2]; ++iz) cut_window(image.slice(iz), window.slice(iz), ish);
+}
+
+}  // namespace morvane
