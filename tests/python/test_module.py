@@ -12,6 +12,7 @@ import sys
 import tempfile
 import unittest
 import unittest.mock
+import xml.etree.ElementTree
 
 sys.dont_write_bytecode = True
 root = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -20,6 +21,7 @@ sys.path.insert(0, os.path.join(root, "python"))
 import numpy as np
 
 import morvane
+import morvane.export
 from morvane.report import __main__ as report
 from morvane.report import facts as report_facts
 
@@ -135,6 +137,90 @@ class Logs(InFolder):
         self.text("more.par", "niter=7 nh=3")
         self.text("a.par", "# nh=99\nvel='my start.H' niter=5\npar=more.par\nnh=33\n")
         self.assertEqual(morvane.parameters("a.par"), {"vel": "my start.H", "niter": "7", "nh": "33"})
+
+
+class Exports(InFolder):
+    """A cube whose samples tell their place: 1000 panel + 100 depth + 10 offset + column."""
+
+    def setUp(self):
+        super().setUp()
+        p, z, h, x = np.ogrid[1:3, 0:4, 0:3, 0:5]
+        self.cube = (1000.0 * p + 100 * z + 10 * h + x).astype("f4")
+        morvane.write("image.H", self.cube, d=(12.5, 25, 8, 1), o=(-50, -25, 4, 0), axes=(1, 2, 3, 4))
+
+    def export(self, *words):
+        err, out = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stderr(err), contextlib.redirect_stdout(out):
+            return morvane.export.main(list(words)), err.getvalue()
+
+    def test_segy(self):
+        try:
+            import segyio
+        except ModuleNotFoundError:
+            self.skipTest("no python3-segyio")
+        with unittest.mock.patch.object(morvane.export, "BLOCK", 24):  # two columns at a time
+            self.assertEqual(self.export("image.H", "i.sgy", "panel=0", "line=1000,2000,1300,2400"), (0, ""))
+        with segyio.open("i.sgy", ignore_geometry=True) as file:
+            np.testing.assert_array_equal(file.trace.raw[:].reshape(5, 3, 4), self.cube[0].transpose(2, 1, 0))
+            word = lambda at: list(file.attributes(at)[:])
+            self.assertEqual(word(37), [-25, 0, 25] * 5)
+            self.assertEqual(word(21)[::3], [1, 2, 3, 4, 5])
+            self.assertEqual(word(181)[::3], [97000, 97750, 98500, 99250, 100000])
+            self.assertEqual(word(185)[::3], [196000, 197000, 198000, 199000, 200000])
+            self.assertEqual((set(word(71)), set(word(117)), file.bin[3217], file.bin[3225], file.bin[3255]), ({-100}, {8000}, 8000, 5, 1))
+            self.assertIn("first depth 4, step 8 m", file.text[0].decode("ascii"))
+        morvane.write("km.H", self.cube[0], d=(0.0125, 1, 0.008), o=(-0.05, 0, 0))
+        self.assertEqual(self.export("km.H", "k.sgy", "unit=km")[0], 0)
+        with segyio.open("k.sgy", ignore_geometry=True) as file:
+            self.assertEqual((list(file.attributes(181)[:4]), file.bin[3217]), ([-5000] * 3 + [-3750], 8000))
+
+    def test_npy(self):
+        waves = self.cube * (1 + 2j)
+        morvane.write("waves.H", waves)
+        with unittest.mock.patch.object(morvane.export, "BLOCK", 7):
+            for header, words, wanted in (("image.H", ["panel=all"], self.cube), ("image.H", [], self.cube[1]),
+                                          ("image.H", ["panel=-2", "invert=y"], 1 / self.cube[0]), ("waves.H", ["panel=all"], waves)):
+                self.assertEqual(self.export(header, "a.npy", "overwrite=y", *words), (0, ""))
+                np.testing.assert_array_equal(np.load("a.npy"), wanted.astype("c8" if wanted.dtype.kind == "c" else "f4"))
+
+    def test_vti(self):
+        self.assertEqual(self.export("image.H", "a.vti", "panel=0"), (0, ""))
+        with open("a.vti", "rb") as file:
+            raw = file.read()
+        head, _, rest = raw.partition(b"\n_")
+        tree = xml.etree.ElementTree.fromstring(head + b"</AppendedData></VTKFile>")
+        image = tree.find("ImageData")
+        self.assertEqual((image.get("WholeExtent"), image.get("Origin"), image.get("Spacing")), ("0 4 0 2 0 3", "-50 -25 -4", "12.5 25 8"))
+        size = int.from_bytes(rest[:8], "big")
+        self.assertEqual(size, self.cube[0].nbytes)
+        np.testing.assert_array_equal(np.frombuffer(rest[8:8 + size], ">f4").reshape(4, 3, 5), self.cube[0])
+
+    def test_profile(self):
+        self.assertEqual(self.export("image.H", "p.csv", "panel=all", "x=-26", "offset=25"), (0, ""))
+        with open("p.csv") as file:
+            lines = file.read().split("\n")
+        self.assertEqual(lines[:3], ["depth,panel0,panel1", "4,1022,2022", "12,1122,2122"])
+
+    def test_what_is_refused(self):
+        self.text("there.npy", "kept")
+        morvane.write("zero.H", np.zeros((2, 2)))
+        morvane.write("deep.H", np.ones((2, 1, 2)), d=(1, 1, 70))
+        morvane.write("waves.H", np.ones((2, 1, 2)) * 1j)
+        for words, told in ((["image.H"], "give a header"), (["image.H", "a.png"], ".sgy"), (["none.H", "a.npy"], "none.H"),
+                            (["image.H", "there.npy"], "overwrite=y"), (["image.H", "a.npy", "panel=2"], "panel=2"),
+                            (["image.H", "a.npy", "panel=x"], "panel=x"), (["image.H", "a.sgy", "panel=all"], "panel=all"),
+                            (["zero.H", "a.npy", "invert=y"], "invert=y"), (["image.H", "a.csv"], "x="),
+                            (["image.H", "a.csv", "x=100"], "x=100"), (["image.H", "a.csv", "x=y"], "x=y"),
+                            (["deep.H", "a.sgy"], "70"), (["waves.H", "a.sgy"], "real"), (["waves.H", "a.vti"], "real"),
+                            (["image.H", "a.sgy", "unit=mile"], "unit=mile"), (["image.H", "a.sgy", "line=1,2"], "line=1,2"),
+                            (["image.H", "a.sgy", "line=9e9,0,9e9,1"], "9e+11"), (["image.H", "/no/such/a.npy"], "/no/such"),
+                            (["image.H", "a.npy", "pannel=1"], "did you mean panel")):
+            with self.subTest(words):
+                before = sorted(os.listdir("."))
+                status, said = self.export(*words)
+                self.assertEqual(status, 23)
+                self.assertIn(told, said)
+                self.assertEqual(sorted(os.listdir(".")), before)
 
 
 class Page(html.parser.HTMLParser):
@@ -296,7 +382,7 @@ class Runs(InFolder):
                 self.assertIn(words, found[1])
 
     def test_messages_of_the_command(self):
-        for words, told in ((["none"], "none"), ([], "give the folder"), (["run", "run"], "second"), (["run", "nitter=3"], "nitter=3"),
+        for words, told in ((["none"], "none"), ([], "give the folder"), (["run", "run"], "too many"), (["run", "ture=3"], "did you mean true?"),
                             (["run", "unit=mile"], "unit=mile"), (["run", "true=run/none"], "run/none"), (["run", "wait=x"], "wait"),
                             (["run", "out=/no/such/x.html"], "/no/such"), (["run", "true=run/traces"], "true=run/traces")):
             with self.subTest(words):

@@ -3,6 +3,7 @@ import os
 import sys
 import time
 
+from .. import command
 from ..dataset import Error
 from ..runs import Run
 from .facts import gather, is_locked
@@ -36,28 +37,14 @@ REFRESH = 20  # seconds
 
 
 def _arguments(words):
-    given, where, follow = {}, None, False
-    for word in words:
-        name, equals, value = word.partition("=")
-        if word == "--follow":
-            follow = True
-        elif equals and name in KEYS:
-            given[name] = value
-        elif equals and not os.path.exists(word):
-            raise Error("%s: there is no such key; there are %s" % (word, ", ".join(KEYS)))
-        elif where is None:
-            where = word
-        else:
-            raise Error("%s: a second run; give one folder or parameter file" % word)
-    if where is None:
+    names, given, flags = command.take(words, KEYS, flags=("--follow",))
+    if not names:
         raise Error("give the folder of a run or its parameter file; --help tells more")
     if given.get("unit", "m") not in ("m", "km", "ft"):
         raise Error("unit=%s is not one of m, km, ft" % given["unit"])
-    try:
-        wait = float(given.pop("wait", "60"))
-    except ValueError:
-        raise Error("wait= must be seconds") from None
-    return where, given, follow, wait
+    wait = command.number(given, "wait", 60.0)
+    given.pop("wait", None)
+    return names[0], given, bool(flags), wait
 
 
 def _report(run, given, out, before=None, refresh=0):
@@ -93,32 +80,21 @@ def _follow(make_run, given, out, wait):
         time.sleep(0.5)
 
 
+def _work(words):
+    where, given, follow, wait = _arguments(words)
+    files = {key: value for key, value in given.items() if key not in ("out", "true", "unit")}
+    make_run = lambda: Run(where, **files)
+    out = given.get("out") or os.path.join(make_run().folder, "report.html")
+    if not os.access(os.path.dirname(os.path.abspath(out)), os.W_OK) or os.path.isdir(out):
+        raise Error("out=%s: a file cannot be made there" % out)
+    if follow:
+        _follow(make_run, given, out, wait)
+    else:
+        _report(make_run(), given, out)
+
+
 def main(words=None):
-    words = sys.argv[1:] if words is None else words
-    if "--help" in words or "-h" in words:
-        print(HELP, end="")
-        return 0
-    if "--version" in words:
-        from ..version import VERSION
-        print("morvane_report (morvane) " + VERSION)
-        return 0
-    try:
-        where, given, follow, wait = _arguments(words)
-        files = {key: value for key, value in given.items() if key not in ("out", "true", "unit")}
-        make_run = lambda: Run(where, **files)
-        out = given.get("out") or os.path.join(make_run().folder, "report.html")
-        if not os.access(os.path.dirname(os.path.abspath(out)), os.W_OK) or os.path.isdir(out):
-            raise Error("out=%s: a file cannot be made there" % out)
-        if follow:
-            _follow(make_run, given, out, wait)
-        else:
-            _report(make_run(), given, out)
-        return 0
-    except Error as error:
-        print("morvane_report: %s" % error, file=sys.stderr)
-        return 23
-    except KeyboardInterrupt:
-        return 130
+    return command.main("morvane_report", HELP, _work, words)
 
 
 if __name__ == "__main__":

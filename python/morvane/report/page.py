@@ -5,6 +5,7 @@ import time
 
 import numpy as np
 
+from .. import command
 from ..dataset import Error
 from . import pictures
 from .facts import fall
@@ -235,15 +236,6 @@ def write_page(facts, out, refresh=0):
     text = page(facts, refresh).encode("utf-8")
     if len(text) > LIMIT:
         raise Error("the page would have %d bytes, more than %d" % (len(text), LIMIT))
-    part = out + ".part"
-    try:
-        with open(part, "wb") as file:
-            file.write(text)
-            file.flush()
-            os.fsync(file.fileno())
-        os.replace(part, out)
-    except OSError as error:
-        if os.path.exists(part):
-            os.unlink(part)
-        raise Error("out=%s cannot be written: %s" % (out, error.strerror)) from None
+    with command.whole(out) as part, open(part, "wb") as file:
+        file.write(text)
     return len(text)
