@@ -1,9 +1,6 @@
 // The derivative of the image with respect to slowness, by the recursion of the migration itself, and its transpose.
-#include <omp.h>
-
 #include <algorithm>
 #include <cassert>
-#include <cstdio>
 #include <vector>
 
 #include "src/areal/wemva/passes/frequency_loop.h"
@@ -110,36 +107,25 @@ struct Frequency {
     }
 };
 
-/// The frequency loop; `work` runs on each frequency after its background fields are kept, `sum` on the slots.
+/// `work` runs on each frequency after its background fields are kept, `sum` on the slots.
 template <class Work, class Sum>
-void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+void over_backgrounds(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, bool transposed, Work work, Sum sum) {
     assert(context.frozen.references != nullptr && context.clear_margins);
-    const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
-    const ImageCondition condition(par);
-    std::vector<Arena> own;
-    std::vector<Slot> slots;
-    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, transposed, arena);
-    clear_all(slots);
-#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
-    for (int iw = 0; iw < par.rec.w.n; ++iw) {
-        const int inode = omp_get_thread_num();
-        const Frequency frequency{context,           condition,       iw,
-                                  steps_at(par, iw), DepthRange(par), slots[static_cast<std::size_t>(inode)]};
+    const ImageCondition condition(context.par);
+    const auto each = [&](Slot& slot, int iw, int /*inode*/) {
+        const Frequency frequency{context, condition, iw, steps_at(context.par, iw), DepthRange(context.par), slot};
         frequency.background(recv, source);
         work(frequency);
-        report_frequency(par, iw, inode);
-    }
-    std::fflush(stdout);
-    sum(slots);
+    };
+    over_frequencies<Slot>(context, vel, transposed, each, sum);
 }
 
 }  // namespace
 
 void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                     View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai) {
-    over_frequencies(
+    over_backgrounds(
         context, recv, source, vel, true, [&](const Frequency& frequency) { frequency.transposed(deltai); },
         [&](const std::vector<Slot>& slots) {
             reduce(slots, deltas, 0, deltas.n[1], [](const Slot& slot) { return slot.gradient; });
@@ -148,7 +134,7 @@ void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<con
 
 void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, View<const float, 2> deltas, View<float, 3> deltai) {
-    over_frequencies(
+    over_backgrounds(
         context, recv, source, vel, false, [&](const Frequency& frequency) { frequency.derivative(deltas); },
         [&](const std::vector<Slot>& slots) {
             reduce(slots, deltai, 0, deltai.n[2], [](const Slot& slot) { return slot.image; });

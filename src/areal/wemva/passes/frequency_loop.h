@@ -1,5 +1,12 @@
 #pragma once
-/// What the frequency loops of migration and of the linearised operator share.
+/// The frequency loop of the passes, and what they share.
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <span>
+#include <vector>
+
 #include "src/areal/wemva/image/ow_image_areal.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/step/depth_step.h"
@@ -58,5 +65,25 @@ void reduce(const std::vector<Slot>& slots, View<float, N> sum, std::ptrdiff_t f
 
 /// The progress line of every 50th frequency, on standard output.
 void report_frequency(const Parms& par, int iw, int inode);
+
+/// A pass over the frequencies of a shot. The medium is prepared once; each thread has a Slot(par, medium, form,
+/// arena), cleared at the start; `work(slot, iw, inode)` runs for each frequency, then `sum(slots)`.
+/// @param vel (kxm.n, img.z.n) slowness
+template <class Slot, class Work, class Sum>
+void over_frequencies(const WaveContext& context, View<const float, 2> vel, bool form, Work work, Sum sum) {
+    const Medium medium = prepare_medium(context.par, vel, context.sref, context.frozen);
+    std::vector<Arena> own;
+    std::vector<Slot> slots;
+    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(context.par, medium, form, arena);
+    clear_all(slots);
+#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
+    for (int iw = 0; iw < context.par.rec.w.n; ++iw) {
+        const int inode = omp_get_thread_num();
+        work(slots[static_cast<std::size_t>(inode)], iw, inode);
+        report_frequency(context.par, iw, inode);
+    }
+    std::fflush(stdout);
+    sum(slots);
+}
 
 }  // namespace morvane

@@ -1,7 +1,4 @@
-#include <omp.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "lib/corelibs/qas/session.h"
@@ -182,28 +179,21 @@ struct Frequency {
     }
 };
 
-/// The frequency loop; `work` runs on each frequency after its background fields are kept, `sum` on the slots.
+/// `work` runs on each frequency after its background fields are kept, `sum` on the slots and the range of levels that
+/// have a part in them.
 template <class Work, class Sum>
-void over_frequencies(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+void over_backgrounds(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, bool adj, Work work, Sum sum) {
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
     const ImageCondition condition(par);
-    std::vector<Arena> own;
-    std::vector<Slot> slots;
-    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, adj, arena);
-    clear_all(slots);
-
-#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
-    for (int iw = 0; iw < par.rec.w.n; ++iw) {
-        const int inode = omp_get_thread_num();
-        const Frequency frequency(context, condition, vel, iw, slots[static_cast<std::size_t>(inode)]);
+    const auto each = [&](Slot& slot, int iw, int inode) {
+        const Frequency frequency(context, condition, vel, iw, slot);
         frequency.background(recv, source);
         work(frequency, inode);
-        report_frequency(par, iw, inode);
-    }
-    std::fflush(stdout);
-    sum(slots, std::max(par.nzmin, 1) - 1, std::min(par.nzmax, par.img.z.n));
+    };
+    over_frequencies<Slot>(context, vel, adj, each, [&](const std::vector<Slot>& slots) {
+        sum(slots, std::max(par.nzmin, 1) - 1, std::min(par.nzmax, par.img.z.n));
+    });
 }
 
 }  // namespace
@@ -218,7 +208,7 @@ void owwemva(const WaveContext& context, bool adj, View<const cf, 2> recv, View<
             frequency.forward(deltas);
         }
     };
-    over_frequencies(context, recv, source, vel, adj, work, [&](const std::vector<Slot>& slots, int first, int end) {
+    over_backgrounds(context, recv, source, vel, adj, work, [&](const std::vector<Slot>& slots, int first, int end) {
         if (adj) {
             reduce(slots, deltas, first, end, [](const Slot& slot) { return slot.ggg; });
         } else {
@@ -234,7 +224,7 @@ void back_project(const WaveContext& context, View<const cf, 2> recv, View<const
     const auto work = [&](const Frequency& frequency, int inode) {
         frequency.adjoint(residual_of(frequency.iw, inode, frequency.slot.bws, frequency.slot.bwr), none);
     };
-    over_frequencies(context, recv, source, vel, true, work, [&](const std::vector<Slot>& slots, int first, int end) {
+    over_backgrounds(context, recv, source, vel, true, work, [&](const std::vector<Slot>& slots, int first, int end) {
         reduce(slots, deltas, first, end, [](const Slot& slot) { return slot.ggg; });
     });
 }

@@ -1,7 +1,4 @@
-#include <omp.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "src/areal/wemva/passes/frequency_loop.h"
@@ -67,27 +64,17 @@ void migrate_frequency(const WaveContext& context, const ImageCondition& conditi
 void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
            View<float, 3> image, View<float, 2> illum) {
     const Parms& par = context.par;
-    const Medium medium = prepare_medium(par, vel, context.sref, context.frozen);
     const ImageCondition condition(par);
-    std::vector<Arena> own;
-    std::vector<Slot> slots;
     const bool illuminate = illum.size() > 0;
-    for (Arena& arena : arenas_of(context, own)) slots.emplace_back(par, medium, illuminate, arena);
-    clear_all(slots);
-
-#pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
-    for (int iw = 0; iw < par.rec.w.n; ++iw) {
-        const int inode = omp_get_thread_num();
-        Slot& slot = slots[static_cast<std::size_t>(inode)];
+    const auto each = [&](Slot& slot, int iw, int /*inode*/) {
         load_surface(par, source, iw, context.clear_margins, slot.ws);
         load_surface(par, recv, iw, context.clear_margins, slot.wr);
         migrate_frequency(context, condition, iw, slot);
-        report_frequency(par, iw, inode);
-    }
-    std::fflush(stdout);
-
-    if (illuminate) reduce(slots, illum, 0, par.nz, [](const Slot& slot) { return slot.illum; });
-    reduce(slots, image, 0, par.nz, [](const Slot& slot) { return slot.image; });
+    };
+    over_frequencies<Slot>(context, vel, illuminate, each, [&](const std::vector<Slot>& slots) {
+        if (illuminate) reduce(slots, illum, 0, par.nz, [](const Slot& slot) { return slot.illum; });
+        reduce(slots, image, 0, par.nz, [](const Slot& slot) { return slot.image; });
+    });
 }
 
 }  // namespace morvane

@@ -23,57 +23,55 @@ inline constexpr int not_given = 99999;     ///< nxk, nyk, nzk, nxfilt, zwgt: ab
 inline constexpr int node_default = 9999;   ///< node: take the runtime's team size
 inline constexpr float pi_f = 3.14159274f;  ///< single-precision pi, bit pattern 0x40490fdb
 
+/// Values that are read or derived, and take part in histories and listings, but decide nothing.
+struct Kept {
+    std::string sufx = "_", cgsolv = "      ";
+    float epscg = 1.0f;
+    bool smooth = true;
+    int serg_na = 8, serg_niter = 30, dip_niter = 100;
+    float serg_epsh = 0.01f, serg_eps1 = 0.002f, serg_eps2 = 0.002f, dip_eps = 10.0f;
+    bool moddso = false, envelope = false, born2 = false, resmig = false, resmig_lin = false, impulse = false;
+    float maxvchg = 0.15f, beta = 0.1f, rho = 1.0f;
+    int freq = 0;
+    float ymin = 0.0f, ymax = 0.0f;
+    float maxang = 89.0f, damp = 25000.0f, thresh = 0.33f;
+    bool zweight = false, icwind = false;
+    int n_sampt = 0, n_wind = 0;  ///< of icwind
+    int nh0 = 0, nwbott = 1;
+    float dwbott = 0.0f;
+    Axis ksh;                             ///< offset wavenumbers, as Parms::kz
+    Axis ayk{not_given, 1.0f, 0.0f, {}};  ///< crossline knots
+};
+
 /// All run parameters. A default-constructed value holds the defaults, so a test sets only what it needs.
 struct Parms {
     DatGrid rec;  ///< rec.w in rad/s (o, d and all) after owparam
     DatGrid sou;  ///< sou.w stays in cycles/s
     ModGrid img;
     Velo v;
-    Axis kxm;      ///< lateral wavenumbers in transform order: all in rad/length; d and o in cycles/length
-    Axis kz, ksh;  ///< depth and offset wavenumbers in transform order: all in rad/length; d the first difference
+    Axis kxm;  ///< lateral wavenumbers in transform order: all in rad/length; d and o in cycles/length
+    Axis kz;   ///< depth wavenumbers in transform order: all in rad/length; d the first difference
     Axis axk{not_given, 1.0f, 0.0f, {}};  ///< spline knots across the line, n = not_given without a key
-    Axis ayk{not_given, 1.0f, 0.0f, {}};  ///< crossline knots
     Axis azk{not_given, 1.0f, 0.0f, {}};  ///< knots in depth
 
     bool vspl = false;  ///< spline-only path: just v, node, the knots, xv_min and xv_max are set
     bool dipflt = false;
     int frame = 50;
-    float epscg = 1.0f;
-    std::string cgsolv = "      ";
-    bool smooth = true;
-    int serg_na = 8;
-    float serg_epsh = 0.01f;
-    int serg_niter = 30;
-    float serg_eps1 = 0.002f, serg_eps2 = 0.002f;
-    int dip_niter = 100;
-    float dip_eps = 10.0f;
-    std::string sufx = "_";
     bool dot = false, adj = true, inversion = false, dso = false, l1norm = false;
     int windx = 11, windh = 3, windz = 11;
     std::string extrap = "ffd";
     float zwgt = 99999.0f;
     int dipop = 45;
     float trick = 0.14f;
-    float maxvchg = 0.15f;
-    bool moddso = false;
     float expdso = 0.0f;  ///< 0 unless dso is true
-    bool envelope = false;
-    int tc1 = 25, tc2 = 5, freq = 0;
-    bool born2 = false;
-    float beta = 0.1f;
+    int tc1 = 25, tc2 = 5;
     bool migration = false, areal = true, timeshift = false;
     std::string imgcon = "imgprim";
-    bool resmig = false, resmig_lin = false;
-    float rho = 1.0f;
-    bool impulse = false;
-    float ymin = 0.0f, ymax = 0.0f, zmin = 0.0f, zmax = 0.0f;
+    float zmin = 0.0f, zmax = 0.0f;
     int node = node_default;
     int niter = 5;
     int nxfilt = not_given;
     int tapertr = 0, padtraces = 0;
-    float maxang = 89.0f, damp = 25000.0f;
-    bool zweight = false;
-    float thresh = 0.33f;
     int nxw = 31, nah = 41, nax = 21;
     float dah = 2.0f, oah = -40.0f, dax = 2.0f, oax = -10.0f;
     float xv_min = 0.0f, xv_max = 0.0f;
@@ -84,7 +82,6 @@ struct Parms {
     float slow_own = -1.0f;
     int niter_over = -1;
     float vsal = 0.0f;
-    bool icwind = false;
 
     std::string gradient = "classic";                          ///< or "exact": the derivative of the reported fun
     bool normalise = false;                                    ///< exact: fun divided by the energy of the image
@@ -96,11 +93,10 @@ struct Parms {
     bool quiet = false;            ///< no lines of progress on standard error
     bool strict = false;           ///< a run that got nowhere is an error
 
-    int nz = 0, nzmin = 1, nzmax = 0, nh0 = 0, isp = 1, nwbott = 1;
-    float dwbott = 0.0f;
+    int nz = 0, nzmin = 1, nzmax = 0, isp = 1;
     int nsecdim = 1;
     float dsecdim = 1.0f, osecdim = 0.0f;
-    int n_sampt = 0, n_wind = 0;
+    Kept kept;
 
     bool spline_grad() const { return axk.n != not_given || azk.n != not_given; }
     bool exact() const { return gradient == "exact"; }

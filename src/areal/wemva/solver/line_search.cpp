@@ -159,70 +159,101 @@ void dcsrch(double f, double g, double& stp, double ftol, double gtol, double xt
     task = "FG";
 }
 
+namespace {
+
+/// Where the trial step stands: its length, value and derivative.
+struct Trial {
+    double stp, fp, dp;
+};
+
+/// The trial is higher: the minimum is bracketed. The cubic step if it is nearer to the best, else the mean of cubic
+/// and quadratic step.
+double step_back(const End& best, const Trial& trial) {
+    const auto& [stx, fx, dx] = best;
+    const auto& [stp, fp, dp] = trial;
+    const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+    double gamma = cubic_gamma(theta, dx, dp);
+    if (stp < stx) gamma = -gamma;
+    const double r = (gamma - dx + theta) / (gamma - dx + gamma + dp);
+    const double stpc = stx + r * (stp - stx);
+    const double stpq = stx + dx / ((fx - fp) / (stp - stx) + dx) / 2 * (stp - stx);
+    return std::abs(stpc - stx) < std::abs(stpq - stx) ? stpc : stpc + (stpq - stpc) / 2;
+}
+
+/// Derivatives of opposite sign bracket it too: the step that is farther from the trial.
+double step_between(const End& best, const Trial& trial) {
+    const auto& [stx, fx, dx] = best;
+    const auto& [stp, fp, dp] = trial;
+    const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+    double gamma = cubic_gamma(theta, dx, dp);
+    if (stp > stx) gamma = -gamma;
+    const double r = (gamma - dp + theta) / (gamma - dp + gamma + dx);
+    const double stpc = stp + r * (stx - stp);
+    const double stpq = stp + dp / (dp - dx) * (stx - stp);
+    return std::abs(stpc - stp) > std::abs(stpq - stp) ? stpc : stpq;
+}
+
+/// The derivative falls in size: the cubic counts only if its minimum lies beyond the trial.
+double step_on(const End& best, const End& other, const Trial& trial, bool brackt, double stpmin, double stpmax) {
+    const auto& [stx, fx, dx] = best;
+    const auto& [stp, fp, dp] = trial;
+    const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
+    double gamma = cubic_gamma(theta, dx, dp);
+    if (stp > stx) gamma = -gamma;
+    const double r = (gamma - dp + theta) / (gamma + (dx - dp) + gamma);
+    double stpc = stp > stx ? stpmax : stpmin;
+    if (r < 0 && gamma != 0) stpc = stp + r * (stx - stp);
+    const double stpq = stp + dp / (dp - dx) * (stx - stp);
+    if (!brackt) {
+        const bool cubic_farther = std::abs(stpc - stp) > std::abs(stpq - stp);
+        return std::max(stpmin, std::min(stpmax, cubic_farther ? stpc : stpq));
+    }
+    const bool cubic_nearer = std::abs(stpc - stp) < std::abs(stpq - stp);
+    const double stpf = cubic_nearer ? stpc : stpq;
+    const double limit = stp + 0.66 * (other.st - stp);
+    return stp > stx ? std::min(limit, stpf) : std::max(limit, stpf);
+}
+
+/// The derivative does not fall: the cubic between the trial and the other end.
+double step_across(const End& other, const Trial& trial) {
+    const auto& [sty, fy, dy] = other;
+    const auto& [stp, fp, dp] = trial;
+    const double theta = 3 * (fp - fy) / (sty - stp) + dy + dp;
+    double gamma = cubic_gamma(theta, dy, dp);
+    if (stp > sty) gamma = -gamma;
+    const double r = (gamma - dp + theta) / (gamma - dp + gamma + dy);
+    return stp + r * (sty - stp);
+}
+
+}  // namespace
+
 void dcstep(End& best, End& other, double& stp, double fp, double dp, bool& brackt, double stpmin, double stpmax) {
-    auto& [stx, fx, dx] = best;
-    auto& [sty, fy, dy] = other;
-    const double sgnd = dx == 0 ? 0 : dp * (dx / std::abs(dx));
-    const bool higher = !(fp <= fx);
+    const Trial trial{stp, fp, dp};
+    const double sgnd = best.d == 0 ? 0 : dp * (best.d / std::abs(best.d));
+    const bool higher = !(fp <= best.f);
     double stpf;
     if (higher) {
-        // The minimum is bracketed: the cubic step if it is nearer to stx, else the mean of cubic and quadratic step.
-        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
-        double gamma = cubic_gamma(theta, dx, dp);
-        if (stp < stx) gamma = -gamma;
-        const double r = (gamma - dx + theta) / (gamma - dx + gamma + dp);
-        const double stpc = stx + r * (stp - stx);
-        const double stpq = stx + dx / ((fx - fp) / (stp - stx) + dx) / 2 * (stp - stx);
-        stpf = std::abs(stpc - stx) < std::abs(stpq - stx) ? stpc : stpc + (stpq - stpc) / 2;
+        stpf = step_back(best, trial);
         brackt = true;
     } else if (sgnd < 0) {
-        // Derivatives of opposite sign bracket it too: the step that is farther from stp.
-        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
-        double gamma = cubic_gamma(theta, dx, dp);
-        if (stp > stx) gamma = -gamma;
-        const double r = (gamma - dp + theta) / (gamma - dp + gamma + dx);
-        const double stpc = stp + r * (stx - stp);
-        const double stpq = stp + dp / (dp - dx) * (stx - stp);
-        stpf = std::abs(stpc - stp) > std::abs(stpq - stp) ? stpc : stpq;
+        stpf = step_between(best, trial);
         brackt = true;
-    } else if (std::abs(dp) < std::abs(dx)) {
-        // The derivative falls in size: the cubic counts only if its minimum lies beyond stp.
-        const double theta = 3 * (fx - fp) / (stp - stx) + dx + dp;
-        double gamma = cubic_gamma(theta, dx, dp);
-        if (stp > stx) gamma = -gamma;
-        const double r = (gamma - dp + theta) / (gamma + (dx - dp) + gamma);
-        double stpc = stp > stx ? stpmax : stpmin;
-        if (r < 0 && gamma != 0) stpc = stp + r * (stx - stp);
-        const double stpq = stp + dp / (dp - dx) * (stx - stp);
-        const bool cubic_nearer = std::abs(stpc - stp) < std::abs(stpq - stp);
-        const bool cubic_farther = std::abs(stpc - stp) > std::abs(stpq - stp);
-        if (brackt) {
-            stpf = cubic_nearer ? stpc : stpq;
-            const double limit = stp + 0.66 * (sty - stp);
-            stpf = stp > stx ? std::min(limit, stpf) : std::max(limit, stpf);
-        } else {
-            stpf = cubic_farther ? stpc : stpq;
-            stpf = std::max(stpmin, std::min(stpmax, stpf));
-        }
+    } else if (std::abs(dp) < std::abs(best.d)) {
+        stpf = step_on(best, other, trial, brackt, stpmin, stpmax);
     } else if (brackt) {
-        // The derivative does not fall: the cubic between stp and the other end.
-        const double theta = 3 * (fp - fy) / (sty - stp) + dy + dp;
-        double gamma = cubic_gamma(theta, dy, dp);
-        if (stp > sty) gamma = -gamma;
-        const double r = (gamma - dp + theta) / (gamma - dp + gamma + dy);
-        stpf = stp + r * (sty - stp);
+        stpf = step_across(other, trial);
     } else {
-        stpf = stp > stx ? stpmax : stpmin;
+        stpf = stp > best.st ? stpmax : stpmin;
     }
 
     if (higher) {
-        sty = stp, fy = fp, dy = dp;
+        other = {stp, fp, dp};
     } else {
-        if (sgnd < 0) sty = stx, fy = fx, dy = dx;
-        stx = stp, fx = fp, dx = dp;
+        if (sgnd < 0) other = best;
+        best = {stp, fp, dp};
     }
     // A division by zero or values that are not finite: halve the interval.
-    stp = std::isfinite(stpf) ? stpf : stx + 0.5 * (sty - stx);
+    stp = std::isfinite(stpf) ? stpf : best.st + 0.5 * (other.st - best.st);
 }
 
 }  // namespace morvane::solver

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/start/run_axes.h"
 
 namespace morvane {
 
@@ -78,23 +79,9 @@ void write_wavefield_shape(qas::Session& session, const Parms& par, std::string_
     session.to_history<int>("esize", 8, tag);
 }
 
-void print_summary(const Parms& par) {
-    const auto end_of = [](const Axis& axis) { return static_cast<float>(axis.n - 1) * axis.d + axis.o; };
+namespace {
 
-    print_line("   PARM   ");
-    print_line("==========");
-    print_title("PARAMETERS");
-    print_value("no.ref.velocities   = ", par.nref);
-    print_value("min.x-coord         = ", par.img.xm.o);
-    print_value("max.x-coord         = ", end_of(par.img.xm));
-    print_value("min.y-coord         = ", par.ymin);
-    print_value("max.y-coord         = ", par.ymax);
-    print_value("min.depth           = ", par.zmin);
-    print_value("max.depth           = ", par.zmax);
-    print_value("traces in taper     = ", par.tapertr);
-    print_value("padded traces       = ", par.padtraces);
-    end_group();
-
+void print_data_axes(const Parms& par) {
     print_line("============");
     print_title("HEADER WORDS");
     print_title("SHOTS");
@@ -120,7 +107,9 @@ void print_summary(const Parms& par) {
     print_value("s.fnct spacing  = ", par.sou.xd.d);
     print_value("min.s.fnct-x    = ", par.sou.xd.o);
     end_group();
+}
 
+void print_model_axes(const Parms& par) {
     print_title("VELOCITY MODEL");
     print_value("no.of traces    = ", par.v.xm.n);
     print_value("trace spacing   = ", par.v.xm.d);
@@ -129,7 +118,9 @@ void print_summary(const Parms& par) {
     print_value("depth interval  = ", par.v.z.d);
     print_value("minimum depth   = ", par.v.z.o);
     end_group();
+}
 
+void print_image_axes(const Parms& par) {
     print_title("IMAGE SPACE");
     print_value("no.of traces    = ", par.img.xm.n);
     print_value("trace spacing   = ", par.img.xm.d);
@@ -147,7 +138,27 @@ void print_summary(const Parms& par) {
     print_value("depth interval  = ", par.v.z.d);
     print_value("minimum depth   = ", par.img.z.o);
     end_group();
+}
 
+}  // namespace
+
+void print_summary(const Parms& par) {
+    print_line("   PARM   ");
+    print_line("==========");
+    print_title("PARAMETERS");
+    print_value("no.ref.velocities   = ", par.nref);
+    print_value("min.x-coord         = ", par.img.xm.o);
+    print_value("max.x-coord         = ", end_of(par.img.xm));
+    print_value("min.y-coord         = ", par.kept.ymin);
+    print_value("max.y-coord         = ", par.kept.ymax);
+    print_value("min.depth           = ", par.zmin);
+    print_value("max.depth           = ", par.zmax);
+    print_value("traces in taper     = ", par.tapertr);
+    print_value("padded traces       = ", par.padtraces);
+    end_group();
+    print_data_axes(par);
+    print_model_axes(par);
+    print_image_axes(par);
     print_title("WAVENUMBER");
     print_value("no.wavenumbers  = ", par.kxm.n);
     print_value("waveno.spacing  = ", par.kxm.d);

@@ -62,11 +62,11 @@ TEST(Owparam, PerShotAxesByHand) {
     EXPECT_EQ(par.nz, 8);
     EXPECT_EQ(par.nzmin, 1);
     EXPECT_EQ(par.nzmax, 8);
-    EXPECT_EQ(par.nh0, 3);
+    EXPECT_EQ(par.kept.nh0, 3);
     EXPECT_EQ(par.img.sh.o, -20.0f);
     EXPECT_EQ(par.img.sh.d, 10.0f) << "the trace interval, taken before the image line was known, would be 0";
-    EXPECT_EQ(par.nwbott, 3);
-    EXPECT_EQ(par.dwbott, 10.0f);
+    EXPECT_EQ(par.kept.nwbott, 3);
+    EXPECT_EQ(par.kept.dwbott, 10.0f);
     EXPECT_EQ(par.nsecdim, 4);
     EXPECT_EQ(par.osecdim, -20.0f);
     EXPECT_EQ(par.xv_min, 30.0f + 100.0f);
@@ -75,8 +75,8 @@ TEST(Owparam, PerShotAxesByHand) {
     const float two_pi = 6.2831855f;
     EXPECT_THAT(par.rec.w.all, Pointwise(FloatNear(1e-4f), {8 * two_pi, 12 * two_pi, 16 * two_pi}));
     EXPECT_EQ(par.sou.w.o, 8.0f) << "the source keeps cycles";
-    EXPECT_THAT(par.ksh.all, Pointwise(FloatNear(1e-6f), {0.0f, two_pi / 40, two_pi * 2 / 40, -two_pi / 40}));
-    EXPECT_FLOAT_EQ(par.ksh.d, two_pi / 40);
+    EXPECT_THAT(par.kept.ksh.all, Pointwise(FloatNear(1e-6f), {0.0f, two_pi / 40, two_pi * 2 / 40, -two_pi / 40}));
+    EXPECT_FLOAT_EQ(par.kept.ksh.d, two_pi / 40);
     EXPECT_FLOAT_EQ(par.kz.all[4], two_pi * 4 / 80) << "the middle of an even axis is positive";
     EXPECT_FLOAT_EQ(par.kz.all[5], -two_pi * 3 / 80);
 }
@@ -111,9 +111,9 @@ TEST(Owparam, OneOffsetHasTheWavenumberZero) {
     survey.arguments["nh"] = "1";
     survey.arguments["expdso"] = "0";
     const Parms par = start(survey).par;
-    EXPECT_THAT(par.ksh.all, ElementsAre(0.0f));
-    EXPECT_EQ(par.ksh.d, 0.1f);
-    EXPECT_EQ(par.nh0, 1);
+    EXPECT_THAT(par.kept.ksh.all, ElementsAre(0.0f));
+    EXPECT_EQ(par.kept.ksh.d, 0.1f);
+    EXPECT_EQ(par.kept.nh0, 1);
 }
 
 TEST(Owparam, DsoGatesItsExponentAndLloydConvertsItsValues) {
