@@ -10,7 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
-#include <numeric>
+#include <tuple>
 
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/earth_model.h"
@@ -92,6 +92,62 @@ void transform(const Plan& plan, const FourierSum& sum, double dt, Batch& b) {
             plan.conditioning.apply(u.slice(i).flat(), head.t0, dt, head.offset);
         }
         sum.of(u, out);
+    }
+}
+
+void write_data_header(qas::Session& session, const Plan& plan) {
+    const SurveyGrid& g = plan.grid;
+    write_header(session, "rec",
+                 {{{g.traces, g.dx, (g.areal ? g.origin : 0.0) + static_cast<double>(g.first_trace) * g.dx},
+                   {1, 1, 0},
+                   frequencies(plan),
+                   g.areal ? HeaderAxis{static_cast<int>(g.node.size()), 1, 1}
+                           : HeaderAxis{static_cast<int>(g.node.size()), static_cast<double>(g.shot_step) * g.dx,
+                                        g.origin + static_cast<double>(g.node[0]) * g.dx}}},
+                 8);
+}
+
+/// Stretches of traces in the order of the panels that they belong to, and of the files.
+std::vector<Run> by_panel(const Scan& scan, const SurveyGrid& grid) {
+    std::vector<Run> runs(scan.runs);
+    std::ranges::sort(runs, {}, [&](const Run& run) {
+        return std::tuple(grid.panel[static_cast<std::size_t>(run.shot)], run.file, run.first);
+    });
+    return runs;
+}
+
+/// Adds the transforms of a batch to their nodes, each turned by its recording delay, and empties the batch.
+void stack(const Plan& plan, const FourierSum& sum, double dt, const std::vector<std::complex<double>>& factor,
+           Batch& b, Panel& panel) {
+    transform(plan, sum, dt, b);
+    double at = 0;
+    std::vector<std::complex<double>> turn = factor;
+    for (std::size_t j = 0; j < b.heads.size(); ++j) {
+        if (b.heads[j].t0 != at) {
+            at = b.heads[j].t0;
+            const std::vector<std::complex<double>> delay = delay_factor(plan.freq, at);
+            for (std::size_t k = 0; k < turn.size(); ++k) turn[k] = factor[k] * delay[k];
+        }
+        ++panel.count[static_cast<std::size_t>(b.bin[j])];
+        for (int k = 0; k < plan.freq.n; ++k)
+            panel.sum(b.bin[j], k) +=
+                b.spectra(k, static_cast<std::ptrdiff_t>(j)) * cf(turn[static_cast<std::size_t>(k)]);
+    }
+    b.heads.clear();
+    b.bin.clear();
+}
+
+/// Divides what was summed on a node by its count.
+void average(Panel& panel, Counts& counts) {
+    for (std::ptrdiff_t i = 0; i < panel.sum.n()[0]; ++i) {
+        const int n = panel.count[static_cast<std::size_t>(i)];
+        if (n == 0) continue;
+        ++counts.live;
+        counts.stacked += n - 1;
+        for (std::ptrdiff_t k = 0; k < panel.sum.n()[1]; ++k) {
+            panel.sum(i, k) /= static_cast<float>(n);
+            counts.rms += static_cast<double>(std::norm(panel.sum(i, k)));
+        }
     }
 }
 
@@ -216,44 +272,14 @@ Counts write_data(qas::Session& session, const PrepareOptions& o, const Plan& pl
     const double dt = survey.dt();
     const FourierSum sum(plan.freq, plan.nt, dt);
     const std::vector<std::complex<double>> factor = data_factor(plan, o);
-    std::vector<std::size_t> order(scan.runs.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    const auto place = [&](std::size_t i) {
-        const Run& run = scan.runs[i];
-        return std::tuple(g.panel[static_cast<std::size_t>(run.shot)], run.file, run.first);
-    };
-    std::ranges::sort(order, {}, place);
-    write_header(session, "rec",
-                 {{{g.traces, g.dx, (g.areal ? g.origin : 0.0) + static_cast<double>(g.first_trace) * g.dx},
-                   {1, 1, 0},
-                   frequencies(plan),
-                   g.areal ? HeaderAxis{static_cast<int>(g.node.size()), 1, 1}
-                           : HeaderAxis{static_cast<int>(g.node.size()), static_cast<double>(g.shot_step) * g.dx,
-                                        g.origin + static_cast<double>(g.node[0]) * g.dx}}},
-                 8);
+    const std::vector<Run> runs = by_panel(scan, g);
+    write_data_header(session, plan);
 
     Counts counts;
     Panel panel{Array<cf, 2>({g.traces, plan.freq.n}), {}};
     Batch b{Array<float, 2>({plan.nt, batch}), Array<cf, 2>({plan.freq.n, batch}), {}, {}};
     std::vector<float> whole(static_cast<std::size_t>(survey.samples()));
-    double at = 0;
-    std::vector<std::complex<double>> turn = factor;
-    const auto add = [&] {
-        transform(plan, sum, dt, b);
-        for (std::size_t j = 0; j < b.heads.size(); ++j) {
-            if (b.heads[j].t0 != at) {
-                at = b.heads[j].t0;
-                const std::vector<std::complex<double>> delay = delay_factor(plan.freq, at);
-                for (std::size_t k = 0; k < turn.size(); ++k) turn[k] = factor[k] * delay[k];
-            }
-            ++panel.count[static_cast<std::size_t>(b.bin[j])];
-            for (int k = 0; k < plan.freq.n; ++k)
-                panel.sum(b.bin[j], k) +=
-                    b.spectra(k, static_cast<std::ptrdiff_t>(j)) * cf(turn[static_cast<std::size_t>(k)]);
-        }
-        b.heads.clear();
-        b.bin.clear();
-    };
+    const auto add = [&] { stack(plan, sum, dt, factor, b, panel); };
     const auto take = [&](int file, int trace, const TraceHeader& head, std::int64_t start) {
         const double offset = head.offset();
         if (offset < o.grid.least_offset || offset > o.grid.most_offset) return;
@@ -274,22 +300,14 @@ Counts write_data(qas::Session& session, const PrepareOptions& o, const Plan& pl
         panel.sum.fill(cf{});
         panel.count.assign(static_cast<std::size_t>(g.traces), 0);
         const std::int64_t start = g.first_trace + (g.areal ? 0 : g.node[p]);
-        for (; next < order.size() && std::get<0>(place(order[next])) == static_cast<int>(p); ++next) {
-            const Run& run = scan.runs[order[next]];
+        for (; next < runs.size() && g.panel[static_cast<std::size_t>(runs[next].shot)] == static_cast<int>(p);
+             ++next) {
+            const Run& run = runs[next];
             for_each_header(survey, run,
                             [&](const TraceHeader& head, int trace) { take(run.file, trace, head, start); });
         }
         add();
-        for (int i = 0; i < g.traces; ++i) {
-            const int n = panel.count[static_cast<std::size_t>(i)];
-            if (n == 0) continue;
-            ++counts.live;
-            counts.stacked += n - 1;
-            for (int k = 0; k < plan.freq.n; ++k) {
-                panel.sum(i, k) /= static_cast<float>(n);
-                counts.rms += static_cast<double>(std::norm(panel.sum(i, k)));
-            }
-        }
+        average(panel, counts);
         write_samples<cf>(session, "rec", panel.sum.flat());
     }
     session.auxclose("rec");

@@ -159,7 +159,10 @@ void SegyFile::read_binary_header(const SegyOptions& options) {
     buffer_.resize(static_cast<std::size_t>(trace_bytes_));
     count_traces(options.truncated, trailer);
     take_interval();
+    read_text(start);
+}
 
+void SegyFile::read_text(std::span<const unsigned char> start) {
     std::vector<char> text(static_cast<std::size_t>(segy_textheader_size()) + 1);
     if (segy_read_textheader(file_.get(), text.data()) != SEGY_OK) refuse_read(0);
     // the library takes it for EBCDIC; a header in ASCII has ASCII blanks

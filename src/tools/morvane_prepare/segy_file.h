@@ -72,6 +72,7 @@ private:
         void operator()(segy_file_handle* file) const;
     };
     void read_binary_header(const SegyOptions& options);
+    void read_text(std::span<const unsigned char> start);
     void find_first_trace(std::span<const unsigned char> start);
     void count_traces(bool truncated, std::int64_t trailer_bytes);
     void take_interval();
