@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fuzz/targets.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_prepare/survey_grid.h"
 
 using namespace morvane;

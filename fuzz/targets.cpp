@@ -12,14 +12,18 @@
 #include <variant>
 #include <vector>
 
-#include "lib/corelibs/qas/data_names.h"
-#include "lib/corelibs/qas/decode.h"
-#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/files/files.h"
 #include "lib/corelibs/qas/jobs.h"
-#include "lib/corelibs/qas/parameters.h"
-#include "lib/corelibs/qas/scanner.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
+#include "lib/corelibs/qas/parameters/command_line.h"
+#include "lib/corelibs/qas/parameters/decode.h"
+#include "lib/corelibs/qas/parameters/scanner.h"
+#include "lib/corelibs/qas/records/data_names.h"
+#include "lib/corelibs/qas/records/streaminf.h"
+#include "lib/corelibs/qas/records/sync.h"
 #include "lib/corelibs/qas/session.h"
-#include "lib/corelibs/qas/sync.h"
+#include "lib/corelibs/qas/tags/headers.h"
 
 namespace fuzz {
 namespace {

@@ -4,7 +4,7 @@
 #include <cassert>
 #include <cstddef>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

@@ -11,7 +11,7 @@
 #include "lib/class/helix/polydiv.h"
 #include "lib/class/inv_tomo_mod.h"
 #include "lib/class/ow_steer_parms.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

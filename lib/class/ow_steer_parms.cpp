@@ -10,7 +10,7 @@
 #include "lib/base/array.h"
 #include "lib/base/report.h"
 #include "lib/class/helix/polydiv.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/messages/help.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/options.h"
 #include "src/tools/morvane_prepare/prepare.h"

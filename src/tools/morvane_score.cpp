@@ -4,8 +4,8 @@
 #include <fstream>
 #include <new>
 
-#include "lib/corelibs/qas/help.h"
-#include "lib/corelibs/qas/keys.h"
+#include "lib/corelibs/qas/messages/help.h"
+#include "lib/corelibs/qas/parameters/keys.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_score/score.h"
 

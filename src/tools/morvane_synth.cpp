@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "lib/corelibs/qas/help.h"
+#include "lib/corelibs/qas/messages/help.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/options.h"
 #include "src/tools/morvane_synth/synthesise.h"

@@ -12,8 +12,8 @@
 
 #include <unistd.h>
 
-#include "lib/corelibs/qas/help.h"
-#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/messages/help.h"
+#include "lib/corelibs/qas/messages/notes.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/run/denormals.h"

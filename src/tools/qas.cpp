@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "lib/corelibs/qas/help.h"
-#include "lib/corelibs/qas/keys.h"
+#include "lib/corelibs/qas/messages/help.h"
+#include "lib/corelibs/qas/parameters/keys.h"
 #include "src/tools/qas/commands.h"
 
 namespace {

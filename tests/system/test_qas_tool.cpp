@@ -7,7 +7,7 @@
 #include <regex>
 #include <sstream>
 
-#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/messages/notes.h"
 #include "tests/dataset_files.h"
 
 using files::Outcome;

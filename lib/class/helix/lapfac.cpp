@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "lib/class/helix/wilson.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

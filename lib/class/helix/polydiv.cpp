@@ -6,7 +6,7 @@
 #include <functional>
 #include <numeric>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

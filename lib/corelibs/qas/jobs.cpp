@@ -8,9 +8,10 @@
 #include <array>
 #include <optional>
 
-#include "lib/corelibs/qas/files.h"
-#include "lib/corelibs/qas/parameters.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
+#include "lib/corelibs/qas/parameters/decode.h"
 
 namespace qas {
 namespace {
@@ -63,12 +64,12 @@ int receive_all(int fd, char* bytes, std::size_t count) {
 
 }  // namespace
 
-int qas_send_msg(Layer& layer, std::string_view kind, std::string_view text) {
-    if (getch_integer(layer, "qas.par_job", 1) == 0) return 0;
-    const auto jobid = getch_text(layer, "qas.jobid");
-    const auto label = getch_text(layer, "qas.mach_label");
-    const auto ip = getch_text(layer, "qas.master_ip");
-    const Values port = getch(layer, "qas.master_port", "i", 1);
+int qas_send_msg(CommandLine& line, std::string_view kind, std::string_view text) {
+    if (getch_integer(line, "qas.par_job", 1) == 0) return 0;
+    const auto jobid = getch_text(line, "qas.jobid");
+    const auto label = getch_text(line, "qas.mach_label");
+    const auto ip = getch_text(line, "qas.master_ip");
+    const Values port = getch(line, "qas.master_port", "i", 1);
     const int given = (jobid ? 1 : 0) + (label ? 1 : 0) + (ip ? 1 : 0) + (found(port) ? 1 : 0);
     if (given == 0) return 0;
     const bool is_error = kind == "error";
@@ -87,10 +88,10 @@ int qas_send_msg(Layer& layer, std::string_view kind, std::string_view text) {
         return fail("Failed to connect with server");
     const std::string message = std::string(kind) + ':' + *jobid + ':' + *label + ':' + std::string(text);
     if (message.size() > longest_message) return fail("to long of message ");
-    return qas_exchange(layer, fd.get(), message, is_error);
+    return qas_exchange(line, fd.get(), message, is_error);
 }
 
-int qas_exchange(Layer& layer, int fd, const std::string& message, bool is_error) {
+int qas_exchange(CommandLine& line, int fd, const std::string& message, bool is_error) {
     const auto fail = [&](const std::string& text) {
         if (!is_error) throw Fatal(text);
         return 1;
@@ -99,39 +100,39 @@ int qas_exchange(Layer& layer, int fd, const std::string& message, bool is_error
     bytes.resize(message_bytes, '\0');
     const int sent = send_all(fd, bytes.data(), bytes.size());
     if (sent != static_cast<int>(message_bytes)) {
-        layer.notes.warn(
+        line.notes.warn(
             strprintf("Mismatch in number of sent bytes %d !=%d \n", sent, static_cast<int>(message_bytes)));
         return fail("trouble sending message " + message + " \n");
     }
     std::array<char, receipt_bytes> receipt{};
     const int received = receive_all(fd, receipt.data(), receipt.size());
     if (received != static_cast<int>(receipt_bytes)) {
-        layer.notes.warn(strprintf("Mismatch in number of received bytess %d!=5 ", received));
+        line.notes.warn(strprintf("Mismatch in number of received bytess %d!=5 ", received));
         return fail("trouble received message " + message);
     }
     return 0;
 }
 
-void qas_begin_prog(Layer& layer) {
-    if (getch_integer(layer, "qas.begin_par", 0) == 1) qas_send_msg(layer, "record", "none");
+void qas_begin_prog(CommandLine& line) {
+    if (getch_integer(line, "qas.begin_par", 0) == 1) qas_send_msg(line, "record", "none");
 }
-void qas_end_prog(Layer& layer) {
-    if (getch_integer(layer, "qas.end_par", 0) == 1) qas_send_msg(layer, "finish", "none");
+void qas_end_prog(CommandLine& line) {
+    if (getch_integer(line, "qas.end_par", 0) == 1) qas_send_msg(line, "finish", "none");
 }
-void qas_err_prog(Layer& layer) {
-    qas_send_msg(layer, "error", "none");
+void qas_err_prog(CommandLine& line) {
+    qas_send_msg(line, "error", "none");
 }
-void qas_exit_prog(Layer& layer) {
-    qas_send_msg(layer, "exit", "none");
+void qas_exit_prog(CommandLine& line) {
+    qas_send_msg(line, "exit", "none");
 }
-void qas_progress_prog(Layer& layer, std::string_view text) {
-    qas_send_msg(layer, "progress", text);
+void qas_progress_prog(CommandLine& line, std::string_view text) {
+    qas_send_msg(line, "progress", text);
 }
 
-void qas_prog_stat(Layer& layer, std::string_view text, int done, int total, int send) {
-    const std::string line = strprintf("%s finished=%d of %d", std::string(text).c_str(), done, total);
-    layer.notes.warn(line + "\n");
-    if (send == 1) qas_progress_prog(layer, line);
+void qas_prog_stat(CommandLine& line, std::string_view text, int done, int total, int send) {
+    const std::string message = strprintf("%s finished=%d of %d", std::string(text).c_str(), done, total);
+    line.notes.warn(message + "\n");
+    if (send == 1) qas_progress_prog(line, message);
 }
 
 }  // namespace qas

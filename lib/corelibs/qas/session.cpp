@@ -7,15 +7,21 @@
 #include <type_traits>
 #include <utility>
 
-#include "lib/corelibs/qas/header_lines.h"
-#include "lib/corelibs/qas/headers.h"
 #include "lib/corelibs/qas/jobs.h"
-#include "lib/corelibs/qas/output_files.h"
-#include "lib/corelibs/qas/outputs.h"
-#include "lib/corelibs/qas/parameters.h"
-#include "lib/corelibs/qas/streaminf.h"
-#include "lib/corelibs/qas/sync.h"
-#include "lib/corelibs/qas/transfer.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/parameters/command_line.h"
+#include "lib/corelibs/qas/parameters/decode.h"
+#include "lib/corelibs/qas/parameters/keys.h"
+#include "lib/corelibs/qas/parameters/scanner.h"
+#include "lib/corelibs/qas/records/history.h"
+#include "lib/corelibs/qas/records/output_files.h"
+#include "lib/corelibs/qas/records/streaminf.h"
+#include "lib/corelibs/qas/tags/all_outputs.h"
+#include "lib/corelibs/qas/tags/headers.h"
+#include "lib/corelibs/qas/tags/history_lines.h"
+#include "lib/corelibs/qas/tags/look_ups.h"
+#include "lib/corelibs/qas/tags/transfer.h"
+#include "lib/corelibs/qas/tags/unpipe.h"
 
 namespace qas {
 namespace {

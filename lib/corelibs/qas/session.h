@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "lib/base/axis.h"
-#include "lib/corelibs/qas/plain_output.h"
-#include "lib/corelibs/qas/qaserr.h"
-#include "lib/corelibs/qas/window.h"
+#include "lib/corelibs/qas/data/window.h"
+#include "lib/corelibs/qas/files/plain_output.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace qas {
 
@@ -182,11 +182,6 @@ public:
     /// Job messages at the start and the end of a program; silent unless the "qas." parameters ask for them.
     void begin_prog();
     void end_prog();
-    /// Further job messages: the program leaves; a text on its progress; "text finished=done of total", which is also
-    /// printed on the standard error and sent only if `send` is 1.
-    void exit_prog();
-    void progress_prog(std::string_view text);
-    void prog_stat(std::string_view text, int done, int total, int send);
 
 private:
     friend void refuse_unread(Session& session, const KeyTable& keys);

@@ -4,8 +4,8 @@
 #include <new>
 #include <string>
 
-#include "lib/corelibs/qas/help.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/help.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/driver.h"
 #include "src/areal/wemva/run/denormals.h"

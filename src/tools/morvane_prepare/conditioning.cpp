@@ -6,7 +6,7 @@
 #include <numbers>
 #include <sstream>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane::prepare {
 namespace {

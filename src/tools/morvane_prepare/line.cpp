@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane::prepare {
 

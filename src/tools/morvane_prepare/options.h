@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "lib/corelibs/qas/keys.h"
+#include "lib/corelibs/qas/parameters/keys.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "src/tools/morvane_prepare/survey_grid.h"

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <numbers>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/session.h"
 
 namespace morvane::prepare {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane::prepare {
 namespace {

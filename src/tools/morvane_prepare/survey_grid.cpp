@@ -5,7 +5,7 @@
 #include <complex>
 #include <numbers>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane::prepare {
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <istream>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

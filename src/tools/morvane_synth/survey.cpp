@@ -6,7 +6,7 @@
 #include <numbers>
 #include <numeric>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

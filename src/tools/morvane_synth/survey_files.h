@@ -1,6 +1,6 @@
 #pragma once
 /// Models from datasets, and the files that a survey consists of.
-#include "lib/corelibs/qas/plain_output.h"
+#include "lib/corelibs/qas/files/plain_output.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_synth/options.h"
 

@@ -2,8 +2,8 @@
 #include <cmath>
 #include <cstdio>
 
-#include "lib/corelibs/qas/formats.h"
-#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/records/formats.h"
 #include "src/tools/qas/commands.h"
 #include "src/tools/qas/dataset.h"
 

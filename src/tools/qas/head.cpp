@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "lib/corelibs/qas/formats.h"
+#include "lib/corelibs/qas/records/formats.h"
 #include "src/tools/qas/commands.h"
 #include "src/tools/qas/dataset.h"
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/messages/notes.h"
 #include "src/tools/qas/commands.h"
 #include "src/tools/qas/dataset.h"
 #include "src/tools/qas/statistics.h"

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/qas/dataset.h"
 #include "src/tools/qas/words.h"
 

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <memory>
 
-#include "lib/corelibs/qas/files.h"
-#include "lib/corelibs/qas/formats.h"
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/records/formats.h"
 #include "src/tools/qas/commands.h"
 #include "src/tools/qas/dataset.h"
 #include "src/tools/qas/npy.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "lib/corelibs/qas/notes.h"
+#include "lib/corelibs/qas/messages/notes.h"
 
 namespace qastool {
 

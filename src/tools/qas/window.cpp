@@ -1,8 +1,8 @@
 // qas window: every j-th sample from f on, n of them, along any axis.
 #include <algorithm>
 
-#include "lib/corelibs/qas/notes.h"
-#include "lib/corelibs/qas/transfer.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/tags/transfer.h"
 #include "src/tools/qas/commands.h"
 #include "src/tools/qas/dataset.h"
 

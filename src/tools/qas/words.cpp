@@ -12,7 +12,7 @@
 #include <cstring>
 #include <span>
 
-#include "lib/corelibs/qas/keys.h"
+#include "lib/corelibs/qas/parameters/keys.h"
 
 namespace qastool {
 namespace {

@@ -10,7 +10,7 @@
 #include "lib/class/helix/lapfac.h"
 #include "lib/class/helix/polydiv.h"
 #include "lib/class/interp_new.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 using namespace morvane;
 

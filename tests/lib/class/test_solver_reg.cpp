@@ -5,7 +5,7 @@
 
 #include "lib/class/cgstep_mod.h"
 #include "lib/class/solver_reg_mod.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "tests/dot_test.h"
 
 using namespace morvane;

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "lib/base/simd.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/areal/wemva/run/truncate.h"
 
 namespace morvane {

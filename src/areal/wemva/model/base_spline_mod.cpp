@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

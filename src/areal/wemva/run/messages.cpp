@@ -5,8 +5,8 @@
 #include <string>
 
 #include "lib/base/warning.h"
-#include "lib/corelibs/qas/notes.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

@@ -3,7 +3,7 @@
 #include <initializer_list>
 
 #include "lib/base/fixed_format.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
 

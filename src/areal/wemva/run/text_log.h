@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "lib/corelibs/qas/plain_output.h"
+#include "lib/corelibs/qas/files/plain_output.h"
 #include "lib/corelibs/qas/session.h"
 
 namespace morvane {

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/areal/wemva/start/run_axes.h"
 
 namespace morvane {

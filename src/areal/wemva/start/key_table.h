@@ -1,6 +1,6 @@
 #pragma once
 /// The keys of a run, in one table: `--help`, the warnings of keys that nobody reads, and the documents follow it.
-#include "lib/corelibs/qas/keys.h"
+#include "lib/corelibs/qas/parameters/keys.h"
 #include "lib/corelibs/qas/session.h"
 
 namespace morvane {

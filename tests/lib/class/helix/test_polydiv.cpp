@@ -4,7 +4,7 @@
 
 #include "lib/class/helix/helicon.h"
 #include "lib/class/helix/polydiv.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "tests/dot_test.h"
 
 using namespace morvane;

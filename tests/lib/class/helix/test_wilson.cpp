@@ -7,7 +7,7 @@
 
 #include "lib/class/helix/lapfac.h"
 #include "lib/class/helix/wilson.h"
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 
 using namespace morvane;
 

@@ -2,9 +2,12 @@
 
 #include <thread>
 
-#include "lib/corelibs/qas/data_names.h"
-#include "lib/corelibs/qas/formats.h"
-#include "lib/corelibs/qas/headers.h"
+#include "lib/corelibs/qas/files/machine.h"
+#include "lib/corelibs/qas/records/data_names.h"
+#include "lib/corelibs/qas/records/formats.h"
+#include "lib/corelibs/qas/records/history.h"
+#include "lib/corelibs/qas/records/streaminf.h"
+#include "lib/corelibs/qas/tags/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 using ::testing::MatchesRegex;

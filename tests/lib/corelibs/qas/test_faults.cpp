@@ -8,8 +8,10 @@
 #include <random>
 #include <set>
 
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/files/sockets.h"
 #include "lib/corelibs/qas/jobs.h"
-#include "lib/corelibs/qas/sockets.h"
+#include "lib/corelibs/qas/records/streaminf.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 namespace {

@@ -2,8 +2,11 @@
 
 #include <future>
 
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/files/sockets.h"
 #include "lib/corelibs/qas/jobs.h"
-#include "lib/corelibs/qas/sockets.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
+#include "lib/corelibs/qas/records/streaminf.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 namespace {

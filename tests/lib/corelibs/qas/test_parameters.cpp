@@ -1,8 +1,11 @@
 #include <limits>
 
-#include "lib/corelibs/qas/decode.h"
-#include "lib/corelibs/qas/keys.h"
-#include "lib/corelibs/qas/scanner.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/parameters/command_line.h"
+#include "lib/corelibs/qas/parameters/decode.h"
+#include "lib/corelibs/qas/parameters/keys.h"
+#include "lib/corelibs/qas/parameters/scanner.h"
+#include "lib/corelibs/qas/records/streaminf.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 namespace {

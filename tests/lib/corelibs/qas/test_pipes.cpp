@@ -5,9 +5,13 @@
 
 #include <csignal>
 
-#include "lib/corelibs/qas/headers.h"
-#include "lib/corelibs/qas/sockets.h"
-#include "lib/corelibs/qas/sync.h"
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/files/machine.h"
+#include "lib/corelibs/qas/files/sockets.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/records/streaminf.h"
+#include "lib/corelibs/qas/records/sync.h"
+#include "lib/corelibs/qas/tags/headers.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 namespace {
@@ -153,9 +157,8 @@ TEST_F(Pipes, HeaderAndDataThroughAPipeBetweenTwoProcesses) {
 TEST_F(Pipes, AReaderThatDoesNotAnswerGetsTheDataAllTheSame) {
     const int from_us = pipe_output();
     write(*session({"timeout=1"}), "out", three);
-    EXPECT_THAT(read_header(from_us),
-                AllOf(HasSubstr("\t\tdata_format=\"xdr_float\"\nPIPE " + qas::socket_host_name() + " "),
-                      EndsWith(qas::strprintf(" %09d", ::getpid()))));
+    EXPECT_THAT(read_header(from_us), AllOf(HasSubstr("\t\tdata_format=\"xdr_float\"\nPIPE " + qas::host_name() + " "),
+                                            EndsWith(qas::strprintf(" %09d", ::getpid()))));
     std::string bytes(100, '\0');
     bytes.resize(static_cast<std::size_t>(::read(from_us, bytes.data(), bytes.size())));
     EXPECT_EQ(bytes, xdr(three));
@@ -258,7 +261,7 @@ TEST_F(Pipes, SocketsBetweenTwoProcesses) {
 TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
     auto s = session({"timeout=60"});
     const std::string address = s->auxsockout("grad");
-    EXPECT_THAT(address, StartsWith(qas::socket_host_name() + ":"));
+    EXPECT_THAT(address, StartsWith(qas::host_name() + ":"));
     s->to_history("n1", 3, "grad");
     const std::vector<float> samples = ramp(std::size_t{4} << 20);  // more than the buffers of a connection hold
     const pid_t reader = start_process([&] {

@@ -1,10 +1,13 @@
 #include <fcntl.h>
 
-#include "lib/corelibs/qas/files.h"
-#include "lib/corelibs/qas/header_lines.h"
-#include "lib/corelibs/qas/headers.h"
-#include "lib/corelibs/qas/io.h"
-#include "lib/corelibs/qas/transfer.h"
+#include "lib/corelibs/qas/data/io.h"
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/messages/notes.h"
+#include "lib/corelibs/qas/records/header_lines.h"
+#include "lib/corelibs/qas/records/streaminf.h"
+#include "lib/corelibs/qas/tags/headers.h"
+#include "lib/corelibs/qas/tags/history_lines.h"
+#include "lib/corelibs/qas/tags/transfer.h"
 #include "tests/lib/corelibs/qas/workplace.h"
 
 namespace {

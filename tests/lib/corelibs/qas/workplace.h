@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "lib/corelibs/qas/parameters.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
+#include "lib/corelibs/qas/parameters/command_line.h"
+#include "lib/corelibs/qas/records/streaminf.h"
 #include "lib/corelibs/qas/session.h"
 #include "tests/dataset_files.h"
 

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "tests/dataset_files.h"
 #include "tests/src/tools/morvane_prepare/segy_writer.h"

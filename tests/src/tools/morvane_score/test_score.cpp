@@ -4,7 +4,7 @@
 #include <cmath>
 #include <sstream>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_score/score.h"
 
 using namespace morvane;

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_synth/acoustic_fd.h"
 #include "src/tools/morvane_synth/survey.h"
 

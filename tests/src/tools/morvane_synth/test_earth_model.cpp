@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_synth/earth_model.h"
 
 using namespace morvane;

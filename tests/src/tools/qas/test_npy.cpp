@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/qas/npy.h"
 
 using testing::HasSubstr;

@@ -4,7 +4,7 @@
 #include <limits>
 #include <vector>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/areal/wemva/model/base_spline_mod.h"
 #include "tests/dot_test.h"
 

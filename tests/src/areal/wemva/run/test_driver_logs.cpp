@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "lib/corelibs/qas/qaserr.h"
+#include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/run/text_log.h"
 #include "src/areal/wemva/run/truncate.h"
