@@ -179,11 +179,13 @@ double evaluate_residual(const Inversion& run, EvaluationArrays& arrays, int tit
     return fun;
 }
 
-void evaluate_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<double> g, int iter, int titer) {
+void evaluate_gradient(const Inversion& run, EvaluationArrays& arrays, std::span<const double> x, std::span<double> g,
+                       int iter, int titer) {
     const View<double, 2> samples{g.data(), arrays.model.n()};
     const float start1 = owexec_time();
     back_project(run, arrays);
     arrays.objective->gradient(run, arrays.scats, samples);
+    arrays.measures.regularisation = arrays.objective->regularise(run, arrays.measures.data, x, g);
     print_extremes(run.par, g);
     const float on_knots = arrays.objective->condition(run, samples);
     print_extremes(run.par, g);
@@ -201,17 +203,21 @@ void evaluate_gradient(const Inversion& run, EvaluationArrays& arrays, std::span
 double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, std::span<double> g, int iter,
                 int titer) {
     evaluate_image(run, arrays, x, iter, titer);
-    const double fun = evaluate_residual(run, arrays, titer);
-    arrays.objective->differentiate(run, arrays.b_image, fun);
-    evaluate_gradient(run, arrays, g, iter, titer);
-    return fun;
+    Measures& measures = arrays.measures;
+    measures.data = evaluate_residual(run, arrays, titer);
+    arrays.objective->differentiate(run, arrays.b_image, measures.data);
+    evaluate_gradient(run, arrays, x, g, iter, titer);
+    return measures.data + measures.regularisation;
 }
 
 double evaluate_fun(const Inversion& run, EvaluationArrays& arrays, std::span<double> x) {
     set_model(run, arrays, x);
     form_image(run, arrays, 1);
     arrays.objective->form_residual(run, arrays.b_image, 1);
-    return arrays.objective->value(arrays.b_image, 1);
+    Measures& measures = arrays.measures;
+    measures.data = arrays.objective->value(arrays.b_image, 1);
+    measures.regularisation = arrays.objective->regularise(run, measures.data, x, {});
+    return measures.data + measures.regularisation;
 }
 
 }  // namespace morvane

@@ -5,6 +5,7 @@
 
 #include "lib/base/array.h"
 #include "src/areal/wemva/inversion/inversion.h"
+#include "src/areal/wemva/inversion/measures.h"
 #include "src/areal/wemva/inversion/objective.h"
 #include "src/areal/wemva/inversion/shots.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
@@ -22,6 +23,7 @@ struct EvaluationArrays {
     Array<float, 2> scats;    ///< (img.xm.n, img.z.n) sum of deltas over shots
     Array<float, 2> illum, illumination;  ///< light: (kxm.n, img.z.n) one shot's illumination, (img.xm.n, img.z.n) sum
     bool warned_of_signs = false;         ///< a model with samples that are not positive has been met
+    Measures measures;                    ///< of the last evaluation
     explicit EvaluationArrays(const Parms& par);
 };
 

@@ -1,10 +1,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <optional>
 
+#include "src/areal/wemva/image/depth_difference.h"
 #include "src/areal/wemva/image/smoothing.h"
 #include "src/areal/wemva/image/weights.h"
 #include "src/areal/wemva/inversion/objective.h"
+#include "src/areal/wemva/inversion/regularisation.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
 #include "src/areal/wemva/run/messages.h"
 
@@ -21,9 +24,10 @@ double energy(std::span<const float> samples) {
 /// What is carried back is the derivative of fun, by the transpose of the derivative of the image.
 class ExactObjective : public Objective {
     const Parms& par_;
-    Array<float, 3> image_;     // normalise: the stacked image
+    Array<float, 3> image_;     // normalise: the stacked image, or its differences
     Array<float, 3> weighted_;  // l1norm: the once-weighted image
     Array<float, 3> envelope_;  // l1norm
+    std::optional<double> first_data_;
 
 public:
     explicit ExactObjective(const Parms& par) : par_(par) {
@@ -37,6 +41,7 @@ public:
     void form_residual(const Inversion& run, View<float, 3> image, int) override {
         constexpr bool forward = false, adjoint = true;
         keep_columns(image);
+        depth_difference(par_.depthdiff, image);
         if (par_.normalise) std::ranges::copy(image.flat(), image_.flat().begin());
         owdso(par_, forward, image, run.pick1);
         if (par_.l1norm) {
@@ -61,7 +66,8 @@ public:
         return fun / all;
     }
 
-    /// 2 W^2 r; with l1norm see differentiate_reweighting; with normalise the derivative of the quotient.
+    /// 2 W^2 r; with l1norm see differentiate_reweighting; with normalise the derivative of the quotient; with
+    /// depthdiff the transposed differences of that.
     void differentiate(const Inversion& run, View<float, 3> residual, double fun) override {
         constexpr bool forward = false, adjoint = true;
         const auto out = residual.flat();
@@ -78,6 +84,7 @@ public:
             for (std::size_t i = 0; i < out.size(); ++i)
                 out[i] = static_cast<float>((out[i] - 2.0 * fun * image[i]) / all);
         }
+        depth_difference_transpose(par_.depthdiff, residual);
         keep_columns(residual);
     }
 
@@ -86,18 +93,30 @@ public:
         owwei_gradient(context, shot.recv, shot.source, shot.vel, update, window);
     }
 
-    /// What the horizon edit overwrites has no influence.
     void gradient(const Inversion& run, View<const float, 2> updates, View<double, 2> g) const override {
         std::ranges::copy(updates.flat(), g.flat().begin());
-        if (run.pick1.empty()) return;
-        const Array<float, 2> none({g.n[0], g.n[1]});
-        oweditvel(par_, run.pick1, g, none);
+        clear_above_horizon(run, g);
+    }
+
+    double regularise(const Inversion& run, double data, std::span<const double> x, std::span<double> g) override {
+        if (!(par_.regularise > 0.0f)) return 0.0;
+        if (!first_data_) first_data_ = data;
+        const double value = roughness(par_, static_cast<double>(par_.regularise) * *first_data_, run.vel0, x, g);
+        if (!g.empty()) clear_above_horizon(run, {g.data(), run.vel0.n});
+        return value;
     }
 
     /// Nothing: the knot coefficients are the variables.
     float condition(const Inversion&, View<double, 2>) override { return 0.0f; }
 
 private:
+    /// What the horizon edit overwrites has no influence.
+    void clear_above_horizon(const Inversion& run, View<double, 2> g) const {
+        if (run.pick1.empty()) return;
+        const Array<float, 2> none({g.n[0], g.n[1]});
+        oweditvel(par_, run.pick1, g, none);
+    }
+
     /// Zero outside the columns that count in fun.
     void keep_columns(View<float, 3> image) const {
         for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix) {

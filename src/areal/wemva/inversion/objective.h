@@ -4,8 +4,9 @@
 /// With the stacked image I, the offset weight W (see owdso) and, if asked for, the prediction P across offset and the
 /// reweighting by the envelope:
 ///   classic: r = W reweighted(P W I), fun = sum r^2, what is carried back is r itself;
-///   exact:   I is zero outside the columns that count; fun may be divided by the energy of I; what is carried back is
-///            the derivative of fun with respect to I.
+///   exact:   I is zero outside the columns that count, and may be replaced by its differences in depth; fun may be
+///            divided by the energy of that; what is carried back is the derivative of fun with respect to I. The
+///            roughness of the model may be added.
 #include <memory>
 #include <span>
 
@@ -37,6 +38,10 @@ public:
                               View<float, 2> update, qas::Session& session) const = 0;
     /// The gradient from the sum of the shots' updates.
     virtual void gradient(const Inversion& run, View<const float, 2> updates, View<double, 2> g) const = 0;
+    /// What the model itself adds to fun; its derivative is added to g, unless that is empty.
+    /// @param data what the residual contributes to fun; the first one a run meets is the unit of what is added
+    /// @param x    slowness
+    virtual double regularise(const Inversion& run, double data, std::span<const double> x, std::span<double> g) = 0;
     /// Conditions the gradient, in place. Returns the seconds spent on spline knots.
     virtual float condition(const Inversion& run, View<double, 2> g) = 0;
 };

@@ -87,7 +87,10 @@ struct Parms {
     bool normalise = false;                                    ///< exact: fun divided by the energy of the image
     float fun_xmin = -std::numeric_limits<float>::infinity();  ///< exact: columns outside do not count in fun
     float fun_xmax = std::numeric_limits<float>::infinity();
-    bool light = false;      ///< illumination compensation of the stacked image
+    int depthdiff = 0;                 ///< exact: differences of the image in depth before the weight
+    float regularise = 0.0f;           ///< exact: weight of the model's roughness in fun; 0: none
+    float reg_x = 0.0f, reg_z = 0.0f;  ///< lengths over which a relative change of 0.1 counts as one
+    bool light = false;                ///< illumination compensation of the stacked image
     float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
     bool quiet = false;            ///< no lines of progress on standard error

@@ -25,6 +25,7 @@ constexpr int most_counted = 1 << 24;  // beyond it a float no longer counts eve
 constexpr int most_threads = 1024;
 constexpr int most_frame = 1 << 20;
 constexpr int most_references = 1000;
+constexpr int most_differences = 2;
 constexpr double most_coefficients = 1e8;
 constexpr std::int64_t most_samples = 2147483647;
 constexpr int good_factor = 13;  // the transform library has fast code for factors up to this one
@@ -349,6 +350,22 @@ void check_conditioning(const Parms& par, qas::Session& session) {
     }
 }
 
+/// The differences in depth and the regularisation, which the exact gradient alone knows.
+void check_added_terms(const Parms& par) {
+    if (par.depthdiff < 0 || par.depthdiff > most_differences)
+        refuse("depthdiff=%d: permitted are 0 to %d differences", par.depthdiff, most_differences);
+    if (par.depthdiff > 0 && par.nz < par.depthdiff + 2)
+        refuse("depthdiff=%d: the image has %d levels, at least %d are needed", par.depthdiff, par.nz,
+               par.depthdiff + 2);
+    if (par.regularise < 0.0f) refuse("regularise=%g: permitted is a weight of 0 or more", par.regularise);
+    for (const auto& [key, length] : {std::pair("reg_x", par.reg_x), std::pair("reg_z", par.reg_z)}) {
+        if (length < 0.0f) refuse("%s=%g: permitted is a length of 0 or more", key, length);
+    }
+    if (par.regularise > 0.0f && par.reg_x == 0.0f && par.reg_z == 0.0f)
+        refuse("regularise=%g: without knots the lengths reg_x and reg_z are needed, one of them greater than 0",
+               par.regularise);
+}
+
 /// The keys of the exact gradient and of the first step.
 void check_exact(const Parms& par, qas::Session& session) {
     if (par.gradient != "classic" && par.gradient != "exact")
@@ -356,7 +373,7 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (session.exist_file("firststep") && !(par.firststep > 0.0f && par.firststep < 1.0f))
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {
-        for (const char* key : {"normalise", "fun_xmin", "fun_xmax"})
+        for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
         if (par.light && par.timeshift) warn("light=yes: without effect with timeshift=yes");
         return;
@@ -365,6 +382,7 @@ void check_exact(const Parms& par, qas::Session& session) {
         refuse("dipflt=yes: not with gradient=exact, whose gradient would no longer be the derivative of fun");
     if (par.nxfilt != not_given)
         refuse("nxfilt=%d: not with gradient=exact, since the prediction filters depend on the image", par.nxfilt);
+    check_added_terms(par);
     if (par.light) refuse("light=yes: not with gradient=exact, which has no derivative of the illumination");
     if (par.imgcon != "imgprim")
         refuse("imgcon=%s: gradient=exact has the derivative of imgprim only", par.imgcon.c_str());

@@ -151,6 +151,14 @@ void read_own_keys(qas::Session& session, Parms& par) {
     given("fun_xmin", par.fun_xmin);
     given("fun_xmax", par.fun_xmax);
     given("firststep", par.firststep);
+    given("depthdiff", par.depthdiff);
+    given("regularise", par.regularise);
+    if (par.spline_grad()) {
+        par.reg_x = par.axk.d;
+        par.reg_z = par.azk.d;
+    }
+    given("reg_x", par.reg_x);
+    given("reg_z", par.reg_z);
     given("light", par.light);
 }
 

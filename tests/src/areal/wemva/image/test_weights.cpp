@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "src/areal/wemva/image/depth_difference.h"
 #include "src/areal/wemva/image/weights.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "tests/dot_test.h"
@@ -95,6 +96,25 @@ Array<float, 3> random_gather(Extents<3> n) {
 }
 
 }  // namespace
+
+TEST(DepthDifference, CentralDifferencesAndTheirTranspose) {
+    for (const int times : {1, 2}) {
+        for (const int nz : {4, 7}) {
+            const std::size_t n = static_cast<std::size_t>(6 * nz);
+            const auto apply = [&](bool adjoint, bool, std::span<float> x, std::span<float> y) {
+                std::ranges::copy(adjoint ? y : x, (adjoint ? x : y).begin());
+                const View<float, 3> gathers{(adjoint ? x : y).data(), {3, 2, nz}};
+                (adjoint ? depth_difference_transpose : depth_difference)(times, gathers);
+            };
+            EXPECT_LT(dot_mismatch(apply, n, n), 1e-6) << times << ' ' << nz;
+        }
+    }
+    std::vector<float> trace = {1, 4, 9, 16, 25};
+    depth_difference(1, {trace.data(), {1, 1, 5}});
+    EXPECT_EQ(trace, (std::vector<float>{0, 4, 6, 8, 0}));
+    depth_difference(1, {trace.data(), {1, 1, 5}});
+    EXPECT_EQ(trace, (std::vector<float>{0, 3, 2, -3, 0}));
+}
 
 TEST(Owxwht, RecursiveAverageAlongMidpoint) {
     for (const int nxfilt : {1, 3, 4, 9, 20, 0, -3}) {

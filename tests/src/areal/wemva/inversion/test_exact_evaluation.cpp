@@ -6,6 +6,7 @@
 
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/evaluation.h"
+#include "src/areal/wemva/inversion/regularisation.h"
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/model/lloyd_vel.h"
 #include "src/areal/wemva/model/variables.h"
@@ -117,6 +118,21 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
          {{"extrapolator", "pspi"}, {"vsal", "1000"}, {"nrefvel", "4"}, {"nh", "5"}},
          false,
          0.1},
+        {"difference in depth, root of the weight", false, {{"depthdiff", "1"}, {"expdso", "0.5"}}},
+        {"two differences, normalised, horizon",
+         true,
+         {{"depthdiff", "2"}, {"normalise", "y"}, {"expdso", "0.25"}, {"fun_xmax", "220"}},
+         true},
+        {"difference in depth over time shifts",
+         true,
+         {{"depthdiff", "1"}, {"timeshift", "y"}, {"nth", "5"}, {"oth", "-0.02"}, {"dth", "0.01"}}},
+        {"regularised", true, {{"regularise", "3"}, {"reg_x", "40"}, {"reg_z", "20"}}, false, 0.05, 1e-2},
+        {"regularised, normalised, horizon",
+         false,
+         {{"regularise", "1"}, {"reg_x", "60"}, {"normalise", "y"}},
+         true,
+         0.05,
+         1e-2},
         {"one offset", false, {{"extrapolator", "pspi"}, {"vsal", "9000"}, {"nh", "1"}, {"expdso", "0"}}},
     };
     for (const float loudness : {0.01f, 30.0f}) {  // weak images are squared, loud ones damped by their envelope
@@ -125,6 +141,10 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
              {std::tuple<const char*, bool, std::map<std::string, std::string>, bool>{"envelope", true, {}, false},
               {"envelope, per shot, normalised", false, {{"normalise", "y"}, {"fun_xmax", "230"}}, false},
               {"envelope, horizon", true, {{"windh", "1"}}, true},
+              {"envelope of the difference in depth, normalised",
+               true,
+               {{"depthdiff", "1"}, {"normalise", "y"}, {"expdso", "0.5"}},
+               false},
               {"envelope over time shifts",
                true,
                {{"timeshift", "y"}, {"nth", "5"}, {"oth", "-0.02"}, {"dth", "0.01"}},
@@ -163,8 +183,13 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
             for (const auto& [key, value] : c.arguments) survey.arguments[key] = value;
             TinyRun run(survey);
             if (c.horizon) run.pick1.assign(static_cast<std::size_t>(run.par.img.xm.n), 25.0f);
-            std::vector<double> g, d;
-            ASSERT_GT(run.fun(run.start, g), 0.0);
+            std::vector<double> x = run.start, g, d;
+            ASSERT_GT(run.fun(x, g), 0.0);
+            if (run.par.regularise > 0.0f) {  // it is flat at the start model
+                for (std::size_t i = 0; i < x.size(); ++i) x[i] *= 1.0 + 0.02 * std::sin(0.9 * static_cast<double>(i));
+                run.fun(x, g);
+                EXPECT_GT(run.arrays.measures.regularisation, 0.02 * run.arrays.measures.data);
+            }
             double slope = 0.0;  // a direction across the gradient would compare rounding errors
             for (unsigned seed = 5; d.empty() || std::abs(slope) < 0.1 * norm<double>(g) * norm<double>(d); ++seed) {
                 ASSERT_LT(seed, 100u);
@@ -172,7 +197,7 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
                 slope = inner<double>(g, d);
             }
             const auto central = [&](double h) {
-                std::vector<double> up = run.start, down = run.start;
+                std::vector<double> up = x, down = x;
                 for (std::size_t i = 0; i < d.size(); ++i) {
                     up[i] += h * d[i];
                     down[i] -= h * d[i];
@@ -185,6 +210,24 @@ TEST(ExactEvaluation, GradientTimesDirectionIsTheCentralDifferenceOfFun) {
             for (int ix = 0; c.horizon && ix < run.par.img.xm.n; ++ix) EXPECT_EQ(g[static_cast<std::size_t>(ix)], 0.0);
         }
     }
+}
+
+TEST(Roughness, CountsARampOfATenthPerLengthAsOne) {
+    Parms par;
+    par.img.xm = {5, 10.0f, 0.0f, {}};
+    par.img.z = {4, 20.0f, 0.0f, {}};
+    par.reg_x = 50.0f;
+    par.reg_z = 40.0f;
+    Array<float, 2> start({5, 4});
+    std::vector<double> across, down;
+    for (int i = 0; i < 20; ++i) {
+        start.flat()[static_cast<std::size_t>(i)] = 1.0f + 0.25f * static_cast<float>(i % 3);
+        const double s0 = 1.0 + 0.25 * (i % 3);
+        across.push_back(s0 * (1.0 + 0.02 * (i % 5)));
+        down.push_back(s0 * (1.0 + 0.1 * (i / 5)));
+    }
+    EXPECT_NEAR(roughness(par, 3.0, start, across, {}), 3.0 * 16 / 20, 1e-6);
+    EXPECT_NEAR(roughness(par, 3.0, start, down, {}), 3.0 * 4 * 15 / 20, 1e-6);
 }
 
 // The reference of the finite-difference form lies below all that a trial can reach, and not far below.
