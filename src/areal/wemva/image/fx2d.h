@@ -10,32 +10,12 @@
 /// lambda of 20 that a run uses, a plane event comes out at (noper - 1) / (lambda^2 + noper - 1) of its amplitude,
 /// about 1 %, and noise still weaker; the first and last noper - 1 offsets keep less. A lambda of -999 divides by the
 /// zero lag instead of solving the equations.
-#include <string>
-#include <vector>
-
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/image/patches.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 
 namespace morvane {
-
-struct FxDesign {
-    int w1 = 15, w2 = 150;  ///< size of a patch: depths, offsets
-    int noper = 5;          ///< length of the prediction-error filter
-    int k1 = 1, k2 = 1;     ///< number of patches along depth and offset, evenly spread
-    float lambda = 20.0f;
-    int node = node_default;  ///< threads; node_default: the runtime's team size. The result does not depend on them
-};
-
-struct FxFit {
-    FxDesign design;
-    std::vector<std::string> notes;  ///< what was changed, or will surprise: a line each
-};
-
-/// The design for panels of n1 depths by n2 offsets: an axis shorter than its patch gets one patch of its own length;
-/// otherwise one patch at least, and enough that what they keep covers the axis. A design that fits comes back as it
-/// is. Ends the run if patches smaller than the panel keep nothing.
-FxFit fx2d_fit(const FxDesign& asked, int n1, int n2);
 
 /// Patches of the prediction that `nxfilt` switches on: fixed but for their numbers, which follow the image.
 FxDesign fx2d_design(const Parms& par);

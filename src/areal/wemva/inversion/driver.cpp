@@ -27,10 +27,10 @@ constexpr double smallest_normal = 1.17549435e-38;
 constexpr double pgtol = 1.1754943508222875e-38;  // 2^-126
 
 /// Everything the solver keeps between calls. Its variables are those of variables.h.
-struct Solver {
+struct SolverState {
     int n, m;
     std::vector<double> x, g, wa;
-    Bounds bounds;
+    VariableBounds bounds;
     std::vector<int> iwa;
     double fun = 0.0;
     double factr = smallest_normal / solver::dpmeps();
@@ -39,7 +39,7 @@ struct Solver {
     std::array<int, 44> isave{};
     std::array<double, 29> dsave{};
 
-    explicit Solver(const InversionSetup& setup)
+    explicit SolverState(const InversionSetup& setup)
         : n(static_cast<int>(setup.variables.count())),
           m(setup.mmax),
           x(setup.variables.first()),
@@ -63,7 +63,7 @@ struct Solver {
 };
 
 /// What the closing line tells.
-struct Course {
+struct Outcome {
     int evaluations = 0, accepted = 0;
     double first_fun = 0.0;
     double last_fun = 0.0;   // of the last evaluation
@@ -72,8 +72,8 @@ struct Course {
 
 /// What the solver will make of its first gradient without firststep: a step of length one in an unbounded problem, the
 /// projection of x - g in a bounded one.
-void warn_of_first_step(const Variables& variables, const Solver& state, std::span<const double> x) {
-    const Bounds& bounds = state.bounds;
+void warn_of_first_step(const Variables& variables, const SolverState& state, std::span<const double> x) {
+    const VariableBounds& bounds = state.bounds;
     const bool bounded = bounds.nbd.front() != 0;
     double size = 0.0;
     std::size_t moved = 0, at_bound = 0;
@@ -100,7 +100,8 @@ void warn_of_first_step(const Variables& variables, const Solver& state, std::sp
 }
 
 /// The constant that makes the first trial change no sample by more than firststep of its slowness.
-double first_step_scale(const Parms& par, const Variables& variables, const Solver& state, std::span<const double> x) {
+double first_step_scale(const Parms& par, const Variables& variables, const SolverState& state,
+                        std::span<const double> x) {
     if (!(par.firststep > 0.0f)) {
         warn_of_first_step(variables, state, x);
         return 1.0;
@@ -110,9 +111,9 @@ double first_step_scale(const Parms& par, const Variables& variables, const Solv
 }
 
 /// Until the solver stops or niter iterations are done.
-Course iterate(const Inversion& run, const Variables& variables, EvaluationArrays& arrays, Solver& state,
-               TextLog& log) {
-    Course course;
+Outcome minimise(const Inversion& run, const Variables& variables, EvaluationArrays& arrays, SolverState& state,
+                 TextLog& log) {
+    Outcome outcome;
     double fun1 = 0.0, fun = 0.0, scale = 1.0;
     std::vector<double> newx, newg, x(arrays.model.flat().size()), g(x.size());
     int iter = 1, titer = 1;
@@ -123,7 +124,7 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
         if (state.task.starts_with("FG")) {
             variables.model(state.x, x);
             fun = evaluate(run, arrays, x, g, iter, titer);
-            variables.take_back(x, state.x);
+            variables.accept_edit(x, state.x);
             variables.gradient(g, state.g);
             log.line(iteration_line(iter, titer, state.task.field(), fun, x));
             if (!std::isfinite(fun))
@@ -132,13 +133,13 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
                     "precision; scale rec and sou down, or check the units",
                     titer, fun);
             if (titer == 1) {
-                course.first_fun = fun;
+                outcome.first_fun = fun;
                 scale = first_step_scale(run.par, variables, state, x);
             }
             state.fun = scale * fun;
             for (double& component : state.g) component *= scale;
-            course.last_fun = fun;
-            course.evaluations = titer;
+            outcome.last_fun = fun;
+            outcome.evaluations = titer;
             ++titer;
             cond = true;
         }
@@ -151,13 +152,13 @@ Course iterate(const Inversion& run, const Variables& variables, EvaluationArray
         if (state.task.starts_with("NEW_X")) {
             variables.model(state.x, x);
             log.line(iteration_line(iter, titer, state.task.field(), fun, x));
-            course.accepted_panel = titer - 1;
-            ++course.accepted;
+            outcome.accepted_panel = titer - 1;
+            ++outcome.accepted;
             ++iter;
             cond = true;
         }
     }
-    return course;
+    return outcome;
 }
 
 /// The file that the solver reports to, so that no other run writes it. Without it the run goes on.
@@ -168,7 +169,7 @@ qas::PlainOutput claim_report(qas::Session& session) {
 }
 
 /// What to try after a run that went nowhere.
-std::string advice(const Parms& par, const Solver& state) {
+std::string advice(const Parms& par, const SolverState& state) {
     if (state.task.starts_with("CONVERGENCE")) return ", the start model, which already meets the solver's test";
     std::string text = ", but no step was accepted: panel 1 is the start model";
     std::string tries;
@@ -177,34 +178,34 @@ std::string advice(const Parms& par, const Solver& state) {
     return text + "; try" + (tries.empty() ? " a smaller firststep, or other bounds" : tries + ", bounds");
 }
 
-void print_closing_line(qas::Session& session, const Parms& par, const Solver& state, const Course& course) {
+void print_closing_line(qas::Session& session, const Parms& par, const SolverState& state, const Outcome& outcome) {
     std::string reason = "niter=" + std::to_string(par.niter) + " iterations done";
     if (par.niter <= 0)
         reason = "niter=" + std::to_string(par.niter) + " asks for no iteration";
     else if (!state.task.starts_with("NEW_X"))
         reason = std::string(state.task.text());
-    std::fprintf(stderr, "%s: %s; %d evaluations, ", session.program().c_str(), reason.c_str(), course.evaluations);
-    if (course.evaluations == 0) {
+    std::fprintf(stderr, "%s: %s; %d evaluations, ", session.program().c_str(), reason.c_str(), outcome.evaluations);
+    if (outcome.evaluations == 0) {
         std::fputs("no result\n", stderr);
         return;
     }
     const std::string velout = session.getch<std::string>("Velout").value_or("Velout");
     std::fprintf(stderr, "fun first %s, last %s; result: panel %d of Velout (%s)",
-                 column_fun(course.first_fun, 12).c_str(), column_fun(course.last_fun, 12).c_str(), course.evaluations,
-                 velout.c_str());
-    if (course.accepted == 0)
+                 column_fun(outcome.first_fun, 12).c_str(), column_fun(outcome.last_fun, 12).c_str(),
+                 outcome.evaluations, velout.c_str());
+    if (outcome.accepted == 0)
         std::fputs(advice(par, state).c_str(), stderr);
-    else if (course.accepted_panel != course.evaluations)
-        std::fprintf(stderr, ", a line-search trial; the model accepted last is panel %d", course.accepted_panel);
+    else if (outcome.accepted_panel != outcome.evaluations)
+        std::fprintf(stderr, ", a line-search trial; the model accepted last is panel %d", outcome.accepted_panel);
     std::fputc('\n', stderr);
 }
 
 /// What strict=y asks of a run that has come to its end: an accepted step and a fun that is not 0.
-void refuse_without_success(const Parms& par, const Solver& state, const Course& course) {
+void refuse_without_success(const Parms& par, const SolverState& state, const Outcome& outcome) {
     constexpr bool strict = true;
-    if (par.niter > 0 && course.accepted == 0)
+    if (par.niter > 0 && outcome.accepted == 0)
         doubt(strict, "no step was accepted (%s)", std::string(state.task.text()).c_str());
-    if (course.evaluations > 0 && course.last_fun == 0.0) doubt(strict, "fun is 0 after the last step");
+    if (outcome.evaluations > 0 && outcome.last_fun == 0.0) doubt(strict, "fun is 0 after the last step");
 }
 
 }  // namespace
@@ -212,8 +213,8 @@ void refuse_without_success(const Parms& par, const Solver& state, const Course&
 void invert(qas::Session& session) {
     session.begin_prog();
     InversionSetup setup(session);
-    Solver state(setup);
-    Course course;
+    SolverState state(setup);
+    Outcome outcome;
     if (setup.par.niter > 0 && state.refuses()) {
         state.call(without_file);
     } else if (setup.par.niter > 0) {
@@ -222,16 +223,16 @@ void invert(qas::Session& session) {
         qas::PlainOutput report = claim_report(session);
         setup.begin_outputs();
         report.begin();
-        course = iterate(setup.inversion(fft), setup.variables, arrays, state, setup.log);
+        outcome = minimise(setup.inversion(fft), setup.variables, arrays, state, setup.log);
         report.finish();
         setup.finish_outputs();
     } else {
         setup.begin_outputs();
         setup.finish_outputs();
     }
-    print_closing_line(session, setup.par, state, course);
+    print_closing_line(session, setup.par, state, outcome);
     session.end_prog();
-    if (setup.par.strict) refuse_without_success(setup.par, state, course);
+    if (setup.par.strict) refuse_without_success(setup.par, state, outcome);
 }
 
 }  // namespace morvane

@@ -84,7 +84,7 @@ float required_real(qas::Session& session, const char* key) {
     return value;
 }
 
-void set_constant_bounds(qas::Session& session, std::span<const double> start, Bounds& bounds) {
+void set_constant_bounds(qas::Session& session, std::span<const double> start, VariableBounds& bounds) {
     const float vmin = required_real(session, "vmin");
     const float vmax = required_real(session, "vmax");
     if (!(vmin > 0.0f)) refuse("vmin=%g: a velocity greater than 0 is needed", vmin);
@@ -103,7 +103,8 @@ void set_constant_bounds(qas::Session& session, std::span<const double> start, B
 }
 
 /// Bounds as factors of the start model; a value of 1 or more is a percentage.
-void set_relative_bounds(qas::Session& session, const Parms& par, std::span<const double> start, Bounds& bounds) {
+void set_relative_bounds(qas::Session& session, const Parms& par, std::span<const double> start,
+                         VariableBounds& bounds) {
     const float given_up = required_real(session, "p_up");
     const float given_lo = required_real(session, "p_lo");
     const float p_up = given_up >= 1.0f ? 1.0f + given_up / 100.0f : given_up;
@@ -123,9 +124,9 @@ void set_relative_bounds(qas::Session& session, const Parms& par, std::span<cons
 /// ones, which the solver needs to take a first step of the gradient's size and to stay with physical models: a tenth
 /// to ten times the start model, or, where a reference velocity has to stay below all that they allow, seven to
 /// fourteen tenths; or none.
-Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
+VariableBounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
     constexpr int both = 2;
-    Bounds bounds(start.size());
+    VariableBounds bounds(start.size());
     if (session.from_param<bool>("bounds", false)) {
         if (session.from_param<bool>("cbounds", false))
             set_constant_bounds(session, start, bounds);
@@ -145,7 +146,7 @@ Bounds sample_bounds(qas::Session& session, const Parms& par, std::span<const do
 
 /// The slowest model that the bounds allow, for the finite-difference form of the exact mode, which keeps its reference
 /// velocities below it. Warns if that takes them so far down that the image suffers.
-Array<float, 2> slowest_model(const Parms& par, const Variables& variables, const Bounds& bounds,
+Array<float, 2> slowest_model(const Parms& par, const Variables& variables, const VariableBounds& bounds,
                               const Array<float, 2>& vel0) {
     if (!par.exact() || !par.ffd()) return Array<float, 2>();
     constexpr float good = 0.55f;

@@ -26,7 +26,7 @@ struct InversionSetup {
     Array<float, 3> vref;       ///< (nref, 2, img.z.n) region table of the clustering, or empty
     std::vector<double> start;  ///< the start model as the solver counts
     Variables variables;        ///< what the solver varies
-    Bounds bounds;              ///< of the variables
+    VariableBounds bounds;      ///< of the variables
     Array<float, 2> slowest;    ///< (img.xm.n, img.z.n) exact: the greatest slowness a trial can have; else empty
     std::vector<float> pick1;   ///< (img.xm.n) horizon depths, or empty
 

@@ -48,7 +48,7 @@ void Variables::model(std::span<double> v, std::span<double> x) const {
     std::ranges::transform(x, start_, x.begin(), std::plus<>());
 }
 
-void Variables::take_back(std::span<const double> x, std::span<double> v) const {
+void Variables::accept_edit(std::span<const double> x, std::span<double> v) const {
     if (!knots_) std::ranges::copy(x, v.begin());
 }
 
@@ -59,9 +59,9 @@ void Variables::gradient(std::span<double> g, std::span<double> gv) const {
         std::ranges::copy(g, gv.begin());
 }
 
-Bounds Variables::bounds(const Bounds& samples) const {
+VariableBounds Variables::bounds(const VariableBounds& samples) const {
     if (!knots_) return samples;
-    Bounds out(count());
+    VariableBounds out(count());
     std::ranges::fill(out.nbd, samples.nbd.front());
     const int nx = knots_->axd1.n, nxk = knots_->axk1.n;
     std::vector<std::pair<int, int>> columns;
@@ -95,7 +95,7 @@ Bounds Variables::bounds(const Bounds& samples) const {
     return out;
 }
 
-std::vector<double> Variables::slowest(const Bounds& bounds) const {
+std::vector<double> Variables::slowest(const VariableBounds& bounds) const {
     std::vector<double> most = bounds.u, x(start_.size());  // B is not negative
     model(most, x);
     std::ranges::transform(x, start_, x.begin(), [](double a, double b) { return std::max(a, b); });

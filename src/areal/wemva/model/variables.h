@@ -9,10 +9,10 @@
 namespace morvane {
 
 /// Bounds of the solver's variables; type 0 none, 2 both.
-struct Bounds {
+struct VariableBounds {
     std::vector<double> l, u;
     std::vector<int> nbd;
-    explicit Bounds(std::size_t n) : l(n), u(n), nbd(n) {}
+    explicit VariableBounds(std::size_t n) : l(n), u(n), nbd(n) {}
 };
 
 /// The map from the solver's variables v to slowness x: x = v, or x = start + B v with B >= 0 and rows that sum to one
@@ -28,16 +28,16 @@ public:
     /// x of v; v is not changed.
     void model(std::span<double> v, std::span<double> x) const;
     /// What a change of x behind the solver's back (the horizon edit) means for v: the same, or nothing with knots.
-    void take_back(std::span<const double> x, std::span<double> v) const;
+    void accept_edit(std::span<const double> x, std::span<double> v) const;
     /// Derivative with respect to v of a function with derivative g with respect to x: g, or B' g.
     void gradient(std::span<double> g, std::span<double> gv) const;
     /// Bounds of v that keep x within `samples` (bounds of x, all of one type): with knots each coefficient gets the
     /// least room of the samples it reaches, which is enough since the rows of B are not negative and sum to one at
     /// most.
-    Bounds bounds(const Bounds& samples) const;
+    VariableBounds bounds(const VariableBounds& samples) const;
     /// The greatest slowness of each sample that v within these bounds can give, and the start model at least, to which
     /// samples above a horizon return.
-    std::vector<double> slowest(const Bounds& bounds) const;
+    std::vector<double> slowest(const VariableBounds& bounds) const;
     /// The largest relative change of a sample when every v moves by -gv: max (B |gv|) / x.
     double largest_change(std::span<const double> gv, std::span<const double> x) const;
 

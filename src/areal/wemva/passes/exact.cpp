@@ -39,8 +39,10 @@ struct Slot {
         clear_samples(image);
     }
     /// The sides of the step that arrives at a level.
-    Side source(View<cf, 1> field, int level) { return {+1, field, ws.slice(level), source_record.slice(level - 1)}; }
-    Side receiver(View<cf, 1> field, int level) {
+    SteppedField source(View<cf, 1> field, int level) {
+        return {+1, field, ws.slice(level), source_record.slice(level - 1)};
+    }
+    SteppedField receiver(View<cf, 1> field, int level) {
         return {-1, field, wr.slice(level), receiver_record.slice(level - 1)};
     }
 };

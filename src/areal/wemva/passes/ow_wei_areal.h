@@ -22,12 +22,12 @@ int owwemva_init(const Parms& par, int ishot);
 /// What the wavefield routines share besides the run parameters.
 struct WaveContext {
     const Parms& par;
-    const LateralFft& fft;       ///< of par.kxm.n samples
-    int nodes;                   ///< threads of the frequency loops
-    View<const float, 1> taper;  ///< (kxm.n) lateral taper
-    View<const float, 3> sref;   ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
-    Frozen frozen = {};          ///< what stays while the model changes
-    bool clear_margins = false;  ///< start each frequency from clear columns; otherwise a thread carries margins over
+    const LateralFft& fft;        ///< of par.kxm.n samples
+    int nodes;                    ///< threads of the frequency loops
+    View<const float, 1> taper;   ///< (kxm.n) lateral taper
+    View<const float, 3> sref;    ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
+    FixedReferences frozen = {};  ///< what stays while the model changes
+    bool clear_margins = false;   ///< start each frequency from clear columns; otherwise a thread carries margins over
     std::vector<Arena>* memory = nullptr;  ///< keeps the threads' work arrays for the next pass; null: none are kept
 };
 

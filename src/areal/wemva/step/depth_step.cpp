@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "src/areal/wemva/step/simd_math.h"
+#include "lib/base/simd_math.h"
 
 namespace morvane {
 
@@ -158,9 +158,6 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     step.phase = phase;
     step.space = space;
     step.dz_w = dz_w;
-    step.trick = par_.trick;
-    step.half_dz = par_.img.z.d * 0.5f;
-    step.dx2 = par_.img.xm.d * par_.img.xm.d;
 }
 
 StepScratch::StepScratch(int nx) : spectrum({nx}), shifted({nx}), field({nx}), stages(nx) {}

@@ -25,12 +25,9 @@ struct DepthStep {
     const MediumLevel* level = nullptr;
     View<const cf, 2> phase;  ///< (nx, nref)
     View<const cf, 2> space;  ///< (nx, nref) weights, thin-lens term and the 1/nx of the transforms
-    bool blends = false;   ///< the weights have derivatives and are the level's: then `space` is without them, and one
-                           ///< column serves all references, what they differ by being in `phase`
-    float trick = 0.0f;    ///< the term added to the finite-difference operator
-    float half_dz = 0.0f;  ///< dz / 2
-    float dx2 = 0.0f;      ///< dx^2
-    float dz_w = 0.0f;     ///< dz w: the thin-lens term's derivative is i sign dz_w
+    bool blends = false;  ///< the weights have derivatives and are the level's: then `space` is without them, and one
+                          ///< column serves all references, what they differ by being in `phase`
+    float dz_w = 0.0f;    ///< dz w: the thin-lens term's derivative is i sign dz_w
     std::span<const FfdStage> stages;
 };
 

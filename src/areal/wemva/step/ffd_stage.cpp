@@ -112,17 +112,17 @@ void solve(const Real* pivot, std::complex<Real> inverse_middle, View<cf, 2> rhs
 
 // A sample of two fields side by side, each as it is or conjugated, so that a pair of opposite signs shares its
 // factors.
-using Both = Float4;
+using FieldPair = Float4;
 
-Both signs(int sign) {
-    return sign > 0 ? Both{1, 1, 1, -1} : Both{1, -1, 1, 1};
+FieldPair signs(int sign) {
+    return sign > 0 ? FieldPair{1, 1, 1, -1} : FieldPair{1, -1, 1, 1};
 }
 
-Both load_both(const cf* a, const cf* b) {
+FieldPair load_both(const cf* a, const cf* b) {
     double pair[2];  // a complex number moves as one element
     std::memcpy(pair, static_cast<const void*>(a), sizeof(double));
     std::memcpy(pair + 1, static_cast<const void*>(b), sizeof(double));
-    Both x;
+    FieldPair x;
     std::memcpy(&x, pair, sizeof x);
     return x;
 }
@@ -130,14 +130,14 @@ Both load_both(const cf* a, const cf* b) {
 /// rhs = q T f of both fields
 void right_side(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs) {
     const std::ptrdiff_t n = q.n[0];
-    const Both turn = signs(sign);
-    constexpr Both alternate{-1, 1, -1, 1};
+    const FieldPair turn = signs(sign);
+    constexpr FieldPair alternate{-1, 1, -1, 1};
     const float* const g = parts(q.p);
-    Both before{}, here = load_both(a, b) * turn;
+    FieldPair before{}, here = load_both(a, b) * turn;
     for (std::ptrdiff_t i = 0; i < n; ++i) {
-        const Both behind = i + 1 < n ? load_both(a + i + 1, b + i + 1) * turn : Both{};
-        const Both t = before - 2.0f * here + behind;
-        const Both r = t * g[2 * i] + __builtin_shufflevector(t, t, 1, 0, 3, 2) * (alternate * g[2 * i + 1]);
+        const FieldPair behind = i + 1 < n ? load_both(a + i + 1, b + i + 1) * turn : FieldPair{};
+        const FieldPair t = before - 2.0f * here + behind;
+        const FieldPair r = t * g[2 * i] + __builtin_shufflevector(t, t, 1, 0, 3, 2) * (alternate * g[2 * i + 1]);
         std::memcpy(static_cast<void*>(rhs + 2 * i), &r, sizeof r);
         before = here;
         here = behind;
@@ -146,11 +146,11 @@ void right_side(View<const cf, 1> q, int sign, const cf* a, const cf* b, cf* rhs
 
 /// out = in + correction, of both fields
 void add_correction(const cf* correction, int sign, std::ptrdiff_t n, const cf* a, const cf* b, cf* a_out, cf* b_out) {
-    const Both turn = signs(sign);
+    const FieldPair turn = signs(sign);
     for (std::ptrdiff_t i = 0; i < n; ++i) {
-        Both e;
+        FieldPair e;
         std::memcpy(&e, static_cast<const void*>(correction + 2 * i), sizeof e);
-        const Both sum = load_both(a + i, b + i) + e * turn;
+        const FieldPair sum = load_both(a + i, b + i) + e * turn;
         a_out[i] = cf(sum[0], sum[1]);
         b_out[i] = cf(sum[2], sum[3]);
     }
@@ -293,6 +293,7 @@ void ffd_solve(const FfdStage& stage, StageScratch& scratch) {
 StageScratch::StageScratch(int nx)
     : correction({2, nx + 1}),
       differences({2 * nx, 4}),
+      solution({nx, 2}),
       eliminated(static_cast<std::size_t>(nx / 2 + 1)),
       eliminated_fine(static_cast<std::size_t>(nx / 2 + 1)) {}
 

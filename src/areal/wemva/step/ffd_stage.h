@@ -73,20 +73,23 @@ struct FfdStage {
     View<const float, 2> pivot;     ///< (4, nx/2) inverse pivots from the left (re, im) and from the right
     View<const double, 2> fine;     ///< the same of a medium that has the stages in double precision
     std::complex<double> middle{};  ///< inverse pivot where the two eliminations meet
-    float alph_w = 0.0f;            ///< alph / w
-    float beta_w2 = 0.0f;           ///< beta / w^2
+    float alpha_share = 0.0f;       ///< alph/w dz/2 / dx^2, for the derivative
+    float beta_share = 0.0f;        ///< beta/w^2 / dx^2
+    float trick = 0.0f;
 };
 
 /// One a thread.
 struct StageScratch {
     Array<cf, 2> correction;                         ///< (2, nx + 1), the last column zero
     Array<float, 2> differences;                     ///< (2 nx, 4), for the derivative
+    Array<cf, 2> solution;                           ///< (nx, 2), for its transpose
     std::vector<Vector<float, 8>> eliminated;        ///< nx/2 + 1
     std::vector<Vector<double, 8>> eliminated_fine;  ///< nx/2 + 1
     explicit StageScratch(int nx);
 };
 
-/// rhs = S^-1 rhs for two fields at once, in the precision of the stage's pivots.
+/// rhs = S^-1 rhs for two fields at once, by elimination from both ends (direct_step.h of the tests has the plain
+/// form), in the precision of the stage's pivots.
 /// @param scratch its `correction` holds the right sides of both fields side by side, and receives the result
 void ffd_solve(const FfdStage& stage, StageScratch& scratch);
 

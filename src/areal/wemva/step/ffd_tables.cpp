@@ -106,7 +106,7 @@ void store_pivots(View<const LevelLanes<double>, 2> pivot, int lane, View<double
 
 template <class Real>
 FfdTables<Real>::FfdTables(const Parms& par, const StageMedium<Real>& medium, int most_levels, Arena& arena)
-    : medium_(medium), trick_(par.trick) {
+    : medium_(medium), trick_(par.trick), half_dz_(par.img.z.d * 0.5f), dx2_(par.img.xm.d * par.img.xm.d) {
     const std::ptrdiff_t nx = par.kxm.n;
     if (medium.empty() || nx == 1) return;
     const FfdStages stages = ifd_coeffts(par.dipop);
@@ -152,8 +152,9 @@ void FfdTables<Real>::prepare_block(float w, int block, int first, int count) {
             else
                 stage.fine = pivot;
             stage.middle = {pivot_lanes_(half, 0)[lane + j], pivot_lanes_(half, 1)[lane + j]};
-            stage.alph_w = alph / w;
-            stage.beta_w2 = beta / w / w;
+            stage.alpha_share = alph / w * half_dz_ / dx2_;
+            stage.beta_share = beta / w / w / dx2_;
+            stage.trick = trick_;
         }
     }
 }

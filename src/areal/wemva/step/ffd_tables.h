@@ -31,7 +31,7 @@ private:
     void prepare_block(float w, int block, int first, int count);
 
     const StageMedium<Real>& medium_;
-    float trick_;
+    float trick_, half_dz_, dx2_;
     int nstage_ = 0;
     int first_ = 0;
     std::array<float, 5> alph_{}, beta_{};

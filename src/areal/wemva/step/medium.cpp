@@ -29,27 +29,38 @@ void prepare_levels(const Parms& par, View<const float, 2> vel, const ReferenceT
 
 }  // namespace
 
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen) {
-    const ReferenceTable* const given = frozen.references;
-    const std::ptrdiff_t nz = vel.n[1];
+Medium prepare_ffd_medium(const Parms& par, View<const float, 2> vel, const FixedReferences& frozen) {
     Medium medium;
-    medium.levels.resize(at(nz));
-    if (par.ffd()) {
-        if (given && ffd_needs_double(par.dipop))
-            prepare_levels(par, vel, given, medium.levels, medium.fine);
+    medium.levels.resize(at(vel.n[1]));
+    if (frozen.references && ffd_needs_double(par.dipop))
+        prepare_levels(par, vel, frozen.references, medium.levels, medium.fine);
+    else
+        prepare_levels(par, vel, frozen.references, medium.levels, medium.stages);
+    return medium;
+}
+
+Medium prepare_pspi_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                           const FixedReferences& frozen) {
+    Medium medium;
+    medium.levels.resize(at(vel.n[1]));
+    for (std::ptrdiff_t iz = 0; iz < vel.n[1]; ++iz) {
+        const std::span<const float> row = vel.slice(iz).flat();
+        const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
+        MediumLevel& level = medium.levels[at(iz)];
+        if (frozen.references)
+            pspi_level_given(row, table, (*frozen.references)[at(iz)], frozen.start.slice(iz).flat(), level);
         else
-            prepare_levels(par, vel, given, medium.levels, medium.stages);
-    } else if (par.pspi()) {
-        for (std::ptrdiff_t iz = 0; iz < nz; ++iz) {
-            const View<const float, 2> table = sref.p ? sref.slice(iz) : View<const float, 2>{};
-            if (given) {
-                pspi_level_given(vel.slice(iz).flat(), table, (*given)[at(iz)], frozen.start.slice(iz).flat(),
-                                 medium.levels[at(iz)]);
-            } else {
-                pspi_level(par, vel.slice(iz).flat(), table, medium.levels[at(iz)]);
-            }
-        }
+            pspi_level(par, row, table, level);
     }
+    return medium;
+}
+
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                      const FixedReferences& frozen) {
+    if (par.ffd()) return prepare_ffd_medium(par, vel, frozen);
+    if (par.pspi()) return prepare_pspi_medium(par, vel, sref, frozen);
+    Medium medium;
+    medium.levels.resize(at(vel.n[1]));
     return medium;
 }
 

@@ -20,7 +20,7 @@ struct Medium {
 using ReferenceTable = std::vector<std::vector<float>>;
 
 /// What is kept while the model of a shot changes, so that its steps depend on slowness smoothly.
-struct Frozen {
+struct FixedReferences {
     const ReferenceTable* references = nullptr;  ///< null: the model chooses its own
     View<const float, 2> start;                  ///< (kxm.n, levels) the slowness by which samples choose among them
 };
@@ -30,7 +30,13 @@ struct Frozen {
 /// @param sref   (nref, 2, levels) region table, or empty
 /// @param frozen if it has references: they are used instead of the model's own, a tie of region bounds goes to the
 ///               slower region, and the samples' derivatives are prepared
-Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref, const Frozen& frozen);
+Medium prepare_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                      const FixedReferences& frozen);
+
+/// The same for one form, whatever extrapolator the run names.
+Medium prepare_ffd_medium(const Parms& par, View<const float, 2> vel, const FixedReferences& frozen);
+Medium prepare_pspi_medium(const Parms& par, View<const float, 2> vel, View<const float, 3> sref,
+                           const FixedReferences& frozen);
 
 /// The reference velocities that a medium uses.
 ReferenceTable references_of(const Medium& medium);

@@ -6,10 +6,7 @@ namespace morvane {
 
 void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel) {
     if (par.rec.w.all[static_cast<std::size_t>(iw)] == 0.0f) return;
-    View<const float, 2> level{vel.p, {vel.n[0], 1}};
-    Parms form = par;  // whatever extrapolator the run names
-    form.extrap = "ffd";
-    const Medium medium = prepare_medium(form, level, {}, {});
+    const Medium medium = prepare_ffd_medium(par, {vel.p, {vel.n[0], 1}}, {});
     Arena arena;
     StepTables tables(par, medium, 1, arena);
     tables.prepare(iw, 0, 1);

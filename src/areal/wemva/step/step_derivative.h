@@ -3,9 +3,8 @@
 ///
 /// With given reference velocities a step is out = Step(in, s), and d out = Step d in + (derivative in s) ds:
 ///   thin lens and phase shift: i sign dz w out, and the change of the blending weights, sample by sample;
-///   a finite-difference stage u = M^-1 conj(M) f, M = I + a T: du = M^-1 (conj(M) df + (conj(a') T f - a' T u) ds).
-/// The transpose runs the factors in reverse order; S of ffd_stage.h is symmetric, so its pivots serve again:
-/// p = conj(S)^-1 x, out = x + T (conj(q) p), gradient Re(conj(p) R) with R = (conj(a') T f - a' T u) / a.
+///   finite-difference stages: ffd_derivative.h.
+/// The transpose runs the factors in reverse order.
 #include "src/areal/wemva/step/depth_step.h"
 
 namespace morvane {
@@ -17,7 +16,7 @@ int record_columns(const Parms& par, const Medium& medium);
 
 /// A field, and what a step through it leaves behind. Fields are taken and left after one taper and before
 /// the next, which is not part of the step.
-struct Side {
+struct SteppedField {
     int sign;            ///< +1 source side, -1 receiver side
     View<cf, 1> field;   ///< (nx) what is stepped: the field, the adjoint field, the change of the field
     View<cf, 1> out;     ///< (nx) the field after the recorded step
@@ -25,17 +24,17 @@ struct Side {
 };
 
 /// As apply_step_pair for sides of opposite sign, from `field` to `out`, keeping the records.
-void apply_step_recorded(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
+void apply_step_recorded(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,
                          StepScratch& scratch);
 
 /// The transpose: the adjoint fields after the step go back to those before it, and the gradient of the step's slowness
 /// row is added.
 /// @param gradient (nx) += Re(conj(adjoint) d out / d s) of both sides
-void apply_step_transposed(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
+void apply_step_transposed(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,
                            View<float, 1> gradient, StepScratch& scratch);
 
 /// The derivative forward: each side's field holds d in and receives d out for a change ds of the slowness row.
-void apply_step_derivative(const DepthStep& step, const LateralFft& fft, Side source, Side receiver,
+void apply_step_derivative(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,
                            View<const float, 1> ds, StepScratch& scratch);
 
 }  // namespace morvane

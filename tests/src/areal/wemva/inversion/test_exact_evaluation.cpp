@@ -323,18 +323,18 @@ TEST(Variables, BoundsOfTheCoefficientsKeepEverySampleWithinItsOwn) {
     const Axis x{30, 10.0f, 0.0f, {}}, z{20, 10.0f, 0.0f, {}};
     const std::vector<double> start(600, 1.0);
     const Variables knots(start, base_spln2d_init(x, z, {7, 50.0f, 0.0f, {}}, {6, 40.0f, -500.0f, {}}, 1));
-    Bounds samples(600);
+    VariableBounds samples(600);
     for (std::size_t i = 0; i < 600; ++i) {
         samples.l[i] = 0.7 + 0.01 * static_cast<double>(i % 13);
         samples.u[i] = 1.1 + 0.02 * static_cast<double>(i % 7);
         samples.nbd[i] = 2;
     }
-    const Bounds bounds = knots.bounds(samples);
+    const VariableBounds bounds = knots.bounds(samples);
     ASSERT_EQ(bounds.nbd, std::vector<int>(42, 2));
     EXPECT_EQ(bounds.l[0], 0.0) << "the first rows of knots lie above the model and reach no sample";
     EXPECT_EQ(bounds.u[0], 0.0);
     const Variables inside(start, base_spln2d_init(x, z, {7, 50.0f, 0.0f, {}}, {6, 40.0f, 0.0f, {}}, 1));
-    const Bounds room = inside.bounds(samples);
+    const VariableBounds room = inside.bounds(samples);
     for (const auto& corner : {room.l, room.u}) {
         std::vector<double> v = corner, model(600);
         inside.model(v, model);

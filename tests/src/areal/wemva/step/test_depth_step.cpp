@@ -7,7 +7,7 @@
 #include "src/areal/wemva/step/ow_taper_areal.h"
 #include "src/areal/wemva/step/owvelo_areal.h"
 #include "src/areal/wemva/step/pspi_level.h"
-#include "src/areal/wemva/step/simd_math.h"
+#include "lib/base/simd_math.h"
 #include "tests/src/areal/wemva/step/direct_step.h"
 #include "tests/src/areal/wemva/step/wave_case.h"
 

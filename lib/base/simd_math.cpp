@@ -1,4 +1,4 @@
-#include "src/areal/wemva/step/simd_math.h"
+#include "lib/base/simd_math.h"
 
 #include <algorithm>
 #include <bit>
