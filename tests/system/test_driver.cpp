@@ -625,6 +625,9 @@ TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
     ASSERT_EQ(survey.run().status, 0);
     const std::string d = survey.dir.text() + "/";
     std::filesystem::create_hard_link(d + "rec.H@", d + "hard");
+    std::string horizon;
+    for (int column = 0; column < 16; ++column) horizon += "0\n";
+    files::write_text(d + "horizon", horizon);
     const std::map<std::string, std::string> before = files_of(survey);
     ASSERT_THAT(before.at("velout.H"), HasSubstr("in="));
     using Arguments = std::map<std::string, std::string>;
@@ -646,6 +649,8 @@ TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
         {{{"grad", d + "./vel.H"}}, 23, "(parameter grad) is the file of header \"" + d + "vel.H\" of tag \"vel\""},
         {{{"nxfilt", "1"}, {"oper-fxdecon.H", d + "rec.H"}}, 23, "(parameter oper-fxdecon.H) is the file of header"},
         {{{"head", d + "log"}}, 23, "log=" + d + "log: this is header"},
+        {{{"horv0", "horizon"}, {"log", d + "horizon"}}, 23, "log=" + d + "horizon: this is horv0=horizon"},
+        {{{"horv0", "horizon"}, {"grad", d + "horizon"}}, 23, "(parameter grad) is horv0=horizon"},
     };
     const Arguments first = survey.arguments;
     for (const auto& row : rows) {

@@ -284,6 +284,8 @@ TEST_F(QasTool, NpyHasTheSlowestAxisFirstAndComesBackWithItsAxes) {
     write_cube("cube.H");
     good("qas npy cube.H cube.npy");
     const std::string array = text("cube.npy");
+    good("qas cat cube.H datapath=stdout | qas npy - piped.npy");
+    EXPECT_EQ(text("piped.npy"), array);
     ASSERT_EQ(array.size(), 128u + 96u);
     EXPECT_THAT(array, HasSubstr("'fortran_order': False, 'shape': (2, 3, 4), }"));
     EXPECT_EQ(array.substr(128), files::bytes_of(ramp(24)));
@@ -427,6 +429,9 @@ TEST_F(QasTool, StreamsThatEndEarlyAreNoticed) {
         EXPECT_EQ(run.status, 23) << command;
         EXPECT_THAT(run.err, HasSubstr("standard input: its data")) << command;
     }
+    files::write_text(dir / "old.npy", "old");
+    EXPECT_EQ(shell(cut + " | qas npy - old.npy").status, 23);
+    EXPECT_EQ(text("old.npy") + text("old.npy.H"), "old");
     EXPECT_EQ(shell(cut + " | qas diff - cube.H").status, 2);
     EXPECT_THAT(shell(cut + " | qas info").out, AllOf(HasSubstr("max=11 "), HasSubstr("too early")));
 }
@@ -461,6 +466,7 @@ TEST_F(QasTool, BadParametersAreRefusedByName) {
         {"npy cube.H cube.H@", "cube.H@ is a file of the input"},
         {"npy cube.H x.npy side=x.npy", "side=x.npy is the .npy file itself"},
         {"npy cube.H x.npy side=cube.H", "cube.H is a file of the input"},
+        {"npy cube.H new.npy side=./new.npy", "./new.npy: this is new.npy"},
         {"info cube.H --all", "unknown flag --all"},
     };
     const std::string header = text("cube.H"), data = text("cube.H@");

@@ -79,17 +79,24 @@ NpyHeader header_of(const Dataset& set) {
     return header;
 }
 
+/// A file that is written beside what it replaces, so that a command which fails leaves that alone.
+qas::PlainOutput new_file(qas::Session& session, const std::string& name) {
+    return session.claim_output({name, name, "give it another name", true});
+}
+
 /// The history of the input with a block of this program behind it, which points at no data.
-void write_side_header(qas::Session& session, const Words& words, const std::string& side, const std::string& npy) {
-    {
-        const File file = open_file(side, "wb");
-        write_bytes(file.get(), side, session.history("in"));
-        finish(file.get(), side);
-    }
-    qas::Session of_side(std::vector<std::string>{words.program, session_words(words, {{"side", side}}).back()});
+std::string side_text(qas::Session& session, const Words& words, const std::string& npy) {
+    const File scratch(std::tmpfile());
+    if (!scratch) qaserr("a scratch file cannot be made: %s\n", std::strerror(errno));
+    const std::string name = "/proc/self/fd/" + std::to_string(::fileno(scratch.get()));
+    qas::Session of_side(std::vector<std::string>{words.program, "side=" + name, "side.out=-1"});
     of_side.auxinout("side");
     if (!npy.empty()) of_side.to_history("npy", npy, "side");
     of_side.to_history("in", std::string("-1"), "side");
+    std::string block(static_cast<std::size_t>(qas::fsize(::fileno(scratch.get()))), '\0');
+    if (std::fread(block.data(), 1, block.size(), scratch.get()) != block.size())
+        qaserr("%s cannot be read: %s\n", name.c_str(), std::strerror(errno));
+    return session.history("in") + block;
 }
 
 /// Elements of a .npy file as this machine's samples: byte order set right, double precision narrowed.
@@ -200,13 +207,25 @@ int run_npy(Words words) {
                                              qas::file_identity(output) == qas::file_identity(side))))
         qaserr("side=%s is the .npy file itself\n", side.c_str());
 
-    const std::string shown = output.empty() ? "the standard output" : output;
-    const File file = output.empty() ? File(stdout) : open_file(output, "wb");
+    qas::PlainOutput array = output.empty() ? qas::PlainOutput() : new_file(session, output);
+    qas::PlainOutput beside = side.empty() ? qas::PlainOutput() : new_file(session, side);
+    if (!side.empty()) beside.write(side_text(session, words, output));
     // Before the array: a reader at the other end of a pipe looks for it as soon as that begins.
-    if (!side.empty()) write_side_header(session, words, side, output);
-    write_bytes(file.get(), shown, npy_header_bytes(header_of(set)));
-    pass_on(session, set, set.bytes(), [&](std::span<char> block) { write_bytes(file.get(), shown, block); });
-    finish(file.get(), shown);
+    const bool streamed = output.empty() || qas::is_special_file(output);
+    if (!side.empty() && streamed) beside.finish();
+    const auto write = [&](std::span<const char> bytes) {
+        if (output.empty())
+            write_bytes(stdout, "the standard output", bytes);
+        else
+            array.write(std::string_view(bytes.data(), bytes.size()));
+    };
+    write(npy_header_bytes(header_of(set)));
+    pass_on(session, set, set.bytes(), write);
+    if (output.empty())
+        finish(stdout, "the standard output");
+    else
+        array.finish();
+    if (!side.empty() && !streamed) beside.finish();
     return 0;
 }
 

@@ -131,6 +131,9 @@ void open_outsok(Layer& layer, streaminf& stream) {
 }
 
 void name_data_by_path(Layer& layer, streaminf& stream, const std::string& name, bool unique) {
+    if (name.find(';') != std::string::npos)
+        qaserr("output %s: a \";\" in its name would part the names of data files: give it another name\n",
+               header_place(stream).c_str());
     const DataPath path = datapath(layer);
     stream.datapath_source = "data path \"" + path.prefix + "\" is from " + path.source;
     stream.in_default_path = path.by_default;

@@ -23,9 +23,10 @@ namespace morvane {
 
 namespace {
 
-/// From here to begin_outputs, what earlier runs left stays.
+/// From here to begin_outputs, what earlier runs left stays; and no output is the file of the horizon.
 qas::Session& hold(qas::Session& session) {
     session.hold_outputs();
+    if (const auto horizon = session.getch<std::string>("horv0")) session.claim_input({*horizon, "horv0=" + *horizon});
     return session;
 }
 

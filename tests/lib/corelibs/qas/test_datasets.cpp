@@ -356,6 +356,7 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
         {{"nfiles=0"}, "parameter nfiles=0: must be 1"},
         {{"filesize=0"}, "parameter filesize: 0 megabytes"},
         {{"dirsize=5,-1"}, "parameter dirsize: -1 megabytes"},
+        {{"g=a;b"}, "output header \"a;b\" of tag \"g\" (parameter g): a \";\" in its name would part"},
         {{"g.out=a\nb"},
          "the name of the data file of header \"g\" of tag \"g\" (parameter g): character 3 of it is a control"
          " character (number 10), which a history cannot hold\n"},
