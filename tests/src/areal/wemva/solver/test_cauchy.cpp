@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 #include <random>
 
 #include "src/areal/wemva/solver/cauchy.h"
-#include "src/areal/wemva/solver/subspace.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 #include "tests/src/areal/wemva/solver/dense_model.h"
 #include "tests/src/areal/wemva/solver/output.h"
@@ -13,61 +11,6 @@
 using namespace morvane;
 
 using solver::Where;
-
-TEST(Hpsolb, DeliversTimesInIncreasingOrderWithTheirVariables) {
-    std::mt19937 random(3);
-    for (const int n : {1, 2, 3, 4, 7, 8, 31, 100}) {
-        Vector t(static_cast<std::size_t>(n) + 1, -1);  // one more, to be left alone
-        std::vector<int> iorder(t.size());
-        for (int i = 0; i < n; ++i) t[static_cast<std::size_t>(i)] = static_cast<double>(random() % 20);  // with ties
-        std::iota(iorder.begin(), iorder.end(), 0);
-        const Vector given = t;
-        Vector sorted(given.begin(), given.end() - 1);
-        std::sort(sorted.begin(), sorted.end());
-        std::vector<int> seen;
-        for (int left = n, call = 0; left > 0; --left, ++call) {
-            solver::hpsolb(left, t.data(), iorder.data(), call);
-            const auto last = static_cast<std::size_t>(left - 1);
-            EXPECT_EQ(t[last], sorted[static_cast<std::size_t>(call)]);
-            EXPECT_EQ(given[static_cast<std::size_t>(iorder[last])], t[last]);
-            seen.push_back(iorder[last]);
-        }
-        std::sort(seen.begin(), seen.end());
-        for (int i = 0; i < n; ++i) EXPECT_EQ(seen[static_cast<std::size_t>(i)], i);
-        EXPECT_EQ(t.back(), -1);
-    }
-}
-
-TEST(Freev, ListsOfVariablesThatChangedSides) {
-    std::vector<int> index(6, 0), indx2(6, 0);
-    solver::FreeSet set{index, indx2, 0, -1, -1};
-    auto& [list, changes, nfree, nenter, ileave] = set;
-    const auto freev = [&](std::vector<int> iwhere, bool updatd, bool cnstnd, int iter) {
-        return solver::freev(set, iwhere, updatd, cnstnd, -1, iter);
-    };
-    // The first iteration has nothing to compare with; active variables stand at the end in decreasing order.
-    EXPECT_FALSE(freev({0, 1, -1, 2, -3, 3}, false, true, 0));
-    EXPECT_EQ(nfree, 3);
-    EXPECT_EQ(index, (std::vector<int>{1, 3, 5, 6, 4, 2}));
-    EXPECT_EQ(nenter, 0);
-    EXPECT_EQ(ileave, 7);
-    EXPECT_TRUE(freev({0, 1, -1, 2, -3, 3}, true, true, 1));    // a new pair
-    EXPECT_FALSE(freev({-3, 2, -1, 1, 0, 3}, false, true, 2));  // other bounds, the same sets
-    EXPECT_EQ(nenter, 0);
-    EXPECT_EQ(ileave, 7);
-    // 1 and 5 leave, 4 and 2 enter.
-    EXPECT_TRUE(freev({1, 0, -1, 0, 2, 3}, false, true, 3));
-    EXPECT_EQ(nenter, 2);
-    EXPECT_EQ(ileave, 5);
-    EXPECT_EQ(std::vector<int>(indx2.begin(), indx2.begin() + 2), (std::vector<int>{4, 2}));
-    EXPECT_EQ(std::vector<int>(indx2.begin() + 4, indx2.end()), (std::vector<int>{5, 1}));
-    EXPECT_EQ(index, (std::vector<int>{2, 3, 4, 6, 5, 1}));
-    // Without bounds nothing is listed.
-    EXPECT_FALSE(freev({-1, -1, -1, -1, -1, -1}, false, false, 4));
-    EXPECT_EQ(nenter, 0);
-    EXPECT_EQ(nfree, 6);
-    EXPECT_EQ(index, (std::vector<int>{1, 2, 3, 4, 5, 6}));
-}
 
 TEST(Bounds, StartPointIsProjectedAndCounted) {
     struct Row {

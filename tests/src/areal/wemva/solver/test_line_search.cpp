@@ -131,15 +131,6 @@ TEST(Dcsrch, ArgumentsAreCheckedAndTheLastFaultIsReported) {
     }
 }
 
-TEST(Dcsrch, StateAfterTheStart) {
-    Search1d s = search(2, 0, 10);
-    s.call(7, -3);
-    EXPECT_EQ(s.isave, (std::array<int, 2>{0, 1}));
-    //                                        ginit gtest gx gy finit fx fy stx sty stmin stmax width width1
-    EXPECT_EQ(s.dsave, (std::array<double, 13>{-3, 1e-3 * -3, -3, -3, 7, 7, 7, 0, 0, 0, 10, 10, 20}));
-    EXPECT_EQ(s.stp, 2);
-}
-
 TEST(Dcsrch, TextsThatEndASearch) {
     struct Row {
         const char* what;

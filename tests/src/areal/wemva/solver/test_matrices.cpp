@@ -12,70 +12,6 @@
 
 using namespace morvane;
 
-TEST(Dense, CholeskyFactorAndItsFailures) {
-    // R = [2 1 3; 0 4 5; 0 0 6], column after column with a leading dimension of 4; the rest must not be touched.
-    const Vector a{4, -7, -7, -7, 2, 17, -7, -7, 6, 23, 70, -7};
-    Vector r(a);
-    EXPECT_EQ(solver::dpofa(r.data(), 4, 3), 0);
-    EXPECT_EQ(r, (Vector{2, -7, -7, -7, 1, 4, -7, -7, 3, 5, 6, -7}));
-    for (int k = 0; k < 3; ++k) {
-        r = a;
-        r[static_cast<std::size_t>(5 * k)] = k == 0 ? 0 : k == 1 ? 1 : 34;  // the last pivot exactly zero
-        EXPECT_EQ(solver::dpofa(r.data(), 4, 3), k + 1);
-    }
-    r = a;
-    r[5] = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_EQ(solver::dpofa(r.data(), 4, 3), 2);
-}
-
-TEST(Dense, TriangularSystemsOfAllFourKinds) {
-    // Both triangles of one array, upper [2 1 3; . 4 5; . . 6] and lower [2 . .; 7 4 .; 8 9 6].
-    const Vector t{2, 7, 8, -1, 1, 4, 9, -1, 3, 5, 6, -1};
-    struct Row {
-        int job;
-        Vector b;  // for x = 1 2 3
-    };
-    for (const Row& row : {Row{1, {13, 23, 18}}, Row{11, {2, 9, 31}}, Row{0, {2, 15, 44}}, Row{10, {40, 35, 18}}}) {
-        Vector b = row.b;
-        EXPECT_EQ(solver::dtrsl(t.data(), 4, 3, b.data(), row.job), 0);
-        EXPECT_EQ(b, (Vector{1, 2, 3})) << row.job;
-        Vector singular = t;
-        singular[5] = 0;
-        b = row.b;
-        EXPECT_EQ(solver::dtrsl(singular.data(), 4, 3, b.data(), row.job), 2);
-        EXPECT_EQ(b, row.b);
-    }
-}
-
-TEST(Pairs, StoreAndProductsKeepTheirAgeOrder) {
-    for (const int m : {1, 2, 4}) {
-        PairStore store(6, m, 7);
-        std::vector<std::pair<Vector, Vector>> all;
-        for (int count = 1; count <= 3 * m + 1; ++count) {
-            SCOPED_TRACE("m = " + std::to_string(m) + ", pair " + std::to_string(count));
-            store.add(1);
-            const solver::Pairs& p = store.pairs;
-            all.emplace_back(Vector(&p.ws(0, p.itail - 1), &p.ws(0, p.itail - 1) + 6),
-                             Vector(&p.wy(0, p.itail - 1), &p.wy(0, p.itail - 1) + 6));
-            ASSERT_EQ(p.col, std::min(count, m));
-            EXPECT_EQ(p.itail, (count - 1) % m + 1);
-            EXPECT_EQ(p.head, count <= m ? 1 : count % m + 1);
-            for (int i = 0; i < p.col; ++i) {
-                const auto& [si, yi] = all[all.size() - static_cast<std::size_t>(p.col - i)];
-                EXPECT_EQ(Vector(p.s(i), p.s(i) + 6), si);
-                EXPECT_EQ(Vector(p.y(i), p.y(i) + 6), yi);
-                for (int j = 0; j <= i; ++j) {
-                    EXPECT_NEAR(p.sy(i, j), solver::ddot(6, p.s(i), p.y(j)), 1e-14);
-                    EXPECT_NEAR(p.ss(j, i), solver::ddot(6, p.s(i), p.s(j)), 1e-14);
-                }
-            }
-            const double* s = p.s(p.col - 1);
-            const double* y = p.y(p.col - 1);
-            EXPECT_NEAR(p.theta, solver::ddot(6, y, y) / solver::ddot(6, s, y), 1e-12);
-        }
-    }
-}
-
 TEST(Pairs, TheSquaredStepComesFromTheUnscaledDirection) {
     PairStore store(2, 2, 1);
     const Vector d{1.5, 2}, y{3, 4};  // direction 3, 4 scaled by 0.5
@@ -87,34 +23,6 @@ TEST(Pairs, TheSquaredStepComesFromTheUnscaledDirection) {
     // At the full step it is the caller's number, whatever d says.
     solver::matupd(store.pairs, d, y, 25, 12.5, 1, 77);
     EXPECT_EQ(store.pairs.ss(0, 0), 77);
-}
-
-TEST(Pairs, FactorAndProductAgreeWithTheDenseMatrices) {
-    for (const int m : {1, 2, 4}) {
-        PairStore store(6, m, 17);
-        for (int count = 1; count <= 2 * m + 1; ++count) {
-            store.add(1);
-            const solver::Pairs& p = store.pairs;
-            const auto col = static_cast<std::size_t>(p.col);
-            // [-D L'; L theta S'S], whose inverse is M.
-            Matrix inverse = zeros(2 * col);
-            for (int i = 0; i < p.col; ++i) {
-                const auto a = static_cast<std::size_t>(i);
-                for (int j = 0; j < p.col; ++j) {
-                    const auto b = static_cast<std::size_t>(j);
-                    const double sy = solver::ddot(6, p.s(i), p.y(j));
-                    if (i == j) inverse[a][b] = -sy;
-                    if (i > j) inverse[col + a][b] = inverse[b][col + a] = sy;
-                    inverse[col + a][col + b] = p.theta * solver::ddot(6, p.s(i), p.s(j));
-                }
-            }
-            Vector v(2 * col), got(2 * col);
-            for (double& value : v) value = store.uniform() - 0.5;
-            ASSERT_EQ(solver::bmv(p, v.data(), got.data()), 0);
-            const Vector expected = solve(inverse, v);
-            for (std::size_t i = 0; i < v.size(); ++i) EXPECT_NEAR(got[i], expected[i], 1e-9);
-        }
-    }
 }
 
 TEST(Pairs, ASingularFactorIsReported) {
@@ -176,11 +84,6 @@ struct Subspace {
     void choose(double share_free) {
         for (int& where : iwhere) where = store.uniform() < share_free ? 0 : 1;
     }
-    std::vector<bool> is_free() const {
-        std::vector<bool> flags;
-        for (const int where : iwhere) flags.push_back(where <= 0);
-        return flags;
-    }
     /// @return info of formk
     int step(bool updatd) {
         if (updatd) store.add(1);
@@ -190,44 +93,6 @@ struct Subspace {
 };
 
 }  // namespace
-
-TEST(Formk, FollowsPairsAndSetsThatChange) {
-    for (const int m : {1, 3, 5}) {
-        Subspace subspace(14, m, 23);
-        for (int k = 0; k < 40; ++k) {
-            SCOPED_TRACE("m = " + std::to_string(m) + ", step " + std::to_string(k));
-            if (k % 3 != 1) subspace.choose(k % 7 == 5 ? 1.0 : 0.6);  // also unchanged sets, also all free
-            ASSERT_EQ(subspace.step(k % 4 != 3), 0);                  // also without a new pair
-            expect_wn1(subspace.store.pairs, subspace.is_free(), subspace.wn1, 1e-13);
-
-            // wn holds R with R' E R = K, E = diag(-I, I).
-            const solver::Pairs& p = subspace.store.pairs;
-            const int col = p.col;
-            const std::vector<bool> is_free = subspace.is_free();
-            for (int i = 0; i < 2 * col; ++i) {
-                for (int j = i; j < 2 * col; ++j) {
-                    double product = 0;
-                    for (int e = 0; e <= i; ++e) {
-                        product += (e < col ? -1 : 1) * subspace.wn(e, i) * subspace.wn(e, j);
-                    }
-                    const int a = i % col;
-                    const int b = j % col;
-                    double K = 0;
-                    if (j < col) {
-                        K = -masked(14, p.y(a), p.y(b), is_free, true) / p.theta -
-                            (a == b ? solver::ddot(14, p.s(a), p.y(b)) : 0);
-                    } else if (i >= col) {
-                        K = p.theta * masked(14, p.s(a), p.s(b), is_free, false);
-                    } else {  // L_a' - R_z'
-                        K = b > a ? masked(14, p.s(b), p.y(a), is_free, false)
-                                  : -masked(14, p.s(b), p.y(a), is_free, true);
-                    }
-                    EXPECT_NEAR(product, K, 1e-10) << i << ' ' << j;
-                }
-            }
-        }
-    }
-}
 
 // The step of the subspace against -(Z'BZ)^-1 Z'(B (z - x) + g) with B from the update formula.
 TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {

@@ -53,30 +53,6 @@ TEST(Text60, IsAFieldPaddedWithBlanks) {
     EXPECT_EQ(solver::Text60().text(), "");
 }
 
-TEST_F(Protocol, TextsComeInTheirOrder) {
-    const Problem& problem = named("Rosenbrock");
-    Caller caller = problem.caller(4);
-    caller.pgtol = 1e-7;
-    std::string story;
-    for (;;) {
-        caller.call();
-        if (caller.task.starts_with("FG")) {
-            caller.f = problem.objective(caller.x, caller.g);
-            story += caller.text() == "FG_START" ? 'S' : caller.text() == "FG_LNSRCH" ? 'L' : '?';
-        } else if (caller.task.starts_with("NEW_X")) {
-            story += caller.text() == "NEW_X" ? 'N' : '?';
-        } else {
-            break;
-        }
-    }
-    EXPECT_EQ(caller.text(), "CONVERGENCE: NORM OF PROJECTED GRADIENT <= PGTOL");
-    // One start, then trial points and an iterate, again and again.
-    EXPECT_TRUE(story.starts_with("SL") && story.ends_with("LN")) << story;
-    EXPECT_EQ(story.find_first_not_of("LN", 1), std::string::npos) << story;
-    EXPECT_EQ(story.find("NN"), std::string::npos) << story;
-    EXPECT_FALSE(std::filesystem::exists("iterate.dat"));
-}
-
 TEST_F(Protocol, PartitionAndStateAfterTheStart) {
     Caller caller(3, Vector{1, 2, 3, 4, 5, 6, 7}, Vector(7, 3), Vector(7, 5), {0, 1, 2, 3, 2, 3, 1});
     caller.u[4] = caller.l[4];
