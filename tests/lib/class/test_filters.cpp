@@ -11,6 +11,7 @@
 #include "lib/class/helix/polydiv.h"
 #include "lib/class/interp_new.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -18,16 +19,6 @@ namespace {
 
 using testing::FloatNear;
 using testing::Pointwise;
-
-template <class F>
-std::string message(F&& run) {
-    try {
-        run();
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "";
-}
 
 FilterChoice steering(int lags, bool triangle) {
     return {0.0f, 0.999f, 0, lags, 1.25f, triangle};
@@ -79,7 +70,7 @@ TEST(Filters, RefusesBadChoicesInOrder) {
              Case{"must have even number of coefficients laplacian lags\n", {0.1f, 0.5f, 5, 2, 1, false}},
              Case{"", {0.1f, 0.5f, 4, 2, 1, false}},
          })
-        EXPECT_EQ(message([&] { init_filters(c.choice); }), c.text);
+        EXPECT_EQ(refusal([&] { init_filters(c.choice); }), c.text);
 }
 
 TEST(LgInt, WeightsAtAndBetweenNodes) {
@@ -137,7 +128,7 @@ TEST(BuildSteering, RefusesAnglesAndArrays) {
     const auto at = [&](float angle, std::size_t nlags, std::size_t ncoef, float half_width) {
         FilterChoice choice = steering(3, true);
         choice.half_width = half_width;
-        return message(
+        return refusal(
             [&] { build_steering(choice, 1, 100, angle, std::span(lags).first(nlags), std::span(coef).first(ncoef)); });
     };
     EXPECT_EQ(at(90.5f, 3, 3, 1), "angle must be less than 90\n");
@@ -202,12 +193,12 @@ TEST(NewSteering, LaplacianStandsInFront) {
 
 TEST(NewSteering, RefusesSizesThatDoNotFit) {
     const std::vector<float> angle(20);
-    EXPECT_EQ(message([&] { new_steering(steering(2, false), {7, 3}, {2, 1}, angle); }), "invalid filterJ parameter\n");
-    EXPECT_EQ(message([&] {
+    EXPECT_EQ(refusal([&] { new_steering(steering(2, false), {7, 3}, {2, 1}, angle); }), "invalid filterJ parameter\n");
+    EXPECT_EQ(refusal([&] {
                   new_steering(steering(2, false), {7, 3}, {1, 1}, {});
               }),
               "must supply angle array when constructing steering filters\n");
-    EXPECT_EQ(message([&] {
+    EXPECT_EQ(refusal([&] {
                   new_steering(steering(2, false), {7, 3}, {1, 1}, angle);
               }),
               "size(angle) must be the same size as number of filters\n");

@@ -15,6 +15,7 @@
 #include "lib/class/ow_steer_parms.h"
 #include "tests/dataset_files.h"
 #include "tests/dot_test.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -93,12 +94,7 @@ Result filtered(qas::Session& session, DipRun& run, int frame, const std::vector
 
 std::string message(DipRun& run, const std::vector<std::string>& words, const std::function<void(qas::Session&)>& act) {
     const auto session = run.session(words);
-    try {
-        act(*session);
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "";
+    return refusal([&] { act(*session); });
 }
 
 std::string filter_message(DipRun& run, const std::vector<std::string>& words,
@@ -295,7 +291,7 @@ TEST(OwsteerParms, RefusesFiltersAndDips) {
     const auto check = [&](const std::vector<std::string>& words) {
         return message(run, words, [&](qas::Session& s) { owsteer_check(s, run.z, run.xm, 2); });
     };
-    EXPECT_EQ(check(usual), "");
+    EXPECT_EQ(check(usual), "accepted");
     EXPECT_THAT(check({"dipfile=" + (run.dir / "nosuch")}), HasSubstr("dipfile"));
     struct Case {
         std::vector<std::string> words;

@@ -6,6 +6,7 @@
 #include "lib/class/helix/polydiv.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "tests/dot_test.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -81,14 +82,7 @@ TEST(Helicon, AnOutputMarkedAsEdgeTakesNothingFromOthers) {
 TEST(Polydiv, RefusesFiltersThatDoNotFit) {
     Filter aa = stationary_filter(12, {1, 2});
     EXPECT_NO_THROW(polydiv_init(aa));
-    const auto text = [](const Filter& filter) -> std::string {
-        try {
-            polydiv_init(filter);
-        } catch (const qas::Fatal& error) {
-            return error.what();
-        }
-        return "";
-    };
+    const auto text = [](const Filter& filter) { return refusal([&] { polydiv_init(filter); }); };
     Filter other = aa;
     other.datadims = {13};
     EXPECT_EQ(text(other), "polydiv_init: number of coffients .ne. ndata/filterJ\n");

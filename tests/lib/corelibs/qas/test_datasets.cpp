@@ -59,7 +59,7 @@ TEST_F(Datasets, AnOutputByteForByteAndReadBack) {
     EXPECT_EQ(t->from_aux<int>("vel", "n1"), 4);
     EXPECT_EQ(t->from_aux<int>("vel", "n4"), 3);
     EXPECT_EQ(t->from_aux<float>("vel", "d2", 7.0f), 7.0f);
-    EXPECT_THAT(fatal([&] { t->from_aux<int>("vel", "n2"); }),
+    EXPECT_THAT(refusal([&] { t->from_aux<int>("vel", "n2"); }),
                 StartsWith("missing history value: n2 from file: vel\n"));
     EXPECT_EQ(read(*t, "vel", 2), Samples({1.0f, -2.5f}));
     EXPECT_EQ(read(*t, "vel", 2), Samples({1e-20f, 0.0f}));
@@ -143,7 +143,7 @@ TEST_F(Datasets, ANamelessOutputGetsAUniqueDataName) {
     const std::string unique = errors().substr(errors().find("./prog@"), 13);
     EXPECT_THAT(unique, MatchesRegex("./prog@......"));
     write_text(unique, "precious");  // somebody takes the name before it is used
-    EXPECT_THAT(fatal([&] { write(*s, "out", {1}); }), HasSubstr("File exists"));
+    EXPECT_THAT(refusal([&] { write(*s, "out", {1}); }), HasSubstr("File exists"));
     EXPECT_EQ(read_text(unique), "precious");
     std::rewind(err_);
     session({"head=stderr", "datapath=/no/such/folder/"})->to_history("n1", 1);  // asked for nowhere: no reason to end
@@ -227,7 +227,7 @@ TEST_F(Datasets, FormatsOfOutputs) {
     write(*s, "a", {1});
     EXPECT_EQ(read_text("a@"), std::string("\x00\x00\x80\x3f", 4));
     EXPECT_THAT(read_text("a"), HasSubstr("data_format=\"native_float\"\n"));
-    EXPECT_EQ(fatal([&] { s->set_format("a", "ascii"); }), "set_format( a , ascii ): unknown format ");
+    EXPECT_EQ(refusal([&] { s->set_format("a", "ascii"); }), "set_format( a , ascii ): unknown format ");
     set_input("data_format=native_float\n");
     set_output_file("o.H");
     auto t = session({"datapath=./"});
@@ -253,7 +253,7 @@ TEST_F(Datasets, NothingMovesForACountOfZero) {
     EXPECT_EQ(s->srite("never", nullptr, 0), 0);
     EXPECT_EQ(s->sreed("never", nullptr, 0), 0);
     EXPECT_FALSE(std::filesystem::exists("never"));
-    EXPECT_EQ(fatal([&] { s->sseek("never", 0, 0); }), "Unknown tag \"never\" \n");
+    EXPECT_EQ(refusal([&] { s->sseek("never", 0, 0); }), "Unknown tag \"never\" \n");
 }
 
 TEST_F(Datasets, SwapWordsAtAnyAlignmentAndInPlace) {
@@ -293,21 +293,21 @@ TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
     };
     for (const auto& [header, message] : rows) {
         write_text("x.H", header + "\n");
-        EXPECT_THAT(fatal([&] { read(*session(), "x.H", 1); }), Says(message)) << header;
+        EXPECT_THAT(refusal([&] { read(*session(), "x.H", 1); }), Says(message)) << header;
     }
     EXPECT_THAT(errors(), HasSubstr("unable to obtain input file \"/no/data\" for tag \"x.H\"\n"));
     write_text("x.H", "n1=4 in=fifo\n");
     auto s = session({"vel=missing.H", "in=/dev/zero"});
     s->auxinout("x.H");
-    EXPECT_THAT(fatal([&] { write(*s, "x.H", {1}); }), HasSubstr("not a regular file"));
-    EXPECT_THAT(fatal([&] { s->sseek("x.H", 0, 0); }), StartsWith("sseek(): invalid tag x.H\n"));
+    EXPECT_THAT(refusal([&] { write(*s, "x.H", {1}); }), HasSubstr("not a regular file"));
+    EXPECT_THAT(refusal([&] { s->sseek("x.H", 0, 0); }), StartsWith("sseek(): invalid tag x.H\n"));
     EXPECT_EQ(read(*s, "in", 1), Samples({0}));  // the user may
-    EXPECT_EQ(fatal([&] { s->from_aux<int>("vel", "n1"); }),
+    EXPECT_EQ(refusal([&] { s->from_aux<int>("vel", "n1"); }),
               "Attempt to get parameter n1 from tag vel which is not a valid description file \n"
               "  header \"missing.H\" of tag \"vel\" (parameter vel): No such file or directory\n");
-    EXPECT_THAT(fatal([&] { read(*s, "vel", 1); }), StartsWith("sreed(): invalid input tag vel\n"));
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("folder", "n1"); }), HasSubstr("Is a directory"));
-    EXPECT_THAT(fatal([&] { s->from_aux<int>(std::string(300, 'x'), "n1"); }), StartsWith("Bad header name 'xxx"));
+    EXPECT_THAT(refusal([&] { read(*s, "vel", 1); }), StartsWith("sreed(): invalid input tag vel\n"));
+    EXPECT_THAT(refusal([&] { s->from_aux<int>("folder", "n1"); }), HasSubstr("Is a directory"));
+    EXPECT_THAT(refusal([&] { s->from_aux<int>(std::string(300, 'x'), "n1"); }), StartsWith("Bad header name 'xxx"));
 }
 
 TEST_F(Datasets, AxesAreChecked) {
@@ -320,13 +320,13 @@ TEST_F(Datasets, AxesAreChecked) {
     EXPECT_EQ(axis.o, -1.0f);
     const char* const texts[] = {"header \"v.H\" of tag \"vel\" (parameter vel): n2=0 must be 1 to ", "n3=-4 must be",
                                  "d4=nan must be", "n5=2147483647 must be", "missing history value: n6 from file: vel"};
-    for (int k = 2; k <= 6; ++k) EXPECT_THAT(fatal([&] { s->from_aux_axis("vel", k); }), HasSubstr(texts[k - 2]));
+    for (int k = 2; k <= 6; ++k) EXPECT_THAT(refusal([&] { s->from_aux_axis("vel", k); }), HasSubstr(texts[k - 2]));
     s->check_data_size("vel", 12, "n1");
     s->check_data_size("vel", 4000, "n1");  // a short file is a warning when it is read
     for (const auto& row : {std::pair{std::int64_t{1} << 30, "n1*n3 asks for 1073741824 bytes, its data are 12 bytes"},
                             {std::int64_t{1} << 60, "this machine has"},
                             {std::int64_t{-4}, "asks for -4 bytes"}})
-        EXPECT_THAT(fatal([&] { s->check_data_size("vel", row.first, "n1*n3"); }), HasSubstr(row.second));
+        EXPECT_THAT(refusal([&] { s->check_data_size("vel", row.first, "n1*n3"); }), HasSubstr(row.second));
 }
 
 TEST_F(Datasets, OutputsThatCannotBeWritten) {
@@ -366,7 +366,7 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
          " with its quotes, of which a history can hold 8191\n"},
     };
     for (const auto& row : rows) {
-        EXPECT_THAT(fatal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
+        EXPECT_THAT(refusal([&] { write(*session(row.words), "g", {1}); }), Says(row.message));
         EXPECT_THAT(errors(), EndsWith(row.note));
     }
     for (const auto& row :
@@ -374,18 +374,18 @@ TEST_F(Datasets, OutputsThatCannotBeWritten) {
           {"head=/no/h", "tag \"out\" (parameter head): No such file"},
           {"place", "tag \"place\" (the tag's own name; place=FILE gives another): Is a directory"}}) {
         const char* const tag = std::string(row.first) == "place" ? "place" : "out";
-        EXPECT_THAT(fatal([&] { session({row.first})->to_history("n1", 1, tag); }), HasSubstr(row.second));
+        EXPECT_THAT(refusal([&] { session({row.first})->to_history("n1", 1, tag); }), HasSubstr(row.second));
     }
-    EXPECT_THAT(fatal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
+    EXPECT_THAT(refusal([&] { session({"data_format=odd"})->to_history("n1", 1); }),
                 StartsWith("unknown data format: odd \n "));
     EXPECT_THAT(
-        fatal([&] { session({"stdout=x"})->to_history("title", std::string("a\4b")); }),
+        refusal([&] { session({"stdout=x"})->to_history("title", std::string("a\4b")); }),
         HasSubstr("(parameter stdout): the value of title: character 2 of it is a control character (number 4)"));
-    EXPECT_THAT(fatal([&] { session({"stdout=x"})->from_param("sufx", std::string(8190, 's')); }),
+    EXPECT_THAT(refusal([&] { session({"stdout=x"})->from_param("sufx", std::string(8190, 's')); }),
                 HasSubstr("the value of sufx: 8192 characters"));
     set_input("n1=1\n");
     auto s = session({"stdout=/dev/full", "out=x"});
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
+    EXPECT_THAT(refusal([&] { s->to_history("n1", 1); }), StartsWith("I/O error writing output history\n"));
     EXPECT_THAT(errors(), EndsWith("qasstr_copyh(): No space left on device\n"));
 }
 
@@ -450,7 +450,7 @@ TEST_F(Datasets, OutputsMayNotOverwriteDatasetsInUse) {
         words.insert(words.end(), row.words.begin(), row.words.end());
         auto s = session(words);
         s->from_aux<int>("vel", "n1");
-        EXPECT_THAT(fatal([&] { row.call(*s); }), HasSubstr(row.part));
+        EXPECT_THAT(refusal([&] { row.call(*s); }), HasSubstr(row.part));
         EXPECT_EQ(read_text("m.H@") + read_text("p.H@") + read_text("p.H@1"), xdr<float>({5}) + "12345678");
         EXPECT_THAT(read_text("m.H"), StartsWith("n1=1 \n"));
         for (const char* name : {"x.H", "sub/m.H", "sub/p.H"}) EXPECT_FALSE(std::filesystem::exists(name)) << name;
@@ -478,7 +478,7 @@ TEST_F(Datasets, ClosingHeaders) {
     write(*s, "g", {1});
     s->auxclose("g");
     EXPECT_EQ(read_text("g@").size(), 4U);
-    EXPECT_EQ(fatal([&] { s->sseek("g", 0, 0); }), "Unknown tag \"g\" \n");
+    EXPECT_EQ(refusal([&] { s->sseek("g", 0, 0); }), "Unknown tag \"g\" \n");
     EXPECT_EQ(s->from_aux<int>("g", "n1"), 1);  // now an input
 }
 
@@ -486,12 +486,12 @@ TEST_F(Datasets, TagsUsedTheWrongWayRound) {
     make_input("v.H", "n1=1\n", xdr<float>({5}));
     auto s = session({"vel=v.H", "datapath=./"});
     s->to_history("n1", 1, "o");
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("o", "n1"); }),
+    EXPECT_THAT(refusal([&] { s->from_aux<int>("o", "n1"); }),
                 StartsWith("Attempt to get parameter n1 from tag o which is"));
-    EXPECT_THAT(fatal([&] { read(*s, "o", 1); }), StartsWith("sreed(): invalid input tag o\n"));
+    EXPECT_THAT(refusal([&] { read(*s, "o", 1); }), StartsWith("sreed(): invalid input tag o\n"));
     EXPECT_EQ(s->from_aux<int>("vel", "n1"), 1);
-    EXPECT_THAT(fatal([&] { write(*s, "vel", {1}); }), StartsWith("srite(): invalid output tag vel\n"));
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 2, "vel"); }), HasSubstr("in use as an input"));
+    EXPECT_THAT(refusal([&] { write(*s, "vel", {1}); }), StartsWith("srite(): invalid output tag vel\n"));
+    EXPECT_THAT(refusal([&] { s->to_history("n1", 2, "vel"); }), HasSubstr("in use as an input"));
 }
 
 TEST_F(Datasets, WhatIsCopiedOfTheInputHistory) {
@@ -503,7 +503,7 @@ TEST_F(Datasets, WhatIsCopiedOfTheInputHistory) {
         EXPECT_EQ(read_text("o.H"), text + ("\t\tsets next: in=\"" + dir_) + "x\"\n\t\tn1=1\n");
     }
     EXPECT_EQ(
-        fatal([&] {
+        refusal([&] {
             session({"stdin=missing.H", "stdout=old.H", "data_format=xdr_int", "out=x"})->to_history("n1", 1);
         }),
         " error copying header to output history\n  header \"missing.H\" of tag \"in\" (parameter stdin): No such file"
@@ -518,7 +518,7 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
         write_text("from_history.H", text);
         auto s = session({"datapath=./"});
         EXPECT_EQ(
-            fatal([&] { s->to_history("n1", 3, "grad"); }),
+            refusal([&] { s->to_history("n1", 3, "grad"); }),
             "tag \"grad\": only the history of header \"stdin\" of tag \"in\" (parameter stdin) names a header for it,"
             " \"from_history.H\": name one on the command line with grad=\n");
         EXPECT_EQ(read_text("from_history.H"), text);
@@ -537,8 +537,8 @@ TEST_F(Datasets, AnOutputHeaderMayBeNamedByTheInputHistory) {
         " which is a file and";
     auto s = session({"datapath=./"});
     s->inherit_outputs({"grad"});
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
-    EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), StartsWith(refused));
+    EXPECT_THAT(refusal([&] { s->to_history("n1", 1, "grad"); }), StartsWith(refused));
+    EXPECT_THAT(refusal([&] { s->auxinout("grad"); }), StartsWith(refused));
     s->auxscr("grad");  // only the command line names scratch datasets
     EXPECT_TRUE(std::filesystem::exists("grad"));
     EXPECT_EQ(read_text("from_history.H"), "dear diary\n");
@@ -574,7 +574,7 @@ TEST_F(Datasets, WhereTheDataPathComesFrom) {
     EXPECT_EQ(path({"datapath=/from/word/"}), "/from/word/");
     ::unsetenv("DATAPATH");
     write_text(".datapath", "host datapath=/a/\n");
-    EXPECT_THAT(fatal([&] { path(); }), StartsWith(" Error reading .datapath file"));
+    EXPECT_THAT(refusal([&] { path(); }), StartsWith(" Error reading .datapath file"));
 }
 
 TEST_F(Datasets, TheFolderOfTheDefaultDataPathIsMade) {
@@ -596,5 +596,5 @@ TEST_F(Datasets, ReadpathTakesTheLastLineOfTheHost) {
     EXPECT_EQ(qas::readpath("datapath=/a/\nother datapath=/b/\n", "myhost"), "/a/");
     EXPECT_EQ(qas::readpath(" datapath=/a/ myhost", "myhost"), "/a/");
     for (const char* text : {"", "\n", "datapath=", "path=/a/", "myhost datapath=/b/"})
-        EXPECT_EQ(fatal([&] { qas::readpath(text, "myhost"); }), " Error reading .datapath file") << text;
+        EXPECT_EQ(refusal([&] { qas::readpath(text, "myhost"); }), " Error reading .datapath file") << text;
 }

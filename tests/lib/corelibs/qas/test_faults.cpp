@@ -115,7 +115,7 @@ TEST_F(Faults, WritesThatFail) {
         auto s = session({"datapath=./"});
         write(*s, "g", panel);
         s->to_history("n4", 2, "g");
-        EXPECT_EQ(fatal([&] { write(*s, "g", panel); }),
+        EXPECT_EQ(refusal([&] { write(*s, "g", panel); }),
                   "info_rite() : I/O error, tag \"g\"\n  data file \"./g@\", after 6000 bytes: " +
                       std::string(std::strerror(error)) + "\n");
         write_fault = {};
@@ -143,24 +143,24 @@ TEST_F(Faults, ReadsThatFail) {
     read_fault = {"g@", 400, EIO};
     auto s = session();
     EXPECT_EQ(read(*s, "g", 100), ramp(100));
-    EXPECT_EQ(fatal([&] { read(*s, "g", 100); }),
+    EXPECT_EQ(refusal([&] { read(*s, "g", 100); }),
               "fd_read() : I/O error, tag \"g\"\n  data file \"./g@\": Input/output error\n");
-    EXPECT_THAT(fatal([&] { read(*s, "multi.H", 2000); }),
+    EXPECT_THAT(refusal([&] { read(*s, "multi.H", 2000); }),
                 StartsWith("multifd_read() : I/O error, tag \"multi.H\" file number 0\n"));
     read_fault = {};
     auto t = session();
     read(*t, "multi.H", 1);
     seek_error = EIO;
-    EXPECT_EQ(fatal([&] { read(*t, "multi.H", 2000); }),
+    EXPECT_EQ(refusal([&] { read(*t, "multi.H", 2000); }),
               "multifd_read() unable to seek to file start for tag \"multi.H\", file 1 \n");
     EXPECT_EQ(t->sseek("multi.H", 0, 0), -1);
     seek_error = 0;
     EXPECT_EQ(s->from_aux<int>("all.H", "n1"), 1);
     read_fault = {"all.H", 0, EIO};
-    EXPECT_THAT(fatal([&] { read(*s, "all.H", 100); }), StartsWith("file_read() : I/O error, tag \"all.H\"\n"));
+    EXPECT_THAT(refusal([&] { read(*s, "all.H", 100); }), StartsWith("file_read() : I/O error, tag \"all.H\"\n"));
     for (const char* routine : {"fd_read()", "multifd_read()", "multifd_seek", "file_read()"})
         EXPECT_THAT(errors(), HasSubstr(std::string(routine) + ": Input/output error\n"));
-    EXPECT_THAT(fatal([&] { session()->from_aux<int>("all.H", "n1"); }),
+    EXPECT_THAT(refusal([&] { session()->from_aux<int>("all.H", "n1"); }),
                 HasSubstr("cannot be read: Input/output error"));
 }
 
@@ -185,11 +185,11 @@ TEST_F(Faults, StreamsThatFail) {
     std::string message;
     {
         const Limit small(RLIMIT_FSIZE, 4000);
-        message = fatal([&] { write(*s, "g", ramp(1000)); });
+        message = refusal([&] { write(*s, "g", ramp(1000)); });
     }
     EXPECT_THAT(message, StartsWith("file_write() : I/O error, tag \"g\"\n"));
     write_fault = {"/stdin", SIZE_MAX, EIO, 0};  // a file of that name
-    EXPECT_EQ(fatal([&] { write(*s, "o", {1}); }), "xdr_rite(): I/O error on output for tag \"o\" -- ierr=0 \n");
+    EXPECT_EQ(refusal([&] { write(*s, "o", {1}); }), "xdr_rite(): I/O error on output for tag \"o\" -- ierr=0 \n");
     EXPECT_THAT(errors(), EndsWith("unexpected eof for tag o\n"));
 
     const int to_us = pipe_input();
@@ -197,7 +197,7 @@ TEST_F(Faults, StreamsThatFail) {
     auto t = session();
     EXPECT_EQ(t->from_aux<int>("in", "n1"), 1);
     read_fault = {"]", 0, EIO};
-    EXPECT_EQ(fatal([&] { t->sseek("in", 100, 0); }), "sseek(): I/O error in seek for tag \"in\"\n");
+    EXPECT_EQ(refusal([&] { t->sseek("in", 100, 0); }), "sseek(): I/O error in seek for tag \"in\"\n");
     ::close(to_us);
 }
 
@@ -220,7 +220,7 @@ TEST_F(Faults, AHeaderLineIsThereWholeOrNotAtAll) {
     whole.insert(last.substr(0, last.find("\t\tdata_format")));
     for (std::size_t room = 0; room < last.size(); ++room) {
         const Limit disk(RLIMIT_FSIZE, room);
-        EXPECT_THAT(fatal([&] { write_header(false); }), StartsWith("I/O error writing output history\n"));
+        EXPECT_THAT(refusal([&] { write_header(false); }), StartsWith("I/O error writing output history\n"));
         EXPECT_TRUE(whole.contains(read_text("g"))) << room << ": " << read_text("g");
     }
 }
@@ -234,9 +234,9 @@ TEST_F(Faults, WhatIsFinishedIsOnTheDiskDataFirst) {
             write(*s, "g", {1});
             sync_fault = fault;
             synced.clear();
-            const std::string message = fatal([&] { end(*s); });
+            const std::string message = refusal([&] { end(*s); });
             if (sync_fault.empty()) {
-                EXPECT_EQ(message, "");
+                EXPECT_EQ(message, "accepted");
                 synced.resize(4);
                 const std::string folder = dir_.substr(0, dir_.size() - 1);
                 EXPECT_EQ(synced, (std::vector<std::string>{dir_ + "g@", folder, dir_ + "g", folder}));
@@ -251,10 +251,10 @@ TEST_F(Faults, WhatIsFinishedIsOnTheDiskDataFirst) {
     auto s = session({"datapath=./", "h=|cat > /dev/null; exit 3", "isoutstream=1"});
     write(*s, "g", {1});
     s->finish_outputs();
-    EXPECT_THAT(fatal([&] { write(*s, "g", {2}); }), HasSubstr("is finished"));
+    EXPECT_THAT(refusal([&] { write(*s, "g", {2}); }), HasSubstr("is finished"));
     EXPECT_EQ(read_text("g@"), xdr<float>({1}));
     write(*s, "h", {1});
-    EXPECT_THAT(fatal([&] { s->finish_outputs(); }), HasSubstr("(parameter h): the command failed"));
+    EXPECT_THAT(refusal([&] { s->finish_outputs(); }), HasSubstr("(parameter h): the command failed"));
 }
 
 TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
@@ -283,10 +283,10 @@ TEST_F(Faults, AFullDiskMovesTheDataToTheNextFile) {
     EXPECT_EQ(s->sseek("g", 1048576, 0), 1048576);
     EXPECT_EQ(read(*s, "g", 1), std::vector<float>{-1});
     write_fault = {"", 1000, ENOSPC};  // no room anywhere
-    EXPECT_THAT(fatal([&] { write(*s, "h", ramp(1000)); }),
+    EXPECT_THAT(refusal([&] { write(*s, "h", ramp(1000)); }),
                 StartsWith("xdr_rite(): I/O error on output for tag \"h\" -- ierr=1000 \n"));
     write_fault = {"k@", 1000, EIO};  // anything else ends the run
-    EXPECT_EQ(fatal([&] { write(*s, "k", ramp(1000)); }),
+    EXPECT_EQ(refusal([&] { write(*s, "k", ramp(1000)); }),
               "multifd_write() : I/O error, tag \"k\" file number 0\n  \"./k@\": Input/output error\n");
 }
 
@@ -294,7 +294,7 @@ TEST_F(Faults, AScratchFileForAPipeThatCannotBeWritten) {
     write_text("all.H", head + "data");
     auto s = session({"rec=cat all.H|", "datapath=./"});
     write_fault = {"(deleted)", 0, ENOSPC};
-    EXPECT_THAT(fatal([&] { s->make_unpipe("rec"); }), StartsWith("make_unpipe: write failed for tag \"rec\" \n"));
+    EXPECT_THAT(refusal([&] { s->make_unpipe("rec"); }), StartsWith("make_unpipe: write failed for tag \"rec\" \n"));
 }
 
 TEST_F(Faults, AJobMasterThatTakesHalfAMessage) {
@@ -303,14 +303,14 @@ TEST_F(Faults, AJobMasterThatTakesHalfAMessage) {
     qas::Layer layer;
     prepare(layer, {"qas.jobid=J", "qas.mach_label=L", "qas.master_ip=127.0.0.1", "qas.master_port=" + port});
     send_fault = {"", 100, EPIPE};
-    EXPECT_EQ(fatal([&] { qas::qas_exit_prog(layer); }), "trouble sending message exit:J:L:none \n");
+    EXPECT_EQ(refusal([&] { qas::qas_exit_prog(layer); }), "trouble sending message exit:J:L:none \n");
     EXPECT_EQ(errors(), "Mismatch in number of sent bytes 100 !=1024 \n");
     EXPECT_EQ(qas::qas_send_msg(layer, "error", "none"), 1);
     std::string message;
     int quiet = 0;
     {
         const Limit none = no_descriptors();
-        message = fatal([&] { qas::qas_exit_prog(layer); });
+        message = refusal([&] { qas::qas_exit_prog(layer); });
         quiet = qas::qas_send_msg(layer, "error", "none");
     }
     EXPECT_EQ(message, "Failed to create socket \n");

@@ -75,7 +75,7 @@ TEST_F(Jobs, MessagesOnTheWire) {
 
 TEST_F(Jobs, SomeOfTheFourParametersOnly) {
     auto s = session({"qas.begin_par=1", "qas.jobid=J", "qas.master_ip=127.0.0.1", "qas.master_port=1"});
-    EXPECT_EQ(fatal([&] { s->begin_prog(); }),
+    EXPECT_EQ(refusal([&] { s->begin_prog(); }),
               "when running in socket mode must provide jobid,mach_label,master_ip, and master_port 1 0 1 1");
     EXPECT_EQ(qas::report_fatal(qas::Fatal("reason\n"), *s), 23);  // an error message gives up quietly
     EXPECT_EQ(errors(), "prog: reason\n");
@@ -84,7 +84,7 @@ TEST_F(Jobs, SomeOfTheFourParametersOnly) {
 TEST_F(Jobs, AMasterThatIsNotThere) {
     qas::Layer layer;
     prepare(layer, {"qas.jobid=J", "qas.mach_label=L", "qas.master_ip=no such host", "qas.master_port=9"});
-    EXPECT_EQ(fatal([&] { qas::qas_exit_prog(layer); }), "Failed to connect with server");
+    EXPECT_EQ(refusal([&] { qas::qas_exit_prog(layer); }), "Failed to connect with server");
     EXPECT_EQ(qas::qas_send_msg(layer, "error", "none"), 1);
 }
 
@@ -98,14 +98,14 @@ TEST_F(Jobs, TextsUpTo1019Characters) {
     Master second("GOTIT", 0);
     qas::Layer other;
     prepare(other, second.words());
-    EXPECT_EQ(fatal([&] { qas::qas_progress_prog(other, text + "t"); }), "to long of message ");
+    EXPECT_EQ(refusal([&] { qas::qas_progress_prog(other, text + "t"); }), "to long of message ");
 }
 
 TEST_F(Jobs, AReceiptThatIsTooShort) {
     qas::Layer layer;
     Master master("GOT");
     prepare(layer, master.words());
-    EXPECT_EQ(fatal([&] { qas::qas_exit_prog(layer); }), "trouble received message exit:J7:node3:none");
+    EXPECT_EQ(refusal([&] { qas::qas_exit_prog(layer); }), "trouble received message exit:J7:node3:none");
     EXPECT_EQ(errors(), "Mismatch in number of received bytess 3!=5 ");
     Master second("");
     qas::Layer other;
@@ -125,18 +125,19 @@ TEST_F(Diagnostics, TheMessageReachesBothStreamsBehindTheProgramName) {
     qas::report_fatal(qas::Fatal("x\n"), *nameless);
     EXPECT_EQ(errors(), "prog: bad thing\nx\n");
     write_text("h", "n1=1\n");
-    EXPECT_EQ(fatal([&] { nameless->from_aux<int>("h", "n1"); }), "Must call initpar() at the start of your program\n");
+    EXPECT_EQ(refusal([&] { nameless->from_aux<int>("h", "n1"); }),
+              "Must call initpar() at the start of your program\n");
 }
 
 TEST_F(Diagnostics, ACommandLineThatCannotBeScannedIsStillReported) {
     auto s = session({"par=missing.p"});
-    const std::string message = fatal([&] { s->getch<int>("x"); });
+    const std::string message = refusal([&] { s->getch<int>("x"); });
     EXPECT_EQ(qas::report_fatal(qas::Fatal(message), *s), 23);
     EXPECT_EQ(errors(), "prog: file() can't open file missing.p\n");
 }
 
 TEST_F(Diagnostics, TextForms) {
-    EXPECT_EQ(fatal([] { qas::erexit("text   "); }), "text\n");
+    EXPECT_EQ(refusal([] { qas::erexit("text   "); }), "text\n");
     for (const auto& [text, left] : {std::pair{"ab  ", "ab"}, {"    ", " "}, {"", ""}, {"ab", "ab"}})
         EXPECT_EQ(qas::kill_trailing(text, ' '), left);
     ::testing::internal::CaptureStderr();

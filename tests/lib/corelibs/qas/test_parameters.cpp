@@ -68,7 +68,7 @@ TEST_F(Parameters, ATokenMayHave8191Characters) {
     EXPECT_EQ(pairs(text("a=", 8191, 'v', "")), text("a<", 8191, 'v', ">"));
     for (const std::string& long_token :
          {text("a=", 8192, 'v', ""), text("a=\"", 8190, ' ', "\""), text("", 8191, 'n', "=1")})
-        EXPECT_EQ(fatal([&] { pairs(long_token); }), "token too large, exceeds YYLMAX");
+        EXPECT_EQ(refusal([&] { pairs(long_token); }), "token too large, exceeds YYLMAX");
     EXPECT_EQ(pairs(text("#", 9000, 'c', "\nx=1 ").append(9000, 'w')), "x<1>");
 }
 
@@ -109,7 +109,7 @@ TEST_F(Parameters, AWordOfTheCommandLineHas255Characters) {
     EXPECT_EQ(errors(), "");
     EXPECT_EQ(value(std::string(252, 'x') + " y"), std::string(252, 'x'));
     EXPECT_THAT(errors(), HasSubstr("warning: a word of the command line has 256 characters and is cut after 255 "));
-    EXPECT_EQ(fatal([&] { value(std::string(9000, 'x')); }),
+    EXPECT_EQ(refusal([&] { value(std::string(9000, 'x')); }),
               "parameter a: a value of 9000 characters; at most 8191 can be read\n");
 }
 
@@ -126,7 +126,7 @@ TEST_F(Parameters, ParameterFilesAreReadWhereTheyAreNamed) {
     EXPECT_EQ(late->getch<int>("x"), 5);
     write_text("c.p", "par=a.p\npar=a.p\n");  // twice in a row is no cycle
     EXPECT_EQ(session({"par=c.p"})->getch<std::string>("last"), "a");
-    EXPECT_EQ(fatal([&] { session({"par=missing.p"})->getch<int>("x"); }), "file() can't open file missing.p\n");
+    EXPECT_EQ(refusal([&] { session({"par=missing.p"})->getch<int>("x"); }), "file() can't open file missing.p\n");
 }
 
 TEST_F(Parameters, AParameterFileThatIncludesItselfIsRefused) {
@@ -138,7 +138,8 @@ TEST_F(Parameters, AParameterFileThatIncludesItselfIsRefused) {
                             {"one.p", "\"./one.p\" includes itself"},
                             {"link.p", "includes itself"},
                             {"/dev/zero", "MiB of parameter files"}})
-        EXPECT_THAT(fatal([&] { session({std::string("par=") + row.first})->getch<int>("x"); }), HasSubstr(row.second));
+        EXPECT_THAT(refusal([&] { session({std::string("par=") + row.first})->getch<int>("x"); }),
+                    HasSubstr(row.second));
 }
 
 TEST_F(Parameters, Lists) {
@@ -165,10 +166,11 @@ TEST_F(Parameters, Lists) {
 }
 
 TEST_F(Parameters, AListLongerThanItsRoomNamesTheKey) {
-    EXPECT_THAT(fatal([&] { session({"a=1,2,3,4,5"})->getch_list<int>("a", 4); }),
+    EXPECT_THAT(refusal([&] { session({"a=1,2,3,4,5"})->getch_list<int>("a", 4); }),
                 StartsWith("parameter a=1,2,3,4,5: more values than the 4"));
-    EXPECT_THAT(fatal([&] { session({"nh=1,2"})->getch<int>("nh"); }), HasSubstr("nh=1,2"));
-    EXPECT_THAT(fatal([&] { session({"a=99999999999999999*1"})->getch_list<double>("a", 1000); }), HasSubstr("a=9999"));
+    EXPECT_THAT(refusal([&] { session({"nh=1,2"})->getch<int>("nh"); }), HasSubstr("nh=1,2"));
+    EXPECT_THAT(refusal([&] { session({"a=99999999999999999*1"})->getch_list<double>("a", 1000); }),
+                HasSubstr("a=9999"));
     EXPECT_EQ(session({"a=4*1"})->getch_list<int>("a", 4).size(), 4U);
 }
 
@@ -242,11 +244,11 @@ TEST_F(Parameters, DecodingByTypeLetter) {
     EXPECT_EQ(std::get<std::vector<double>>(decode("t", "g")), (std::vector<double>{1, 2}));
     EXPECT_EQ(std::get<std::string>(decode("t", "s")), "1,2");
     EXPECT_FALSE(qas::found(decode("none", "s")));
-    EXPECT_EQ(fatal([&] { decode("a", "q"); }), "getpar() unknown conversion type q\n");
+    EXPECT_EQ(refusal([&] { decode("a", "q"); }), "getpar() unknown conversion type q\n");
 }
 
 TEST_F(Parameters, RequiredValues) {
-    EXPECT_EQ(fatal([&] { session()->from_param<int>("niter"); }), "missing parameter value: niter\n");
+    EXPECT_EQ(refusal([&] { session()->from_param<int>("niter"); }), "missing parameter value: niter\n");
     EXPECT_EQ(session({"niter="})->from_param<int>("niter", 5), 5);
     auto s = session({"horv0=", "log=x"});
     EXPECT_FALSE(s->exist_file("horv0"));

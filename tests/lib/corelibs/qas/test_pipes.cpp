@@ -67,22 +67,22 @@ TEST_F(Pipes, AnOutputCommandGetsHeaderAndData) {
 
 TEST_F(Pipes, AnOutputCommandThatEndsEarlyIsAFailingWrite) {
     auto s = session({"grad=|exit 0", "isoutstream=1"});
-    const std::string message = fatal([&] {
+    const std::string message = refusal([&] {
         for (int i = 0; i < 8; ++i) write(*s, "grad", ramp(1 << 20));
     });
     EXPECT_THAT(message, HasSubstr("Broken pipe"));
 }
 
 TEST_F(Pipes, CommandTexts) {
-    EXPECT_EQ(fatal([&] { session({"rec=|cat x"})->from_aux<int>("rec", "n1"); }),
+    EXPECT_EQ(refusal([&] { session({"rec=|cat x"})->from_aux<int>("rec", "n1"); }),
               "input pipe command '|cat x' doesn't end with '|' for tag rec \n");
     auto s = session({"rec=cat x|", "grad=|cat x"});
     s->hetch<int>("n1");  // what an output's name may look up is open
     std::string input, output;
     {
         const Limit none = no_descriptors();
-        input = fatal([&] { s->from_aux<int>("rec", "n1"); });
-        output = fatal([&] { s->to_history("n1", 1, "grad"); });
+        input = refusal([&] { s->from_aux<int>("rec", "n1"); });
+        output = refusal([&] { s->to_history("n1", 1, "grad"); });
     }
     EXPECT_EQ(input, "error in opening input pipe \"cat x\" for tag \"rec\" \n");
     EXPECT_EQ(output, "error in opening output pipe cat x for tag grad \n");
@@ -92,13 +92,13 @@ TEST_F(Pipes, CommandTexts) {
 TEST_F(Pipes, NothingIsStartedOrReachedForTheSakeOfAHistory) {
     set_input("grad=\"|touch ran\" sou=\"touch ran |\" illum=\"localhost:9\"\n");
     auto s = session({"datapath=./"});
-    EXPECT_EQ(fatal([&] { s->to_history("n1", 1, "grad"); }),
+    EXPECT_EQ(refusal([&] { s->to_history("n1", 1, "grad"); }),
               "tag \"grad\": the history of \"in\" names \"|touch ran\" as its header; commands and sockets are taken "
               "only from the command line or a par= file\n");
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 1, "illum"); }),
+    EXPECT_THAT(refusal([&] { s->to_history("n1", 1, "illum"); }),
                 AllOf(HasSubstr("tag \"illum\""), HasSubstr("localhost:9")));
-    EXPECT_THAT(fatal([&] { s->auxinout("grad"); }), HasSubstr("not a regular file"));
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("sou", "n1"); }),
+    EXPECT_THAT(refusal([&] { s->auxinout("grad"); }), HasSubstr("not a regular file"));
+    EXPECT_THAT(refusal([&] { s->from_aux<int>("sou", "n1"); }),
                 HasSubstr("\"sou\""));  // inputs do not look there
     write_text("ok.p", "Velout=\"|cat > made\"\n");
     session({"par=ok.p"})->to_history("n1", 1, "Velout");  // the user's own file
@@ -228,7 +228,7 @@ TEST_F(Pipes, HandshakesThatGoWrong) {
         const qas::Descriptor reader = qas::socklisten(listener.get(), 60, nullptr);
         if (qas::strget(reader.get(), 6) != "GOTIT" || !qas::strput(reader.get(), "NAK")) ::_exit(1);
     });
-    EXPECT_EQ(fatal([&] { session()->from_aux<int>("in", "n1"); }), "syncin() sync err\n");
+    EXPECT_EQ(refusal([&] { session()->from_aux<int>("in", "n1"); }), "syncin() sync err\n");
     EXPECT_EQ(exit_status(writer), 0);
     ::close(to_us);
 
@@ -241,7 +241,7 @@ TEST_F(Pipes, HandshakesThatGoWrong) {
         qas::strget(fd.get(), 1);
     });
     ::close(from_us);
-    EXPECT_EQ(fatal([&] { write(*session({"timeout=60"}), "out", three); }), "syncout(): pipe synch failed!\n");
+    EXPECT_EQ(refusal([&] { write(*session({"timeout=60"}), "out", three); }), "syncout(): pipe synch failed!\n");
     EXPECT_EQ(exit_status(reader), 0);
 }
 
@@ -274,7 +274,7 @@ TEST_F(Pipes, ASocketOutputKeepsItsHeaderUntilTheReaderComes) {
     EXPECT_EQ(exit_status(reader), 0);
     auto t = session({"timeout=1"});
     const std::string nobody = t->auxsockout("grad");
-    EXPECT_EQ(fatal([&] { write(*t, "grad", three); }),
+    EXPECT_EQ(refusal([&] { write(*t, "grad", three); }),
               "open_outsok(): open socket \"" + nobody + "\" failed for tag \"grad\"\n  no reader came\n");
 }
 
@@ -298,11 +298,11 @@ TEST_F(Pipes, SocketTexts) {
     {
         qas::Layer layer;
         prepare(layer, {"rec=localhost:" + service, "grad=localhost:" + service});
-        EXPECT_EQ(fatal([&] { qas::tag_info(layer, "rec", qas::Mode::input); }),
+        EXPECT_EQ(refusal([&] { qas::tag_info(layer, "rec", qas::Mode::input); }),
                   "open_insok(): connect to socket \"localhost:" + service + "\" failed for tag \"rec\"\n");
         EXPECT_THAT(errors(), AllOf(StartsWith(" server not responding on localhost \n server not"),
                                     HasSubstr("qasstrhead:open_insok() : ")));
-        EXPECT_EQ(fatal([&] { qas::tag_info(layer, "grad", qas::Mode::output); }),
+        EXPECT_EQ(refusal([&] { qas::tag_info(layer, "grad", qas::Mode::output); }),
                   "open_outsok(): open socket \"localhost:" + service + "\" failed for tag \"grad\"\n");
         EXPECT_THAT(errors(), HasSubstr("qasstrhead:open_outsok() : "));
     }
@@ -342,11 +342,12 @@ TEST_F(Pipes, BufferingTexts) {
     write_text("nodata.H", "in=/no/such/data\n");
     auto s = session({"rec=cat all.H|", "datapath=/no/such/folder/"});
     EXPECT_EQ(
-        fatal([&] { s->make_unpipe("nodata.H"); }),
+        refusal([&] { s->make_unpipe("nodata.H"); }),
         "make_unpipe: unable to open tag \"nodata.H\" \n  data file \"/no/such/data\" of header \"nodata.H\" of tag"
         " \"nodata.H\" (parameter nodata.H): No such file or directory\n");
-    EXPECT_THAT(fatal([&] { s->make_unpipe("noin.H"); }), StartsWith("make_unpipe(): invalid input tag noin.H\n"));
-    EXPECT_THAT(fatal([&] { s->make_unpipe("rec"); }), StartsWith("Unable to create scratch file to buffer a pipe\n"));
+    EXPECT_THAT(refusal([&] { s->make_unpipe("noin.H"); }), StartsWith("make_unpipe(): invalid input tag noin.H\n"));
+    EXPECT_THAT(refusal([&] { s->make_unpipe("rec"); }),
+                StartsWith("Unable to create scratch file to buffer a pipe\n"));
     std::string service = "0";
     const qas::Descriptor listener = qas::opensock1(service, false, "127.0.0.1");
     const pid_t writer = start_process([&] {  // its end is reset instead of closed
@@ -360,7 +361,7 @@ TEST_F(Pipes, BufferingTexts) {
     EXPECT_EQ(t->from_aux<int>("rec", "n1"), 3);
     ::kill(writer, SIGKILL);
     exit_status(writer);
-    EXPECT_THAT(fatal([&] { t->make_unpipe("rec"); }), StartsWith("make unpipe read failed for tag \"rec\" \n"));
+    EXPECT_THAT(refusal([&] { t->make_unpipe("rec"); }), StartsWith("make unpipe read failed for tag \"rec\" \n"));
 }
 
 TEST_F(Pipes, ATerminalAsStandardInput) {
@@ -379,5 +380,5 @@ TEST_F(Pipes, ATerminalAsStandardInput) {
 
 TEST_F(Pipes, AHeaderWithoutEnd) {
     auto s = session({"rec=yes |"});
-    EXPECT_THAT(fatal([&] { s->from_aux<int>("rec", "n1"); }), HasSubstr("longer than 16 MiB"));
+    EXPECT_THAT(refusal([&] { s->from_aux<int>("rec", "n1"); }), HasSubstr("longer than 16 MiB"));
 }

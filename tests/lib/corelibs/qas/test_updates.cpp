@@ -76,24 +76,24 @@ TEST_F(Updates, InOutAndScratchTexts) {
         auto s = session({"m=" + name});
         const std::string start = "Headername \"" + name + "\" for tag \"m\" cannot be opened as ";
         const std::string end = " dataset because it is not a regular file \n";
-        EXPECT_EQ(fatal([&] { s->auxinout("m"); }), start + "an in/out" + end);
-        EXPECT_EQ(fatal([&] { s->auxscr("m"); }), start + "a scratch" + end);
+        EXPECT_EQ(refusal([&] { s->auxinout("m"); }), start + "an in/out" + end);
+        EXPECT_EQ(refusal([&] { s->auxscr("m"); }), start + "a scratch" + end);
     }
-    EXPECT_EQ(fatal([&] { session({"m=/no/such/m.H"})->auxinout("m"); }),
+    EXPECT_EQ(refusal([&] { session({"m=/no/such/m.H"})->auxinout("m"); }),
               "Headername \"/no/such/m.H\" for tag \"m\" cannot be opened read/write \n");
     EXPECT_THAT(errors(), HasSubstr("qasstrinouthead, openfile(): No such file or directory\n"));
-    EXPECT_THAT(fatal([&] { session({"m=/no/such/m.H"})->auxscr("m"); }), HasSubstr("as a scratch dataset"));
+    EXPECT_THAT(refusal([&] { session({"m=/no/such/m.H"})->auxscr("m"); }), HasSubstr("as a scratch dataset"));
     write_text("follow.H", "n1=1 in=stdin\n");
     write_text("itself.H", "n1=1 in=itself.H\n");
     for (const std::string name : {"follow.H", "itself.H"})
-        EXPECT_EQ(fatal([&] { session()->auxinout(name); }),
+        EXPECT_EQ(refusal([&] { session()->auxinout(name); }),
                   "tag \"" + name + "\" in/out dataset cannot be a pipe or the same file as the header\n");
     write_text("gone.H", "n1=1 in=/no/such/data\n");
     auto s = session({"scr.out=/no/such/data"});
     s->auxinout("gone.H");
-    EXPECT_THAT(fatal([&] { read(*s, "gone.H", 1); }), StartsWith("sreed(): invalid input tag gone.H\n"));
+    EXPECT_THAT(refusal([&] { read(*s, "gone.H", 1); }), StartsWith("sreed(): invalid input tag gone.H\n"));
     s->auxscr("scr");
-    EXPECT_THAT(fatal([&] { write(*s, "scr", {1}); }), StartsWith("srite(): invalid output tag scr\n"));
+    EXPECT_THAT(refusal([&] { write(*s, "scr", {1}); }), StartsWith("srite(): invalid output tag scr\n"));
     EXPECT_THAT(errors(), EndsWith("unable to open input/output datafile /no/such/data for tag gone.H \n"
                                    "unable to open scratch datafile /no/such/data for tag scr \n"));
 }
@@ -161,7 +161,7 @@ TEST_F(Updates, CopyingAHistoryComesFirst) {
     prepare(layer, {"datapath=./"});
     const qas::streaminf& from = *qas::tag_info(layer, "h", qas::Mode::input);
     qas::auxputch(layer, "n1", 2, "g");
-    EXPECT_EQ(fatal([&] { qas::qasstr_copyh(layer, from, *qas::tag_info(layer, "g", qas::Mode::output)); }),
+    EXPECT_EQ(refusal([&] { qas::qasstr_copyh(layer, from, *qas::tag_info(layer, "g", qas::Mode::output)); }),
               "cannot copy header to output tag \"g\" after it has been used \n");
 }
 
@@ -209,7 +209,7 @@ TEST_F(Updates, DataInSeveralFiles) {
         EXPECT_EQ(read(*s, "g", 1), Samples({static_cast<float>(to.position / 4)}));
     }
     EXPECT_EQ(s->sseek("g", 2 * 1048576 + 8, 0), 2 * 1048576 + 8);
-    EXPECT_EQ(fatal([&] { s->sseek("g", -1, 0); }),
+    EXPECT_EQ(refusal([&] { s->sseek("g", -1, 0); }),
               "multifd_seek(): seeking past start of all available files for tag \"g\" \n");
     EXPECT_EQ(read(*s, "g", samples.size()), Samples(samples.begin() + 2 * 262144 + 2, samples.end()));
 }
@@ -240,10 +240,10 @@ TEST_F(Updates, SeveralFilesTexts) {
     auto s = session({"filesize=1", "g.out=a;b", qas::strprintf("p.out=b;/proc/self/fd/%d", ends[1])});
     const Samples samples = ramp(300000);
     write(*s, "g", samples);
-    EXPECT_EQ(fatal([&] { write(*s, "g", samples); }),
+    EXPECT_EQ(refusal([&] { write(*s, "g", samples); }),
               "xdr_rite(): I/O error on output for tag \"g\" -- ierr=110720 \n");  // 2 MiB hold no more
     s->auxclose("g");
-    EXPECT_EQ(fatal([&] { write(*s, "p", samples); }),
+    EXPECT_EQ(refusal([&] { write(*s, "p", samples); }),
               "multifd_write() unable to seek to file start for tag \"p\", file 1 \n");
     for (const int end : ends) ::close(end);
     qas::Layer layer;
@@ -251,7 +251,7 @@ TEST_F(Updates, SeveralFilesTexts) {
     qas::streaminf socket;
     socket.entrytype = qas::STREAMSOCKOUT;
     socket.dataname = "a;b";
-    EXPECT_EQ(fatal([&] { qas::multifd_io.open(layer, socket); }), "STREAMSOCKOUT can not be of multi-file type \n");
+    EXPECT_EQ(refusal([&] { qas::multifd_io.open(layer, socket); }), "STREAMSOCKOUT can not be of multi-file type \n");
     EXPECT_THAT(errors(), EndsWith("Stream socket can not be broken into multiple files \n"));
 }
 
@@ -271,14 +271,15 @@ TEST_F(Updates, OtherFormatsForOneCall) {
     EXPECT_EQ(t->sreed_raw("g", back.data(), 8), 8);
     EXPECT_EQ(back, words);
     EXPECT_EQ(t->sreed2("g", nullptr, 0, "xdr_int"), 0);
-    EXPECT_THAT(fatal([&] { t->sreed2("g", back.data(), 8, "ascii"); }), StartsWith("unknown data format: ascii \n "));
-    EXPECT_THAT(fatal([&] { s->srite2("g", back.data(), 8, ""); }), StartsWith("unknown data format:  \n "));
+    EXPECT_THAT(refusal([&] { t->sreed2("g", back.data(), 8, "ascii"); }),
+                StartsWith("unknown data format: ascii \n "));
+    EXPECT_THAT(refusal([&] { s->srite2("g", back.data(), 8, ""); }), StartsWith("unknown data format:  \n "));
     qas::Layer layer;
     prepare(layer, {});
     qas::streaminf& stream = *qas::tag_info(layer, "g", qas::Mode::input);
-    EXPECT_EQ(fatal([&] { qas::sreed_xdr(layer, stream, back.data(), 8, 3); }),
+    EXPECT_EQ(refusal([&] { qas::sreed_xdr(layer, stream, back.data(), 8, 3); }),
               "xdr_reed(): tag \"g\" I don't grok this format\n");
-    EXPECT_EQ(fatal([&] { qas::srite_xdr(layer, stream, back.data(), 8, -1); }),
+    EXPECT_EQ(refusal([&] { qas::srite_xdr(layer, stream, back.data(), 8, -1); }),
               "xdr_rite(): tag \"g\" I don't grok this format\n");
 }
 
@@ -335,7 +336,7 @@ TEST_F(Updates, WindowsWiderThanABlockAndBeyondTheEnd) {
                                  {{5}, {3}, {0}, {std::int64_t{1} << 62}, 4},
                                  {{std::int64_t{1} << 62}, {1}, {0}, {1}, 4}};
     for (const qas::Window& window : wrong)
-        EXPECT_THAT(fatal([&] { s->sreed_window("g", window, back.data()); }), StartsWith("window of tag \"g\""));
+        EXPECT_THAT(refusal([&] { s->sreed_window("g", window, back.data()); }), StartsWith("window of tag \"g\""));
 }
 
 TEST_F(Updates, SeekingByBlocks) {
@@ -348,14 +349,14 @@ TEST_F(Updates, SeekingByBlocks) {
     EXPECT_EQ(s->sseek_block("g", -1, 4, 2), 28);
     EXPECT_TRUE(s->sseekable("g"));
     EXPECT_EQ(s->sseek_block("g", std::int64_t{3} << 20, 1024, 0), std::int64_t{3} << 30);
-    EXPECT_THAT(fatal([&] { s->sseek_block("g", std::int64_t{1} << 62, 8, 0); }), HasSubstr("out of range"));
-    EXPECT_EQ(fatal([&] { s->file_position("none"); }), "Unknown tag \"none\" \n");
+    EXPECT_THAT(refusal([&] { s->sseek_block("g", std::int64_t{1} << 62, 8, 0); }), HasSubstr("out of range"));
+    EXPECT_EQ(refusal([&] { s->file_position("none"); }), "Unknown tag \"none\" \n");
 }
 
 TEST_F(Updates, FilesByMode) {
-    EXPECT_EQ(fatal([] { qas::file("none", 0); }), "file() can't open file none\n");
+    EXPECT_EQ(refusal([] { qas::file("none", 0); }), "file() can't open file none\n");
     for (const int mode : {1, 2})
-        EXPECT_EQ(fatal([&] { qas::file("/no/such/f", mode); }), "file() can't create file /no/such/f\n");
+        EXPECT_EQ(refusal([&] { qas::file("/no/such/f", mode); }), "file() can't create file /no/such/f\n");
     write_text("f", "old");
     for (const auto& [mode, left] : {std::pair{2, "old"}, {1, ""}}) {
         const qas::Descriptor fd(qas::file("f", mode));
@@ -373,7 +374,8 @@ TEST_F(Updates, DataNamesThatMeanAStreamInTheWrongPlace) {
     auto s = session({"u.out=stdin", "v.out=stdin"});
     s->auxinout("u");
     s->auxscr("v");
-    for (const char* tag : {"u", "v"}) EXPECT_THAT(fatal([&] { write(*s, tag, {1}); }), StartsWith("unable to open "));
+    for (const char* tag : {"u", "v"})
+        EXPECT_THAT(refusal([&] { write(*s, tag, {1}); }), StartsWith("unable to open "));
 }
 
 TEST_F(Updates, AFolderThatIsGone) {
@@ -381,5 +383,5 @@ TEST_F(Updates, AFolderThatIsGone) {
     std::filesystem::current_path("gone");
     std::filesystem::remove(dir_ + "gone");
     auto s = session({"out=rel", "head=stderr"});
-    EXPECT_THAT(fatal([&] { s->to_history("n1", 1); }), StartsWith("fullnm(): 2, No such file or directory\n"));
+    EXPECT_THAT(refusal([&] { s->to_history("n1", 1); }), StartsWith("fullnm(): 2, No such file or directory\n"));
 }

@@ -14,11 +14,11 @@
 #include <string>
 #include <vector>
 
-#include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/parameters/command_line.h"
 #include "lib/corelibs/qas/records/streaminf.h"
 #include "lib/corelibs/qas/session.h"
 #include "tests/dataset_files.h"
+#include "tests/refusal.h"
 
 using files::read_text;
 using files::write_text;
@@ -146,16 +146,6 @@ protected:
         std::vector<float> values(n);
         std::iota(values.begin(), values.end(), 0.0f);
         return values;
-    }
-    /// The message a call ends with; empty if it does not end the run.
-    template <class Call>
-    static std::string fatal(const Call& call) {
-        try {
-            call();
-        } catch (const qas::Fatal& error) {
-            return error.what();
-        }
-        return {};
     }
     /// Starts a process of its own that makes `call` and ends with status 0, or 1 if that throws.
     template <class Call>

@@ -7,6 +7,7 @@
 #include "src/tools/morvane_prepare/conditioning.h"
 #include "src/tools/morvane_prepare/plan.h"
 #include "tests/dataset_files.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -16,15 +17,6 @@ using testing::HasSubstr;
 namespace {
 
 constexpr double pi = std::numbers::pi;
-
-std::string refusal(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "accepted";
-}
 
 }  // namespace
 

@@ -11,6 +11,7 @@
 #include "src/tools/morvane_prepare/source.h"
 #include "src/tools/morvane_synth/synthesise.h"
 #include "tests/dataset_files.h"
+#include "tests/refusal.h"
 #include "tests/src/tools/morvane_prepare/segy_writer.h"
 
 using namespace morvane;
@@ -52,18 +53,16 @@ SegyTrace trace_at(const Place& p, double degrees = 0) {
 
 struct Prepared {
     files::TempDir dir;
-    std::string error = "accepted";
+    std::string error;
 
     void run(std::vector<std::string> words) {
         words.insert(words.begin(), "morvane_prepare");
         words.push_back("prefix=" + (dir / "run/"));
         qas::Session session(words);
-        try {
+        error = refusal([&] {
             qas::refuse_unread(session, prepare::prepare_keys());
             prepare::prepare_survey(session);
-        } catch (const qas::Fatal& fatal) {
-            error = fatal.what();
-        }
+        });
     }
     std::string segy(const std::string& name, const std::vector<SegyTrace>& traces, const SegyWriter& writer = {}) {
         files::write_text(dir / name, writer.bytes(traces));

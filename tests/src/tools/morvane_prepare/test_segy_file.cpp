@@ -6,6 +6,7 @@
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_prepare/segy_file.h"
 #include "tests/dataset_files.h"
+#include "tests/refusal.h"
 #include "tests/src/tools/morvane_prepare/segy_writer.h"
 
 using namespace morvane;
@@ -28,17 +29,14 @@ std::vector<SegyTrace> three() {
 std::string refusal(const std::string& bytes, const SegyOptions& options) {
     const files::TempDir dir;
     files::write_text(dir / "x.sgy", bytes);
-    try {
+    return ::refusal([&] {
         SegyFile file(dir / "x.sgy", options);
         std::vector<float> samples(static_cast<std::size_t>(file.info().samples));
         for (int i = 0; i < file.info().traces; ++i) {
             file.header(i);
             file.samples(i, samples);
         }
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "accepted";
+    });
 }
 
 }  // namespace

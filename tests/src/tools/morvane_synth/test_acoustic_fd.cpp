@@ -7,6 +7,7 @@
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_synth/acoustic_fd.h"
 #include "src/tools/morvane_synth/survey.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -97,13 +98,8 @@ TEST(AcousticFd, StableUpToTheLimitAndNotBeyond) {
 }
 
 TEST(AcousticFd, RefusesAnUnstableOrCoarseGridWithThePermittedStep) {
-    const auto message = [](FdGrid grid, double vmin, double vmax, double fmax) -> std::string {
-        try {
-            fd_check(grid, vmin, vmax, fmax);
-        } catch (const qas::Fatal& error) {
-            return error.what();
-        }
-        return "accepted";
+    const auto message = [](FdGrid grid, double vmin, double vmax, double fmax) {
+        return refusal([&] { fd_check(grid, vmin, vmax, fmax); });
     };
     FdGrid grid = grid_of(10.0, 10.0, 0.9);
     EXPECT_EQ(message(grid, 2000, 2000, 30), "accepted");

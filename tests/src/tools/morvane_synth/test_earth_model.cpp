@@ -5,6 +5,7 @@
 
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_synth/earth_model.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -131,12 +132,7 @@ TEST(EarthModel, TiltMovesTheBackgroundDownTheDip) {
 TEST(EarthModel, RefusesAVelocityThatIsNotPositive) {
     ModelSpec spec = plain();
     spec.dv = -3000;
-    try {
-        build_model(spec, x, z);
-        FAIL();
-    } catch (const qas::Fatal& error) {
-        EXPECT_THAT(error.what(), testing::HasSubstr("must be positive"));
-    }
+    EXPECT_THAT(refusal([&] { build_model(spec, x, z); }), testing::HasSubstr("must be positive"));
 }
 
 TEST(EarthModel, SmoothingKeepsConstantsAndTheSum) {

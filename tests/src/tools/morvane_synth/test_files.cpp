@@ -8,6 +8,7 @@
 
 #include "src/tools/morvane_synth/options.h"
 #include "src/tools/morvane_synth/synthesise.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -50,16 +51,13 @@ protected:
         synthesise(session);
     }
     std::string refusal(const std::vector<std::string>& argv) const {
-        try {
+        return ::refusal([&] {
             const qas::KeyTable keys = synth_keys();
             qas::Session session(argv);
             session.declare(keys);
             qas::refuse_unread(session, keys);
             synthesise(session);
-        } catch (const qas::Fatal& error) {
-            return error.what();
-        }
-        return "accepted";
+        });
     }
     struct Axes {
         int n[4];

@@ -5,25 +5,14 @@
 #include <memory>
 #include <string>
 
-#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/qas/npy.h"
+#include "tests/refusal.h"
 
 using testing::HasSubstr;
 
 namespace {
 
 using namespace std::string_literals;
-
-/// The message of the refusal, empty if there is none.
-template <class Action>
-std::string refusal(Action action) {
-    try {
-        action();
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "";
-}
 
 /// "c16 swapped fortran 2 3 : 96 bytes" and the like.
 std::string described(const qastool::NpyHeader& header) {

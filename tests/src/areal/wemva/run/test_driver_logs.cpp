@@ -9,6 +9,7 @@
 #include "src/areal/wemva/run/truncate.h"
 #include "src/areal/wemva/start/horizon_file.h"
 #include "tests/dataset_files.h"
+#include "tests/refusal.h"
 
 using namespace morvane;
 
@@ -31,12 +32,7 @@ namespace {
 
 /// The message with which a run ends that writes a line to a log of this name.
 std::string log_failure(qas::Session& session, const std::string& name) {
-    try {
-        TextLog(session, "list", name).line("text");
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "";
+    return refusal([&] { TextLog(session, "list", name).line("text"); });
 }
 
 }  // namespace
@@ -104,12 +100,7 @@ TEST(TextLog, NeverTakesAFileOfTheRun) {
 namespace {
 
 std::string horizon_failure(const std::string& name, int n) {
-    try {
-        read_horizon(name, n);
-    } catch (const qas::Fatal& error) {
-        return error.what();
-    }
-    return "";
+    return refusal([&] { read_horizon(name, n); });
 }
 
 }  // namespace
