@@ -364,6 +364,50 @@ std::string synth_help() {
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
 
+namespace {
+
+void settle_reflectors(qas::Session& session, Words& w, ModelSpec& spec) {
+    // the strengths and folds of a built-in model are those of its own depths
+    if (session.getch<std::string>("zref")) {
+        w.folds.clear();
+        if (!session.getch<std::string>("strength")) w.strengths = {0.05f};
+    }
+    const auto of_reflectors = [&](const char* key, const std::vector<float>& values, float otherwise, double limit) {
+        if (values.size() > w.depths.size())
+            qaserr("%s= has %zu values for %zu reflectors\n", key, values.size(), w.depths.size());
+        for (float value : values)
+            if (std::abs(value) > limit)
+                qaserr("%s=%g is outside the permitted range %g to %g\n", key, static_cast<double>(value), -limit,
+                       limit);
+        std::vector<float> all(values);
+        all.resize(w.depths.size(), values.empty() ? otherwise : values.back());
+        return all;
+    };
+    const std::vector<float> dips = of_reflectors("dip", w.dips, 0.0f, 60.0);
+    const std::vector<float> strengths = of_reflectors("strength", w.strengths, 0.05f, 0.5);
+    w.folds.resize(w.depths.size());
+    for (std::size_t i = 0; i < w.depths.size(); ++i)
+        spec.reflectors.push_back({w.depths[i], dips[i], strengths[i], w.folds[i]});
+}
+
+void settle_wavelet(qas::Session& session, const Words& w, Acquisition& a) {
+    a.direct = direct_of(w.direct);
+    if (!w.delay_given) a.delay = 1.5f / a.fpeak;
+    if (a.delay * a.fpeak < 1)
+        qaserr("delay=%g cuts the wavelet off; permitted is 1/fpeak=%g or more\n", static_cast<double>(a.delay),
+               1.0 / a.fpeak);
+    if (a.tmax <= a.delay)
+        qaserr("tmax=%g ends before the wavelet's centre at delay=%g\n", static_cast<double>(a.tmax),
+               static_cast<double>(a.delay));
+    settle_trace_times(session, a);
+    const double band = (a.freq.n - 1) * static_cast<double>(a.freq.d);
+    if (2 * a.band_taper > band)
+        qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g\n",
+               static_cast<double>(a.band_taper), 0.5 * band);
+}
+
+}  // namespace
+
 SynthOptions read_options(qas::Session& session) {
     SynthOptions o = defaults();
     Words w;
@@ -391,41 +435,8 @@ SynthOptions read_options(qas::Session& session) {
     const double middle = g.shot.o + 0.5 * (g.shot.n - 1) * static_cast<double>(g.shot.d);
     o.spec.middle = static_cast<float>(middle);
     if (!session.getch<std::string>("xc")) o.spec.xc = o.spec.middle;
-    // the strengths and folds of a built-in model are those of its own depths
-    if (session.getch<std::string>("zref")) {
-        w.folds.clear();
-        if (!session.getch<std::string>("strength")) w.strengths = {0.05f};
-    }
-    const auto of_reflectors = [&](const char* key, const std::vector<float>& values, float otherwise, double limit) {
-        if (values.size() > w.depths.size())
-            qaserr("%s= has %zu values for %zu reflectors\n", key, values.size(), w.depths.size());
-        for (float value : values)
-            if (std::abs(value) > limit)
-                qaserr("%s=%g is outside the permitted range %g to %g\n", key, static_cast<double>(value), -limit,
-                       limit);
-        std::vector<float> all(values);
-        all.resize(w.depths.size(), values.empty() ? otherwise : values.back());
-        return all;
-    };
-    const std::vector<float> dips = of_reflectors("dip", w.dips, 0.0f, 60.0);
-    const std::vector<float> strengths = of_reflectors("strength", w.strengths, 0.05f, 0.5);
-    w.folds.resize(w.depths.size());
-    for (std::size_t i = 0; i < w.depths.size(); ++i)
-        o.spec.reflectors.push_back({w.depths[i], dips[i], strengths[i], w.folds[i]});
-
-    a.direct = direct_of(w.direct);
-    if (!w.delay_given) a.delay = 1.5f / a.fpeak;
-    if (a.delay * a.fpeak < 1)
-        qaserr("delay=%g cuts the wavelet off; permitted is 1/fpeak=%g or more\n", static_cast<double>(a.delay),
-               1.0 / a.fpeak);
-    if (a.tmax <= a.delay)
-        qaserr("tmax=%g ends before the wavelet's centre at delay=%g\n", static_cast<double>(a.tmax),
-               static_cast<double>(a.delay));
-    settle_trace_times(session, a);
-    const double band = (a.freq.n - 1) * static_cast<double>(a.freq.d);
-    if (2 * a.band_taper > band)
-        qaserr("bandtaper=%g leaves nothing of the band; permitted is half of it, %g\n",
-               static_cast<double>(a.band_taper), 0.5 * band);
+    settle_reflectors(session, w, o.spec);
+    settle_wavelet(session, w, a);
     if (!w.rotation_given) a.rotate = o.from_file ? 0.0f : -90.0f;
     return o;
 }

@@ -269,6 +269,44 @@ Array<cf, 2> source_field(const Acquisition& acquisition, const std::vector<std:
     return field;
 }
 
+namespace {
+
+/// Columns: of the first trace and of the source in the model.
+struct Shot {
+    int first, source;
+};
+
+/// The source fields of a whole line, or the one source function.
+Array<cf, 3> source_data(const Geometry& geometry, const Acquisition& acquisition, const SurveyModels& models,
+                         const std::vector<Shot>& shots, const std::vector<std::complex<double>>& spectrum,
+                         const std::vector<double>& factor) {
+    const int ns = geometry.shot.n, nf = acquisition.freq.n, nrec = geometry.trace.n;
+    const auto surface_velocity = [&](const Shot& shot) {
+        return models.full(std::clamp<std::ptrdiff_t>(shot.source, 0, models.full.n()[0] - 1), std::ptrdiff_t{0});
+    };
+    Array<cf, 3> sou;
+    if (geometry.areal) {
+        sou = Array<cf, 3>({nrec, nf, ns});
+        for (int is = 0; is < ns; ++is) {
+            const Shot& shot = shots[static_cast<std::size_t>(is)];
+            const Array<cf, 2> field =
+                source_field(acquisition, spectrum, factor, surface_velocity(shot), geometry.trace.d, nrec);
+            for (int f = 0; f < nf; ++f)
+                for (int i = 0; i < nrec; ++i) sou(i, f, is) = field(std::abs(shot.first + i - shot.source), f);
+        }
+    } else {
+        double v = 0.0;
+        for (const Shot& shot : shots) v += surface_velocity(shot) / static_cast<double>(ns);
+        const std::vector<cf> source =
+            source_function(acquisition, spectrum, factor, static_cast<float>(v), geometry.trace.d);
+        sou = Array<cf, 3>({1, nf, 1});
+        std::ranges::copy(source, sou.flat().begin());
+    }
+    return sou;
+}
+
+}  // namespace
+
 SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition, const FdGrid& grid,
                         const SurveyModels& models, float margin) {
     const int ns = geometry.shot.n, nf = acquisition.freq.n, nrec = geometry.trace.n;
@@ -283,10 +321,6 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
     const std::vector<double> factor =
         band_factor(acquisition, {spectrum.begin(), spectrum.begin() + acquisition.freq.n});
 
-    // Columns: of the first trace and of the source in the model, of the source in the shot's window.
-    struct Shot {
-        int first, source;
-    };
     std::vector<Shot> shots;
     for (int is = 0; is < ns; ++is) {
         const double position = geometry.shot.o + is * static_cast<double>(geometry.shot.d);
@@ -324,26 +358,7 @@ SurveyData model_survey(const Geometry& geometry, const Acquisition& acquisition
             }
     if (all > nf) make_traces(acquisition, spectrum, data);
 
-    const auto surface_velocity = [&](const Shot& shot) {
-        return models.full(std::clamp<std::ptrdiff_t>(shot.source, 0, models.full.n()[0] - 1), std::ptrdiff_t{0});
-    };
-    if (geometry.areal) {
-        data.sou = Array<cf, 3>({nrec, nf, ns});
-        for (int is = 0; is < ns; ++is) {
-            const Shot& shot = shots[static_cast<std::size_t>(is)];
-            const Array<cf, 2> field =
-                source_field(acquisition, spectrum, factor, surface_velocity(shot), geometry.trace.d, nrec);
-            for (int f = 0; f < nf; ++f)
-                for (int i = 0; i < nrec; ++i) data.sou(i, f, is) = field(std::abs(shot.first + i - shot.source), f);
-        }
-    } else {
-        double v = 0.0;
-        for (const Shot& shot : shots) v += surface_velocity(shot) / static_cast<double>(ns);
-        const std::vector<cf> source =
-            source_function(acquisition, spectrum, factor, static_cast<float>(v), geometry.trace.d);
-        data.sou = Array<cf, 3>({1, nf, 1});
-        std::ranges::copy(source, data.sou.flat().begin());
-    }
+    data.sou = source_data(geometry, acquisition, models, shots, spectrum, factor);
     return data;
 }
 

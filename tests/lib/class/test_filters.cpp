@@ -68,7 +68,7 @@ TEST(Filters, RefusesBadChoicesInOrder) {
              Case{"must specify steering and/or laplacian\n", {0, 0, 0, 0, 1, false}},
              Case{"number of lags in the laplacian > 3\n", {0.1f, 0.5f, 2, 2, 1, false}},
              Case{"must have even number of coefficients laplacian lags\n", {0.1f, 0.5f, 5, 2, 1, false}},
-             Case{"", {0.1f, 0.5f, 4, 2, 1, false}},
+             Case{"accepted", {0.1f, 0.5f, 4, 2, 1, false}},
          })
         EXPECT_EQ(refusal([&] { init_filters(c.choice); }), c.text);
 }

@@ -14,6 +14,7 @@
 #include "lib/class/helix/polydiv.h"
 #include "lib/class/ow_steer_parms.h"
 #include "tests/dataset_files.h"
+#include "tests/dense.h"
 #include "tests/dot_test.h"
 #include "tests/refusal.h"
 
@@ -130,23 +131,18 @@ Array<double, 2> division(const DipRun& run, int frame) {
 
 /// min |S m - slow0|^2 + eps^2 |m|^2 by the normal equations.
 std::vector<double> dense_solution(const Array<double, 2>& s, const std::vector<double>& slow0, double eps) {
-    const auto n = std::ssize(slow0);
-    Array<double, 2> a({n + 1, n});  // rows, the right side last
-    for (std::ptrdiff_t i = 0; i < n; ++i) {
-        for (std::ptrdiff_t j = 0; j < n; ++j)
-            for (std::ptrdiff_t k = 0; k < n; ++k) a(j, i) += s(k, i) * s(k, j);
-        for (std::ptrdiff_t k = 0; k < n; ++k) a(n, i) += s(k, i) * slow0[static_cast<std::size_t>(k)];
-        a(i, i) += eps * eps;
-    }
-    for (std::ptrdiff_t k = 0; k < n; ++k)
-        for (std::ptrdiff_t i = 0; i < n; ++i) {
-            if (i == k) continue;
-            const double f = a(k, i) / a(k, k);
-            for (std::ptrdiff_t j = k; j <= n; ++j) a(j, i) -= f * a(j, k);
+    const std::size_t n = slow0.size();
+    DenseMatrix a(n, std::vector<double>(n));
+    std::vector<double> right(n);
+    const auto at = [&](std::size_t k, std::size_t i) { return s(static_cast<int>(k), static_cast<int>(i)); };
+    for (std::size_t i = 0; i < n; ++i) {
+        for (std::size_t k = 0; k < n; ++k) {
+            for (std::size_t j = 0; j < n; ++j) a[i][j] += at(k, i) * at(k, j);
+            right[i] += at(k, i) * slow0[k];
         }
-    std::vector<double> m;
-    for (std::ptrdiff_t i = 0; i < n; ++i) m.push_back(a(n, i) / a(i, i));
-    return m;
+        a[i][i] += eps * eps;
+    }
+    return dense_solve(a, right);
 }
 
 double rms(const std::vector<double>& v) {

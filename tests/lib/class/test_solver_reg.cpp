@@ -5,7 +5,7 @@
 
 #include "lib/class/cgstep_mod.h"
 #include "lib/class/solver_reg_mod.h"
-#include "lib/corelibs/qas/messages/qaserr.h"
+#include "tests/dense.h"
 #include "tests/dot_test.h"
 #include "tests/refusal.h"
 
@@ -49,23 +49,16 @@ struct Dense {
         }
     }
     std::vector<double> solve(const std::vector<float>& free) const {
-        std::vector<std::vector<double>> a(n, std::vector<double>(n + 1));
+        DenseMatrix a(n, std::vector<double>(n));
+        std::vector<double> b(n);
         for (std::size_t i = 0; i < n; ++i) {
             for (std::size_t r = 0; r < rows.size(); ++r) {
                 for (std::size_t j = 0; j < n; ++j) a[i][j] += rows[r][i] * rows[r][j] * (free[i] * free[j]);
-                a[i][n] += rows[r][i] * right[r] * free[i];
+                b[i] += rows[r][i] * right[r] * free[i];
             }
             if (free[i] == 0.0f) a[i][i] = 1.0;
         }
-        for (std::size_t k = 0; k < n; ++k)
-            for (std::size_t i = 0; i < n; ++i) {
-                if (i == k) continue;
-                const double f = a[i][k] / a[k][k];
-                for (std::size_t j = k; j <= n; ++j) a[i][j] -= f * a[k][j];
-            }
-        std::vector<double> x(n);
-        for (std::size_t i = 0; i < n; ++i) x[i] = a[i][n] / a[i][i];
-        return x;
+        return dense_solve(a, b);
     }
 };
 

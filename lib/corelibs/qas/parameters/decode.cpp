@@ -49,6 +49,40 @@ struct Reader {
     }
 };
 
+/// A list that is being decoded: its text, the caller's room, and what a message on it begins with.
+struct List {
+    const std::string& text;
+    std::size_t most;
+    std::string name;
+};
+
+/// The elements of a list, each by decode_one, repeated as often as it says.
+template <class T, class Decode>
+Values decode_list(const List& list, Reader& reader, Decode decode_one) {
+    std::vector<T> values;
+    for (std::size_t begin = 0; begin < list.text.size();) {
+        const std::size_t comma = std::min(list.text.find(',', begin), list.text.size());
+        std::string element = list.text.substr(begin, comma - begin);
+        const std::size_t mark = element.find_first_of("*x");
+        long count = 1;
+        if (mark != std::string::npos) {
+            count = std::strtol(element.substr(0, mark).c_str(), nullptr, 10);
+            if (count <= 0) reader.clean = false;
+            element.erase(0, mark + 1);
+        }
+        const T value = static_cast<T>((reader.*decode_one)(element));
+        if (count > 0) {
+            if (static_cast<std::size_t>(count) > list.most - values.size())
+                qaserr("%s=%s: more values than the %zu this key takes\n", list.name.c_str(), list.text.c_str(),
+                       list.most);
+            values.insert(values.end(), static_cast<std::size_t>(count), value);
+        }
+        begin = comma + 1;
+    }
+    if (values.empty()) return {};
+    return values;
+}
+
 }  // namespace
 
 const Entry* getpar_find(const ParTable& table, std::string_view names) {
@@ -76,57 +110,35 @@ Values getpar_decode(const ParTable& table, std::string_view names, std::string_
     if (letter == 's') return text;
 
     const std::string key(names);
+    const List list{text, most, where + " " + key};
     Reader reader;
-    const auto decode_list = [&]<class T>(std::vector<T> values, auto decode_one) -> Values {
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t comma = std::min(text.find(',', begin), text.size());
-            std::string element = text.substr(begin, comma - begin);
-            const std::size_t mark = element.find_first_of("*x");
-            long count = 1;
-            if (mark != std::string::npos) {
-                count = std::strtol(element.substr(0, mark).c_str(), nullptr, 10);
-                if (count <= 0) reader.clean = false;
-                element.erase(0, mark + 1);
-            }
-            const T value = static_cast<T>(decode_one(element));
-            if (count > 0) {
-                if (static_cast<std::size_t>(count) > most - values.size())
-                    qaserr("%s %s=%s: more values than the %zu this key takes\n", where.c_str(), key.c_str(),
-                           text.c_str(), most);
-                values.insert(values.end(), static_cast<std::size_t>(count), value);
-            }
-            begin = comma + 1;
-        }
-        if (values.empty()) return {};
-        return values;
-    };
     Values values;
     const char* expected = "a number";
     switch (letter) {
         case '1':
         case 'l':
             expected = "yes or no";
-            values = decode_list(std::vector<int>(), [&](const std::string& s) { return reader.logical(s); });
+            values = decode_list<int>(list, reader, &Reader::logical);
             break;
         case 'd':
         case 'i':
             expected = "a 32-bit integer";
-            values = decode_list(std::vector<int>(), [&](const std::string& s) { return reader.integer(s); });
+            values = decode_list<int>(list, reader, &Reader::integer);
             break;
         case 'm':
             expected = "an integer";
-            values = decode_list(std::vector<int>(), [&](const std::string& s) { return reader.low_half(s); });
+            values = decode_list<int>(list, reader, &Reader::low_half);
             break;
         case 'f':
         case 'r':
-            values = decode_list(std::vector<float>(), [&](const std::string& s) { return reader.real(s); });
+            values = decode_list<float>(list, reader, &Reader::real);
             break;
         default:
-            values = decode_list(std::vector<double>(), [&](const std::string& s) { return reader.real(s); });
+            values = decode_list<double>(list, reader, &Reader::real);
     }
     if (!reader.clean || (!text.empty() && !found(values)))
         notes.once(where + '\n' + key + '\n' + text,
-                   strprintf("%s %s=%s is not %s\n", where.c_str(), key.c_str(), text.c_str(), expected));
+                   strprintf("%s=%s is not %s\n", list.name.c_str(), text.c_str(), expected));
     return values;
 }
 

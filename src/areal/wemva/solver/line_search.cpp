@@ -39,6 +39,19 @@ double cubic_gamma(double theta, double a, double b) {
     return square > 0 ? s * std::sqrt(square) : 0;
 }
 
+/// The last of the faults that the arguments of a new search have; null: none.
+const char* fault_at_start(double g, double stp, double ftol, double gtol, double xtol, double stpmin, double stpmax) {
+    if (stpmax < stpmin) return "ERROR: STPMAX .LT. STPMIN";
+    if (stpmin < 0) return "ERROR: STPMIN .LT. ZERO";
+    if (xtol < 0) return "ERROR: XTOL .LT. ZERO";
+    if (gtol < 0) return "ERROR: GTOL .LT. ZERO";
+    if (ftol < 0) return "ERROR: FTOL .LT. ZERO";
+    if (g >= 0) return "ERROR: INITIAL G .GE. ZERO";
+    if (stp > stpmax) return "ERROR: STP .GT. STPMAX";
+    if (stp < stpmin) return "ERROR: STP .LT. STPMIN";
+    return nullptr;
+}
+
 }  // namespace
 
 int lnsrlb(const Bounds& bounds, const Kind& kind, const LineVectors& vectors, double f, Search& search,
@@ -95,27 +108,15 @@ void dcsrch(double f, double g, double& stp, double ftol, double gtol, double xt
            &fy = dsave[6], &stx = dsave[7], &sty = dsave[8], &stmin = dsave[9], &stmax = dsave[10], &width = dsave[11],
            &width1 = dsave[12];
     if (task == "START") {
-        if (stp < stpmin) task = "ERROR: STP .LT. STPMIN";
-        if (stp > stpmax) task = "ERROR: STP .GT. STPMAX";
-        if (g >= 0) task = "ERROR: INITIAL G .GE. ZERO";
-        if (ftol < 0) task = "ERROR: FTOL .LT. ZERO";
-        if (gtol < 0) task = "ERROR: GTOL .LT. ZERO";
-        if (xtol < 0) task = "ERROR: XTOL .LT. ZERO";
-        if (stpmin < 0) task = "ERROR: STPMIN .LT. ZERO";
-        if (stpmax < stpmin) task = "ERROR: STPMAX .LT. STPMIN";
-        if (task.starts_with("ERROR")) return;
+        const char* const fault = fault_at_start(g, stp, ftol, gtol, xtol, stpmin, stpmax);
+        task = fault ? fault : "FG";
+        if (fault) return;
         brackt_saved = 0;
         stage = 1;
-        finit = f;
-        ginit = g;
-        gtest = ftol * ginit;
-        width = stpmax - stpmin;
-        width1 = 2 * width;
-        stx = 0, fx = finit, gx = ginit;
-        sty = 0, fy = finit, gy = ginit;
-        stmin = 0;
-        stmax = stp + 4 * stp;
-        task = "FG";
+        const double whole = stpmax - stpmin;
+        //                     ginit gtest  gx gy finit fx fy stx sty stmin stmax  width  width1
+        const double begin[] = {g, ftol * g, g, g, f, f, f, 0, 0, 0, stp + 4 * stp, whole, 2 * whole};
+        std::copy_n(begin, dsave.size(), dsave.begin());
         return;
     }
     bool brackt = brackt_saved != 0;

@@ -256,14 +256,6 @@ TEST_F(Datasets, NothingMovesForACountOfZero) {
     EXPECT_EQ(refusal([&] { s->sseek("never", 0, 0); }), "Unknown tag \"never\" \n");
 }
 
-TEST_F(Datasets, SwapWordsAtAnyAlignmentAndInPlace) {
-    std::string bytes = "?abcdefghijklmnop", target(bytes.size(), '.');
-    qas::swap_words(bytes.data() + 1, target.data() + 1, 3);
-    EXPECT_EQ(target, ".dcbahgfelkji....");
-    qas::swap_words(target.data() + 1, target.data() + 1, 3);
-    EXPECT_EQ(target, ".abcdefghijkl....");
-}
-
 TEST_F(Datasets, BadInputsEndWithOneMessageThatNamesTagFileAndKey) {
     ASSERT_EQ(::mkfifo("fifo", 0600), 0);  // opening it would wait for ever
     std::filesystem::create_directory("folder");

@@ -2,42 +2,32 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <numbers>
 
 #include "src/tools/morvane_synth/options.h"
 #include "src/tools/morvane_synth/synthesise.h"
+#include "tests/dataset_files.h"
 #include "tests/refusal.h"
 
 using namespace morvane;
 
 namespace {
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-/// A folder of its own that goes with the test.
 class SynthFiles : public testing::Test {
 protected:
-    fs::path dir;
-
-    void SetUp() override {
-        dir = fs::temp_directory_path() / ("synth." + std::to_string(::getpid()) + "." +
-                                           testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    const files::TempDir dir;
 
     /// Words that put all files of a survey into the folder under names that start with `prefix`.
     std::vector<std::string> words(const std::string& prefix, std::vector<std::string> more) const {
-        std::vector<std::string> all{"morvane_synth", "datapath=" + dir.string() + "/",
-                                     "parfile=" + (dir / (prefix + "par")).string()};
+        std::vector<std::string> all{"morvane_synth", "datapath=" + dir.text() + "/",
+                                     "parfile=" + file(prefix + "par")};
         for (const char* tag : {"vel", "true", "rec", "sou", "full"}) all.push_back(tag + ("=" + file(prefix + tag)));
         all.insert(all.end(), more.begin(), more.end());
         return all;
     }
-    std::string file(const std::string& name) const { return (dir / name).string(); }
+    std::string file(const std::string& name) const { return dir / name; }
 
     /// A small survey with a body to one side, so that no two shots are alike.
     std::vector<std::string> small(const std::string& prefix, std::vector<std::string> more) const {
@@ -203,7 +193,7 @@ TEST_F(SynthFiles, ModelFromADatasetIsCutShiftedAndContinued) {
     for (int iz = 0; iz < nz; ++iz)
         for (int ix = 0; ix < nx; ++ix) model[ix + nx * iz] = 1.0f / (2000.0f + static_cast<float>(ix + 4 * iz));
     {
-        qas::Session writer({"writer", "data=" + file("model"), "datapath=" + dir.string() + "/"});
+        qas::Session writer({"writer", "data=" + file("model"), "datapath=" + dir.text() + "/"});
         for (auto [key, value] : {std::pair{"n1", nx}, {"n2", 1}, {"n3", nz}, {"esize", 4}})
             writer.to_history(key, value, "data");
         for (auto [key, value] : {std::pair{"d1", 10.0f}, {"o1", 10.0f}, {"d3", 10.0f}, {"o3", 0.0f}})
@@ -221,7 +211,7 @@ TEST_F(SynthFiles, ModelFromADatasetIsCutShiftedAndContinued) {
     EXPECT_THAT(refusal(small("m.", {"model=" + file("nothing")})), HasSubstr("nothing"));
     model[100] = 0.0f;
     {
-        qas::Session writer({"writer", "data=" + file("bad"), "datapath=" + dir.string() + "/"});
+        qas::Session writer({"writer", "data=" + file("bad"), "datapath=" + dir.text() + "/"});
         for (auto [key, value] : {std::pair{"n1", nx}, {"n3", nz}}) writer.to_history(key, value, "data");
         for (auto [key, value] : {std::pair{"d1", 10.0f}, {"o1", 10.0f}, {"d3", 10.0f}})
             writer.to_history(key, value, "data");
@@ -267,6 +257,8 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
                           Case{"of=0", "of=0 is outside"},
                           Case{"dshot=45", "multiples of dx"},
                           Case{"orec=20", "no trace at the shot"},
+                          Case{"orec=-145", "no trace at the shot"},
+                          Case{"oshot=1234567", "six digits"},
                           Case{"zref=1,x", "zref=x is not a number"},
                           Case{"dip=1,2,3", "dip= has 3 values for 1"},
                           Case{"delay=0.001", "cuts the wavelet off"},
@@ -284,35 +276,4 @@ TEST_F(SynthFiles, BadValuesAreRefusedByName) {
         EXPECT_THAT(refusal(small("bad.", {c.word})), HasSubstr(c.says));
     }
     EXPECT_THAT(refusal(small("bad.", {"model=m", "dips=d"})), HasSubstr("not known"));
-}
-
-TEST(SynthOptions, HelpListsEveryParameterThatIsRead) {
-    const std::string help = synth_help();
-    for (const char* key :
-         {"model", "zref", "areal", "nshot", "fpeak", "whiten", "direct", "mute", "dt", "rec", "parfile", "nh"})
-        EXPECT_THAT(help, HasSubstr("\n  " + std::string(key) + "="));
-    EXPECT_THAT(help, HasSubstr("dx=10 m"));
-}
-
-TEST(SynthOptions, BuiltInModelsBringTheirSettings) {
-    qas::Session lens({"synth"}), layers({"synth", "model=layers", "mute=40"}), areal({"synth", "areal=y"});
-    const SynthOptions a = read_options(lens), b = read_options(layers), c = read_options(areal);
-    EXPECT_EQ(a.spec.dv, -600);
-    EXPECT_EQ(a.spec.xc, 1050);
-    EXPECT_EQ(a.spec.reflectors.size(), 6u);
-    EXPECT_EQ(a.geometry.trace.o, -1500);
-    EXPECT_EQ(a.acquisition.rotate, -90);
-    EXPECT_NEAR(a.acquisition.delay, 1.5 / 17, 1e-6);
-    EXPECT_EQ(b.spec.dv, 0);
-    EXPECT_EQ(b.spec.start_scale, 0.92f);
-    EXPECT_EQ(b.acquisition.angle, 40);
-    EXPECT_EQ(b.spec.reflectors[6].dip, 7);
-    qas::Session random({"synth", "model=random", "seed=2"}), own({"synth", "model=random", "zref=300", "dip=1"});
-    const SynthOptions d = read_options(random), e = read_options(own);
-    EXPECT_EQ(d.spec.reflectors.size(), 8u);
-    EXPECT_NE(d.spec.reflectors[7].fold, 0);
-    EXPECT_EQ(e.spec.reflectors[0].fold, 0);
-    EXPECT_EQ(e.spec.reflectors[0].strength, 0.05f);
-    EXPECT_EQ(c.geometry.trace.n, 510);
-    EXPECT_EQ(c.geometry.trace.o, -1500);
 }

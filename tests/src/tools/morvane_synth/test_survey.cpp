@@ -4,7 +4,6 @@
 #include <cmath>
 #include <numbers>
 
-#include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/tools/morvane_synth/survey.h"
 #include "tests/refusal.h"
 
@@ -59,42 +58,11 @@ TEST(Geometry, ImageAxisIsTheOneThatMorvaneForms) {
     for (const bool fixed : {false, true}) EXPECT_EQ(refusal([&] { check_geometry(line(fixed)); }), "accepted");
 }
 
-TEST(Geometry, RefusesWhatMorvaneWouldPlaceElsewhere) {
-    struct Case {
-        const char* fault;
-        void (*change)(Geometry&);
-        const char* says;
-    };
-    for (const Case& c :
-         {Case{"shots between columns", [](Geometry& g) { g.shot.d = 65; }, "multiples of dx=10"},
-          Case{"spread beside the shot", [](Geometry& g) { g.trace.o = 100; }, "no trace at the shot"},
-          Case{"spread ends before the shot", [](Geometry& g) { g.trace.n = 40; }, "no trace at the shot"},
-          Case{"traces between columns", [](Geometry& g) { g.trace.o = -495; }, "no trace at the shot"},
-          Case{"seven digits", [](Geometry& g) { g.shot.o = 1234567.0f; }, "six digits"}}) {
-        SCOPED_TRACE(c.fault);
-        Geometry g = line();
-        c.change(g);
-        EXPECT_THAT(refusal([&] { check_geometry(g); }), testing::HasSubstr(c.says));
-    }
-}
-
 TEST(Geometry, PaddingAvoidsLargePrimes) {
     EXPECT_EQ(good_padding(300, 20, 10), 10);  // 360 = 2^3 3^2 5
     EXPECT_EQ(good_padding(300, 20, 11),
               19);  // 378 = 2 3^3 7; between: 2 181, 4 7 13, 6 61, 16 23, 10 37, 12 31, 2 11 17, 8 47
     EXPECT_EQ(good_padding(343, 0, 0), 0);  // 7^3
-}
-
-TEST(Wavelet, RickerHasItsPeakAtTheDelayAndAtThePeakFrequency) {
-    const std::vector<float> wavelet = ricker(20.0f, 0.1f, 0.002f, 201);
-    EXPECT_EQ(wavelet[50], 1.0f);
-    EXPECT_NEAR(wavelet[40], wavelet[60], 1e-6);
-    EXPECT_LT(wavelet[62], 0.0f);
-    std::vector<float> freqs;
-    for (int k = 0; k < 60; ++k) freqs.push_back(1.0f + static_cast<float>(k));
-    const auto spectrum = StepTransform(freqs, 201, 0.002f).of(wavelet);
-    const auto largest = std::ranges::max_element(spectrum, {}, [](cd s) { return std::abs(s); });
-    EXPECT_NEAR(freqs[largest - spectrum.begin()], 20.0, 1.0);
 }
 
 TEST(Wavelet, BandFactorFlattensAboveTheWaterLevelAndTapersBothEnds) {
@@ -181,12 +149,4 @@ TEST(SourceData, CarriedDownItIsTheDowngoingField) {
             EXPECT_NEAR(std::abs(of_spike), z / r, 0.03);
             EXPECT_NEAR(std::arg(of_spike), 0.0, 0.05);
         }
-}
-
-TEST(SourceData, RotationTurnsThePhase) {
-    Acquisition a = band(1, 1.0f, 10.0f);
-    const std::vector<cf> plain = source_function(a, {cd(1, 0)}, {1.0}, 2000, 10);
-    a.rotate = 90;
-    const std::vector<cf> turned = source_function(a, {cd(1, 0)}, {1.0}, 2000, 10);
-    EXPECT_NEAR(std::abs(turned[0] - cf(0, 1) * plain[0]), 0.0, 1e-6 * std::abs(plain[0]));
 }

@@ -51,20 +51,6 @@ TEST(NpyHeader, OfEveryVersionEndsWhereTheSamplesBegin) {
         EXPECT_EQ(read_bytes(bytes + text + "S"), "f4 2 3 : 24 bytes");
 }
 
-TEST(NpyHeader, ReadsBackWhatItWrites) {
-    for (const std::vector<std::int64_t>& shape : {std::vector<std::int64_t>{5}, {4, 3, 2}}) {
-        qastool::NpyHeader header;
-        header.type = 'c';
-        header.size = 8;
-        header.shape = shape;
-        header.elements = shape.size() == 1 ? 5 : 24;
-        const std::string bytes = qastool::npy_header_bytes(header);
-        EXPECT_EQ(bytes.size() % 64, 0u);
-        EXPECT_EQ(bytes.back(), '\n');
-        EXPECT_EQ(read_bytes(bytes + "S"), described(header));
-    }
-}
-
 TEST(NpyHeader, RefusesHostileText) {
     const struct {
         const char* text;

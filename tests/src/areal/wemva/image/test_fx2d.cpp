@@ -10,6 +10,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/image/fx2d.h"
 #include "tests/dataset_files.h"
+#include "tests/dense.h"
 #include "tests/dot_test.h"
 
 using namespace morvane;
@@ -19,18 +20,18 @@ namespace {
 using cd = std::complex<double>;
 using Line = std::vector<cd>;
 
-/// One-step prediction by the normal equations, term by term; the filter by elimination with pivots.
+/// One-step prediction by the normal equations, term by term.
 Line predicted(const Line& x, int noper, double lambda) {
     const int m = noper - 1, n = static_cast<int>(x.size());
     const auto at = [&](int i) { return i < 0 || i >= n ? cd(0) : x[static_cast<std::size_t>(i)]; };
-    std::vector<Line> a(static_cast<std::size_t>(m), Line(static_cast<std::size_t>(m) + 1));
+    std::vector<Line> a(static_cast<std::size_t>(m), Line(static_cast<std::size_t>(m)));
+    Line right(static_cast<std::size_t>(m)), out(x.size());
     for (int j = 1; j <= m; ++j)
         for (int i = 0; i < n + m; ++i) {
             for (int k = 1; k <= m; ++k)
                 a[static_cast<std::size_t>(j - 1)][static_cast<std::size_t>(k - 1)] += std::conj(at(i - j)) * at(i - k);
-            a[static_cast<std::size_t>(j - 1)].back() += std::conj(at(i - j)) * at(i);
+            right[static_cast<std::size_t>(j - 1)] += std::conj(at(i - j)) * at(i);
         }
-    Line f(static_cast<std::size_t>(m)), out(x.size());
     if (m == 0 || a[0][0] == 0.0) return out;
     const auto size = static_cast<std::size_t>(m);
     for (std::size_t j = 0; j < size; ++j) {
@@ -41,13 +42,7 @@ Line predicted(const Line& x, int noper, double lambda) {
             a[j][j] *= 1 + lambda * lambda;
         }
     }
-    for (std::size_t k = 0; k < size; ++k)
-        for (std::size_t i = 0; i < size; ++i) {
-            if (i == k) continue;
-            const cd factor = a[i][k] / a[k][k];
-            for (std::size_t j = k; j <= size; ++j) a[i][j] -= factor * a[k][j];
-        }
-    for (std::size_t i = 0; i < size; ++i) f[i] = a[i].back() / a[i][i];
+    const Line f = dense_solve(a, right);
     for (int i = 1; i < n; ++i)
         for (int k = 1; k <= m; ++k) out[static_cast<std::size_t>(i)] += f[static_cast<std::size_t>(k - 1)] * at(i - k);
     return out;

@@ -1,16 +1,15 @@
 #pragma once
 /// The quadratic model in full, the slow way, from the stored pairs.
-#include <cmath>
 #include <random>
-#include <utility>
 #include <vector>
 
 #include "src/areal/wemva/solver/matrices.h"
+#include "tests/dense.h"
 #include "tests/src/areal/wemva/solver/caller.h"
 
 namespace morvane {
 
-using Matrix = std::vector<Vector>;  // rows
+using Matrix = DenseMatrix;
 
 inline Matrix zeros(std::size_t n) {
     return Matrix(n, Vector(n));
@@ -22,29 +21,6 @@ inline Vector times_vector(const Matrix& A, const Vector& x) {
         for (std::size_t j = 0; j < x.size(); ++j) y[i] += A[i][j] * x[j];
     }
     return y;
-}
-
-/// Gaussian elimination with pivoting.
-inline Vector solve(Matrix A, Vector b) {
-    const std::size_t n = b.size();
-    for (std::size_t k = 0; k < n; ++k) {
-        std::size_t pivot = k;
-        for (std::size_t i = k; i < n; ++i) {
-            if (std::abs(A[i][k]) > std::abs(A[pivot][k])) pivot = i;
-        }
-        std::swap(A[k], A[pivot]);
-        std::swap(b[k], b[pivot]);
-        for (std::size_t i = k + 1; i < n; ++i) {
-            const double factor = A[i][k] / A[k][k];
-            for (std::size_t j = k; j < n; ++j) A[i][j] -= factor * A[k][j];
-            b[i] -= factor * b[k];
-        }
-    }
-    for (std::size_t k = n; k-- > 0;) {
-        for (std::size_t j = k + 1; j < n; ++j) b[k] -= A[k][j] * b[j];
-        b[k] /= A[k][k];
-    }
-    return b;
 }
 
 /// B by the update formula itself, pair after pair from theta I: B - B s s'B / s'B s + y y' / s'y.

@@ -135,7 +135,7 @@ TEST(Subsm, IsTheNewtonStepInTheFreeVariables) {
         ASSERT_EQ(solver::cmprlb(p, subspace.set, x, g, z, c.data(), mc.data(), true, r), 0);
         for (std::size_t a = 0; a < nfree; ++a) EXPECT_NEAR(r[a], rhs[a], 1e-10);
 
-        const Vector step = solve(reduced, rhs);
+        const Vector step = dense_solve(reduced, rhs);
         for (const bool boxed : {false, true}) {
             // A box that cuts the step of each free variable i at (i + 2) / 4 of its length, the first one the most.
             double alpha = 1;
