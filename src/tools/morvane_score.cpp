@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <new>
 
 #include "lib/corelibs/qas/messages/help.h"
@@ -30,6 +31,7 @@ qas::KeyTable score_keys() {
            {"Velout", input, "", "Velout", "", "velocity panels of the run"},
            {"bkgimg", input, "", "bkgimg", "", "image panels of the run"},
            {"log", text, "", "log", "", "iteration log of the run"},
+           {"course", text, "", "", "", "course of the run, which tells fit; without it no such column"},
            {"trueimg", input, "", "", "", "image of a run that starts from the true model; without it no such column"},
            {"truelog", text, "", "", "", "iteration log of that run"}}},
          {"The table",
@@ -88,6 +90,18 @@ std::vector<LogLine> log_of(qas::Session& session, const std::string& key) {
     return lines;
 }
 
+/// fit by evaluation, as the course of the run tells it; nothing without that key.
+std::map<int, double> fits_of(qas::Session& session) {
+    if (!session.exist_file("course")) return {};
+    const std::string file = named(session, "course");
+    std::ifstream stream(file);
+    if (!stream) qaserr("course=%s cannot be opened\n", file.c_str());
+    session.claim_input({file, "course=" + file});
+    const std::map<int, double> fits = read_fits(stream);
+    if (fits.empty()) qaserr("course=%s holds no fit: run morvane with fit=y\n", file.c_str());
+    return fits;
+}
+
 Region region_of(qas::Session& session, const ModelPanel& truth) {
     const auto limit = [&](const char* key, double otherwise) {
         const double of_header = session.from_aux<double>("true", key, otherwise);
@@ -102,12 +116,13 @@ Region region_of(qas::Session& session, const ModelPanel& truth) {
     return region;
 }
 
-void write_csv(qas::PlainOutput file, const std::vector<ScoreRow>& rows) {
-    file.write("iteration,evaluation,fun,error,share\n");
+void write_csv(qas::PlainOutput file, const std::vector<ScoreRow>& rows, bool fits) {
+    file.write(fits ? "iteration,evaluation,fun,error,share,fit\n" : "iteration,evaluation,fun,error,share\n");
     for (const ScoreRow& row : rows) {
-        char line[200];
-        std::snprintf(line, sizeof line, "%d,%d,%.6e,%.6f,%.6f\n", row.iteration, row.evaluation, row.fun, row.error,
-                      row.share);
+        char line[200], fit[20] = "";
+        if (fits) std::snprintf(fit, sizeof fit, ",%.6f", row.fit);
+        std::snprintf(line, sizeof line, "%d,%d,%.6e,%.6f,%.6f%s\n", row.iteration, row.evaluation, row.fun, row.error,
+                      row.share, fit);
         file.write(line);
     }
     file.finish();
@@ -117,6 +132,7 @@ void score(qas::Session& session) {
     const ModelPanel truth = read_model(session, "true", 1);
     const Region region = region_of(session, truth);
     const std::vector<LogLine> log = log_of(session, "log");
+    const std::map<int, double> fits = fits_of(session);
     std::vector<ScoreRow> rows;
     for (const Accepted& step : accepted_steps(log)) {
         ModelPanel model =
@@ -125,6 +141,7 @@ void score(qas::Session& session) {
             for (float& v : model.values.flat()) v = 1.0f / v;
         rows.push_back({step.iteration, step.evaluation, step.fun, relative_error(truth, model, region),
                         image_share(session, "bkgimg", step.evaluation, region)});
+        if (const auto fit = fits.find(step.evaluation); fit != fits.end()) rows.back().fit = fit->second;
     }
     ScoreRow of_truth;
     const bool with_truth = session.exist_file("trueimg") && session.exist_file("truelog");
@@ -134,7 +151,7 @@ void score(qas::Session& session) {
     }
     std::fputs(score_table(rows, count_evaluations(log), region, with_truth ? &of_truth : nullptr).c_str(), stdout);
     if (const auto csv = session.getch<std::string>("csv"))
-        write_csv(session.claim_output({*csv, "csv=" + *csv, "give it another name", true}), rows);
+        write_csv(session.claim_output({*csv, "csv=" + *csv, "give it another name", true}), rows, !fits.empty());
 }
 
 }  // namespace

@@ -541,6 +541,66 @@ TEST(Driver, PspiAndClusteringRun) {
     }
 }
 
+// A row for each evaluation tells what was accepted; best holds the accepted model of the greatest fit.
+TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
+    for (const auto& [rise, patience, stops] : {std::tuple("0", "9", false), {"0.9", "1", true}}) {
+        TinySurvey survey(false);
+        for (const auto& [key, value] : std::map<std::string, std::string>{{"gradient", "exact"},
+                                                                           {"firststep", "0.02"},
+                                                                           {"niter", "5"},
+                                                                           {"regularise", "0.1"},
+                                                                           {"reg_x", "30"},
+                                                                           {"stop", "fit"},
+                                                                           {"stop_rise", rise},
+                                                                           {"stop_patience", patience},
+                                                                           {"course", survey.dir / "course.csv"},
+                                                                           {"best", survey.dir / "best.H"}})
+            survey.arguments[key] = value;
+        const Outcome run = survey.run();
+        ASSERT_EQ(run.status, 0) << run.err;
+        std::vector<std::string> log_of_evaluations, accepted = {"1"};
+        for (const std::string& line : files::lines_of(files::read_text(survey.dir / "log"))) {
+            if (line.find("NEW_X") == std::string::npos)
+                log_of_evaluations.push_back(line);
+            else
+                accepted.push_back(std::to_string(std::stoi(line.substr(20, 4)) - 1));
+        }
+        const std::vector<std::string> rows = files::lines_of(files::read_text(survey.dir / "course.csv"));
+        ASSERT_EQ(rows.size(), log_of_evaluations.size() + 1);
+        EXPECT_EQ(rows[0], "evaluation,iteration,accepted,fun,data,regularisation,gradient,step,share,fit");
+        std::vector<std::string> marked;
+        std::string best;
+        double greatest = -2.0;
+        for (std::size_t i = 1; i < rows.size(); ++i) {
+            std::vector<double> cells;
+            std::stringstream stream(rows[i]);
+            for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(std::stod(cell));
+            ASSERT_EQ(cells.size(), 10u) << rows[i];
+            EXPECT_EQ(cells[0], static_cast<double>(i));
+            EXPECT_NEAR(cells[3], cells[4] + cells[5], 1e-7 * cells[3]);
+            EXPECT_NEAR(cells[3], std::stod(log_of_evaluations[i - 1].substr(45, 15)), 1e-6 * cells[3]);
+            EXPECT_EQ(cells[7] > 0.0, i > 1) << "the largest step from the model accepted before";
+            EXPECT_LE(std::abs(cells[9]), 1.0);
+            if (cells[2] != 1.0) continue;
+            marked.push_back(std::to_string(i));
+            if (cells[9] > greatest) {
+                greatest = cells[9];
+                best = marked.back();
+            }
+        }
+        EXPECT_EQ(marked, accepted);
+        EXPECT_THAT(run.err, HasSubstr(", greatest " + std::to_string(greatest).substr(0, 6)));
+        EXPECT_THAT(run.err, HasSubstr(" at panel " + best + " (best=" + survey.dir / "best.H" + "); result: panel "));
+        EXPECT_EQ(run.err.find("morvane: stop=fit: fit rose by ") != std::string::npos, stops) << run.err;
+        EXPECT_EQ(accepted.size() == 2, stops);
+        const std::vector<float> model = files::read_dataset(survey.dir / "best.H");
+        const std::vector<float> velocity =
+            panel_of(files::read_dataset(survey.dir / "velout.H"), static_cast<int>(rows.size()) - 1, std::stoi(best));
+        ASSERT_EQ(model.size(), velocity.size());
+        for (std::size_t i = 0; i < model.size(); ++i) ASSERT_NEAR(model[i] * velocity[i], 1.0f, 1e-6f);
+    }
+}
+
 TEST(Driver, ASingleThreadedRunRepeatsItselfBitByBit) {
     TinySurvey a(false), b(false);
     for (TinySurvey* survey : {&a, &b}) {
@@ -651,6 +711,8 @@ TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
         {{{"head", d + "log"}}, 23, "log=" + d + "log: this is header"},
         {{{"horv0", "horizon"}, {"log", d + "horizon"}}, 23, "log=" + d + "horizon: this is horv0=horizon"},
         {{{"horv0", "horizon"}, {"grad", d + "horizon"}}, 23, "(parameter grad) is horv0=horizon"},
+        {{{"gradient", "exact"}, {"course", d + "rec.H@"}}, 23, ": this is the data file of header \"" + d + "rec.H\""},
+        {{{"gradient", "exact"}, {"best", d + "vel.H"}}, 23, "(parameter best) is the file of header"},
     };
     const Arguments first = survey.arguments;
     for (const auto& row : rows) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <istream>
+#include <sstream>
 
 #include "lib/corelibs/qas/messages/qaserr.h"
 
@@ -113,16 +114,63 @@ double zero_offset_share(View<const float, 3> image, const Axis& x, const Axis& 
     return all == 0.0 ? 0.0 : at_zero / all;
 }
 
+std::map<int, double> read_fits(std::istream& course) {
+    const auto cells_of = [](const std::string& line) {
+        std::vector<std::string> cells;
+        std::istringstream stream(line);
+        for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(cell);
+        return cells;
+    };
+    std::map<int, double> fits;
+    std::string line;
+    if (!std::getline(course, line)) return fits;
+    const std::vector<std::string> names = cells_of(line);
+    const auto column = [&](const char* name) {
+        return static_cast<std::size_t>(std::ranges::find(names, name) - names.begin());
+    };
+    const std::size_t evaluation = column("evaluation"), fit = column("fit");
+    if (std::max(evaluation, fit) >= names.size()) return fits;
+    while (std::getline(course, line)) {
+        const std::vector<std::string> cells = cells_of(line);
+        if (cells.size() == names.size() && !cells[fit].empty())
+            fits[std::atoi(cells[evaluation].c_str())] = std::strtod(cells[fit].c_str(), nullptr);
+    }
+    return fits;
+}
+
+double correlation_of_fit(const std::vector<ScoreRow>& rows) {
+    double n = 0.0, x = 0.0, y = 0.0, xx = 0.0, yy = 0.0, xy = 0.0;
+    for (const ScoreRow& row : rows) {
+        if (std::isnan(row.fit)) continue;
+        n += 1.0;
+        x += row.fit;
+        y += row.error;
+    }
+    for (const ScoreRow& row : rows) {
+        if (std::isnan(row.fit)) continue;
+        const double dx = row.fit - x / n, dy = row.error - y / n;
+        xx += dx * dx;
+        yy += dy * dy;
+        xy += dx * dy;
+    }
+    return n < 3.0 || xx == 0.0 || yy == 0.0 ? NAN : xy / std::sqrt(xx * yy);
+}
+
 std::string score_table(const std::vector<ScoreRow>& rows, int evaluations, const Region& region,
                         const ScoreRow* truth) {
     const ScoreRow &first = rows.front(), &last = rows.back();
     std::string text;
     add_line(text, "accepted models, seen in x %g to %g, z %g to %g", region.xmin, region.xmax, region.zmin,
              region.zmax);
-    add_line(text, " iteration  evaluation            fun   model error %%   zero-offset share %%");
-    for (const ScoreRow& row : rows)
-        add_line(text, "%10d %11d %14.6e %15.3f %21.3f", row.iteration, row.evaluation, row.fun, 100 * row.error,
-                 100 * row.share);
+    const bool fits = std::ranges::any_of(rows, [](const ScoreRow& row) { return !std::isnan(row.fit); });
+    add_line(text, " iteration  evaluation            fun   model error %%   zero-offset share %%%s",
+             fits ? "         fit" : "");
+    for (const ScoreRow& row : rows) {
+        char fit[20] = "";
+        if (fits) std::snprintf(fit, sizeof fit, "%12.5f", row.fit);
+        add_line(text, "%10d %11d %14.6e %15.3f %21.3f%s", row.iteration, row.evaluation, row.fun, 100 * row.error,
+                 100 * row.share, fit);
+    }
     text += '\n';
     add_line(text, "%22s %14s %14s %14s %16s", "", "start", "last", "true model", "start to last");
     char of_truth[3][40] = {"-", "-", "-"};
@@ -146,6 +194,14 @@ std::string score_table(const std::vector<ScoreRow>& rows, int evaluations, cons
     else
         add_line(text, "%zu iterations in %d evaluations; least model error %.3f %% at iteration %d", rows.size() - 1,
                  evaluations, 100 * best->error, best->iteration);
+    if (fits) {
+        const auto fittest = std::ranges::max_element(
+            rows, {}, [](const ScoreRow& row) { return std::isnan(row.fit) ? -INFINITY : row.fit; });
+        add_line(
+            text,
+            "greatest fit %.5f at iteration %d, where the model error is %.3f %%; correlation of fit and error %+.3f",
+            fittest->fit, fittest->iteration, 100 * fittest->error, correlation_of_fit(rows));
+    }
     if (truth && last.fun < truth->fun)
         add_line(text,
                  "fun ends below its value at the true model: from there on it fits what no velocity can explain");

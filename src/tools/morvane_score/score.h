@@ -1,6 +1,8 @@
 #pragma once
 /// How well a run of morvane did: its log, its models against the true one, and the focusing of its gathers.
+#include <cmath>
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -57,10 +59,20 @@ double zero_offset_share(View<const float, 3> image, const Axis& x, const Axis& 
 struct ScoreRow {
     int iteration = 0, evaluation = 1;
     double fun = 0.0, error = 0.0, share = 0.0;
+    double fit = NAN;  ///< not a number without a course that tells it
 };
 
+/// fit by evaluation, of the file that a run wrote with `course`: its columns `evaluation` and `fit`. Lines that are
+/// not whole are skipped; a file without these columns gives nothing.
+std::map<int, double> read_fits(std::istream& course);
+
+/// Correlation of fit and error over these rows; not a number with fewer than three that have both, or where one is
+/// constant.
+double correlation_of_fit(const std::vector<ScoreRow>& rows);
+
 /// The closing table: one line an accepted iterate, then start, last and (if `truth` is not null; its error is 0) the
-/// true model side by side with the change from first to last. Falls of `fun` and error are in percent of the start.
+/// true model side by side with the change from first to last. With fit also that, its greatest value and its
+/// correlation with the error. Falls of `fun` and error are in percent of the start.
 /// @param rows at least one, the start first
 std::string score_table(const std::vector<ScoreRow>& rows, int evaluations, const Region& region,
                         const ScoreRow* truth);

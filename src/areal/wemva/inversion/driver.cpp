@@ -68,7 +68,19 @@ struct Outcome {
     double first_fun = 0.0;
     double last_fun = 0.0;   // of the last evaluation
     int accepted_panel = 1;  // evaluation whose model was accepted last
+    std::string stopped;     // why, if not by niter or the solver
 };
+
+/// Norm of the gradient less the components that point out of a bound on which the variable lies.
+double projected_norm(const SolverState& state) {
+    double sum = 0.0;
+    for (std::size_t i = 0; i < state.g.size(); ++i) {
+        const double g = state.g[i], x = state.x[i];
+        const bool held = state.bounds.nbd[i] != 0 && (g > 0.0 ? x <= state.bounds.l[i] : x >= state.bounds.u[i]);
+        if (!held) sum += g * g;
+    }
+    return std::sqrt(sum);
+}
 
 /// What the solver will make of its first gradient without firststep: a step of length one in an unbounded problem, the
 /// projection of x - g in a bounded one.
@@ -110,9 +122,22 @@ double first_step_scale(const Parms& par, const Variables& variables, const Solv
     return change > 0.0 ? static_cast<double>(par.firststep) / change : 1.0;
 }
 
-/// Until the solver stops or niter iterations are done.
+/// What a log line shows of the parts of fun, with regularise.
+std::string parts_columns(const Parms& par, const Measures& measures) {
+    if (!(par.regularise > 0.0f)) return "";
+    return " data =" + column_fun(measures.data, 15) + " reg =" + column_fun(measures.regularisation, 15);
+}
+
+std::string settled(const Parms& par, const Course& course) {
+    char text[200];
+    std::snprintf(text, sizeof text, "stop=fit: fit rose by %.5f over the last %d accepted models, stop_rise=%g",
+                  course.last_rise(), par.stop_patience, static_cast<double>(par.stop_rise));
+    return text;
+}
+
+/// Until the solver stops, niter iterations are done, or fit no longer rises with stop=fit.
 Outcome minimise(const Inversion& run, const Variables& variables, EvaluationArrays& arrays, SolverState& state,
-                 TextLog& log) {
+                 TextLog& log, Course& course) {
     Outcome outcome;
     double fun1 = 0.0, fun = 0.0, scale = 1.0;
     std::vector<double> newx, newg, x(arrays.model.flat().size()), g(x.size());
@@ -121,12 +146,15 @@ Outcome minimise(const Inversion& run, const Variables& variables, EvaluationArr
     while (cond && iter <= run.par.niter) {
         cond = false;
         state.call(iprint);
+        course.answered(state.task.starts_with("NEW_X"));
         if (state.task.starts_with("FG")) {
             variables.model(state.x, x);
             fun = evaluate(run, arrays, x, g, iter, titer);
             variables.accept_edit(x, state.x);
             variables.gradient(g, state.g);
-            log.line(iteration_line(iter, titer, state.task.field(), fun, x));
+            log.line(iteration_line(iter, titer, state.task.field(), fun, x) + parts_columns(run.par, arrays.measures));
+            course.evaluated(
+                {titer, iter, state.task.starts_with("FG_START"), fun, projected_norm(state), 0.0, arrays.measures}, x);
             if (!std::isfinite(fun))
                 refuse(
                     "evaluation %d: fun is not finite (%g): squares of the image residual leave the range of single "
@@ -151,11 +179,12 @@ Outcome minimise(const Inversion& run, const Variables& variables, EvaluationArr
         }
         if (state.task.starts_with("NEW_X")) {
             variables.model(state.x, x);
-            log.line(iteration_line(iter, titer, state.task.field(), fun, x));
+            log.line(iteration_line(iter, titer, state.task.field(), fun, x) + parts_columns(run.par, arrays.measures));
             outcome.accepted_panel = titer - 1;
             ++outcome.accepted;
             ++iter;
-            cond = true;
+            cond = !course.fit_has_settled();
+            if (!cond) outcome.stopped = settled(run.par, course);
         }
     }
     return outcome;
@@ -178,10 +207,19 @@ std::string advice(const Parms& par, const SolverState& state) {
     return text + "; try" + (tries.empty() ? " a smaller firststep, or other bounds" : tries + ", bounds");
 }
 
-void print_closing_line(qas::Session& session, const Parms& par, const SolverState& state, const Outcome& outcome) {
+/// Where the model of the greatest fit went.
+std::string best_file(qas::Session& session) {
+    const auto name = session.getch<std::string>("best");
+    return name ? " (best=" + *name + ")" : "";
+}
+
+void print_closing_line(qas::Session& session, const Parms& par, const SolverState& state, const Outcome& outcome,
+                        const Course& course) {
     std::string reason = "niter=" + std::to_string(par.niter) + " iterations done";
     if (par.niter <= 0)
         reason = "niter=" + std::to_string(par.niter) + " asks for no iteration";
+    else if (!outcome.stopped.empty())
+        reason = outcome.stopped;
     else if (!state.task.starts_with("NEW_X"))
         reason = std::string(state.task.text());
     std::fprintf(stderr, "%s: %s; %d evaluations, ", session.program().c_str(), reason.c_str(), outcome.evaluations);
@@ -190,9 +228,12 @@ void print_closing_line(qas::Session& session, const Parms& par, const SolverSta
         return;
     }
     const std::string velout = session.getch<std::string>("Velout").value_or("Velout");
-    std::fprintf(stderr, "fun first %s, last %s; result: panel %d of Velout (%s)",
-                 column_fun(outcome.first_fun, 12).c_str(), column_fun(outcome.last_fun, 12).c_str(),
-                 outcome.evaluations, velout.c_str());
+    std::fprintf(stderr, "fun first %s, last %s", column_fun(outcome.first_fun, 12).c_str(),
+                 column_fun(outcome.last_fun, 12).c_str());
+    if (course.best().panel > 0)
+        std::fprintf(stderr, ", fit first %.5f, greatest %.5f at panel %d%s", course.first().fit, course.best().fit,
+                     course.best().panel, best_file(session).c_str());
+    std::fprintf(stderr, "; result: panel %d of Velout (%s)", outcome.evaluations, velout.c_str());
     if (outcome.accepted == 0)
         std::fputs(advice(par, state).c_str(), stderr);
     else if (outcome.accepted_panel != outcome.evaluations)
@@ -223,14 +264,14 @@ void invert(qas::Session& session) {
         qas::PlainOutput report = claim_report(session);
         setup.begin_outputs();
         report.begin();
-        outcome = minimise(setup.inversion(fft), setup.variables, arrays, state, setup.log);
+        outcome = minimise(setup.inversion(fft), setup.variables, arrays, state, setup.log, setup.course);
         report.finish();
         setup.finish_outputs();
     } else {
         setup.begin_outputs();
         setup.finish_outputs();
     }
-    print_closing_line(session, setup.par, state, outcome);
+    print_closing_line(session, setup.par, state, outcome, setup.course);
     session.end_prog();
     if (setup.par.strict) refuse_without_success(setup.par, state, outcome);
 }

@@ -10,6 +10,7 @@
 #include "lib/base/fixed_format.h"
 #include "lib/base/warning.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
+#include "src/areal/wemva/passes/fit.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/run/exec_time.h"
 #include "src/areal/wemva/run/messages.h"
@@ -107,7 +108,12 @@ EvaluationArrays::EvaluationArrays(const Parms& par)
       deltas({par.kxm.n, par.img.z.n}),
       scats({par.img.xm.n, par.img.z.n}),
       illum(par.compensates() ? Array<float, 2>({par.kxm.n, par.img.z.n}) : Array<float, 2>()),
-      illumination(par.compensates() ? Array<float, 2>({par.img.xm.n, par.img.z.n}) : Array<float, 2>()) {}
+      illumination(par.compensates() ? Array<float, 2>({par.img.xm.n, par.img.z.n}) : Array<float, 2>()) {
+    if (!par.fit) return;
+    zero_offset = model;
+    zero_window = deltas;
+    fit_sums = Array<double, 2>({3, par.rec.w.n});
+}
 
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
     const Parms& par = run.par;
@@ -144,13 +150,46 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
         arrays.deltas.fill(0.0f);
         const int nodes = owwemva_init(par, ishot);
         cut_window(arrays.b_image, arrays.deltai, shots.first_column());
-        arrays.objective->back_project(shots.context(run, nodes), shots, arrays.deltai, arrays.deltas, run.session);
+        WaveContext context = shots.context(run, nodes);
+        const Prediction prediction{arrays.zero_window, arrays.fit_sums};
+        if (par.fit) {
+            cut_window(arrays.zero_offset, arrays.zero_window, shots.first_column());
+            context.prediction = &prediction;
+        }
+        arrays.objective->back_project(context, shots, arrays.deltai, arrays.deltas, run.session);
         stack(arrays.deltas, arrays.scats, shots.first_column());
         list_shot(run, ishot, start);
     }
 }
 
 namespace {
+
+/// Energy at zero offset over that at all offsets, in the columns that count in fun; 0 without energy.
+double zero_offset_share(const Parms& par, View<const float, 3> image) {
+    double at_zero = 0.0, all = 0.0;
+    const int zero = zero_sample(par);
+    for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix) {
+        if (!par.counts_in_fun(static_cast<int>(ix))) continue;
+        for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
+            for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih) {
+                const double sample = image(ix, ih, iz);
+                all += sample * sample;
+                if (ih == zero) at_zero += sample * sample;
+            }
+    }
+    return all > 0.0 ? at_zero / all : 0.0;
+}
+
+/// What is taken from the stacked image before it becomes the residual.
+void measure_image(const Parms& par, EvaluationArrays& arrays) {
+    if (par.course) arrays.measures.share = zero_offset_share(par, arrays.b_image);
+    if (!par.fit) return;
+    const std::ptrdiff_t zero = zero_sample(par);
+    for (std::ptrdiff_t iz = 0; iz < par.img.z.n; ++iz)
+        std::ranges::copy(arrays.b_image.view().slice(iz).slice(zero).flat(),
+                          arrays.zero_offset.view().slice(iz).flat().begin());
+    arrays.fit_sums.fill(0.0);
+}
 
 /// The model panel, then the image of it.
 void evaluate_image(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, int iter, int titer) {
@@ -165,6 +204,7 @@ void evaluate_image(const Inversion& run, EvaluationArrays& arrays, std::span<do
     if (run.panels && par.compensates())  // its n4 stays as it is
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
+    measure_image(par, arrays);
 }
 
 double evaluate_residual(const Inversion& run, EvaluationArrays& arrays, int titer) {
@@ -184,6 +224,7 @@ void evaluate_gradient(const Inversion& run, EvaluationArrays& arrays, std::span
     const View<double, 2> samples{g.data(), arrays.model.n()};
     const float start1 = owexec_time();
     back_project(run, arrays);
+    if (run.par.fit) arrays.measures.fit = fit_of(arrays.fit_sums);
     arrays.objective->gradient(run, arrays.scats, samples);
     arrays.measures.regularisation = arrays.objective->regularise(run, arrays.measures.data, x, g);
     print_extremes(run.par, g);

@@ -24,6 +24,9 @@ struct EvaluationArrays {
     Array<float, 2> illum, illumination;  ///< light: (kxm.n, img.z.n) one shot's illumination, (img.xm.n, img.z.n) sum
     bool warned_of_signs = false;         ///< a model with samples that are not positive has been met
     Measures measures;                    ///< of the last evaluation
+    Array<float, 2> zero_offset;          ///< fit: (img.xm.n, img.z.n) the image there
+    Array<float, 2> zero_window;          ///< fit: (kxm.n, img.z.n) the same in one shot's window
+    Array<double, 2> fit_sums;            ///< fit: (3, rec.w.n) sums over shots
     explicit EvaluationArrays(const Parms& par);
 };
 
@@ -32,8 +35,8 @@ struct EvaluationArrays {
 /// the stack so far is divided by it after each shot.
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
 
-/// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`. Reads
-/// "rec" and "sou" again.
+/// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`; with
+/// fit also compares the data that `arrays.zero_offset` predicts. Reads "rec" and "sou" again.
 void back_project(const Inversion& run, EvaluationArrays& arrays);
 
 /// Objective and gradient at x, in the classic order, one panel appended to "Velout", "bkgimg", "Dimage" and "grad",

@@ -188,6 +188,7 @@ InversionSetup::InversionSetup(qas::Session& s)
       spline(make_spline(par)),
       log(session, "log", session.from_param<std::string>("log", "log")),
       listing(session, "list", session.from_param<std::string>("list", "listagem")),
+      course(session, par),
       taper(make_taper(par)),
       vel0(read_start_model(session, par)),
       vref(cluster(par, vel0)),
@@ -202,9 +203,11 @@ void InversionSetup::begin_outputs() {
     session.begin_outputs();
     log.begin();
     listing.begin();
+    course.begin();
 }
 
 void InversionSetup::finish_outputs() {
+    course.finish();
     session.finish_outputs();
     log.finish();
     listing.finish();

@@ -5,6 +5,7 @@
 
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/inversion/course.h"
 #include "src/areal/wemva/inversion/evaluation.h"
 #include "src/areal/wemva/model/base_spline_mod.h"
 #include "src/areal/wemva/model/variables.h"
@@ -21,6 +22,7 @@ struct InversionSetup {
     int mmax;                           ///< correction pairs of the solver
     std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
     TextLog log, listing;
+    Course course;              ///< the course of the run, if it is asked for
     Array<float, 1> taper;      ///< (kxm.n)
     Array<float, 2> vel0;       ///< (img.xm.n, img.z.n) start model
     Array<float, 3> vref;       ///< (nref, 2, img.z.n) region table of the clustering, or empty

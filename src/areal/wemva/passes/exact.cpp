@@ -15,6 +15,7 @@ struct Slot {
     View<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
     View<cf, 1> ts, tr;                          // fields of one depth after the taper
     View<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
+    View<cf, 1> predicted;                       // running predicted receiver field
     StepTables tables;
     StepScratch steps;
     ImageScratch imaging;
@@ -29,6 +30,7 @@ struct Slot {
           tr(arena.take<cf>(par.kxm.n)),
           as(arena.take<cf>(par.kxm.n)),
           ar(arena.take<cf>(par.kxm.n)),
+          predicted(arena.take<cf>(transposed ? par.kxm.n : 0)),
           tables(par, medium, par.img.z.n, arena),
           steps(par.kxm.n),
           imaging(par.kxm.n),
@@ -80,6 +82,7 @@ struct Frequency {
     void transposed(View<const float, 3> deltai) const {
         clear_samples(slot.as);
         clear_samples(slot.ar);
+        clear_samples(slot.predicted);
         for (int iz = depths.end - 1; iz >= depths.first; --iz) {
             const View<const float, 2> image = deltai.slice(iz), next = deltai.slice(iz - 1);
             owimage_transpose(condition, iw, Spread::source, context.taper, slot.wr.slice(iz), image, slot.as,
@@ -87,9 +90,35 @@ struct Frequency {
             owimage_transpose(condition, iw, Spread::receiver, context.taper, slot.ws.slice(iz), image, slot.ar,
                               slot.imaging, next);
             if (!steps) continue;
+            if (context.prediction) predict(iz);
             apply_step_transposed(slot.tables.step(iz - 1), context.fft, slot.source(slot.as, iz),
                                   slot.receiver(slot.ar, iz), slot.gradient.slice(iz - 1), slot.steps);
         }
+    }
+
+    /// The receiver side of the transpose for the zero-offset image of level iz and the field from below, one level up.
+    void predict(int iz) const {
+        const float *const image = context.prediction->image.slice(iz).p, *const taper = context.taper.p;
+        const cf* const ws = slot.ws.slice(iz).p;
+        for (std::ptrdiff_t i = 0; i < slot.predicted.n[0]; ++i)
+            slot.predicted(i) = taper[i] * (slot.predicted(i) + image[i] * taper[i] * ws[i]);
+        apply_receiver_step_transposed(slot.tables.step(iz - 1), context.fft, slot.predicted, slot.steps);
+    }
+
+    void compare(View<const cf, 2> recv) const {
+        const Parms& par = context.par;
+        double both = 0.0, predicted = 0.0, recorded = 0.0;
+        for (int i = 0; i < par.rec.h.n; ++i) {
+            const std::complex<double> r = recv(i, iw), d = slot.predicted(i + par.tapertr + par.padtraces);
+            if (r == 0.0) continue;
+            both += r.real() * d.real() + r.imag() * d.imag();
+            predicted += std::norm(d);
+            recorded += std::norm(r);
+        }
+        const View<double, 1> sums = context.prediction->sums.slice(iw);
+        sums(0) += both;
+        sums(1) += predicted;
+        sums(2) += recorded;
     }
 
     void derivative(View<const float, 2> deltas) const {
@@ -128,7 +157,11 @@ void over_backgrounds(const WaveContext& context, View<const cf, 2> recv, View<c
 void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                     View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai) {
     over_backgrounds(
-        context, recv, source, vel, true, [&](const Frequency& frequency) { frequency.transposed(deltai); },
+        context, recv, source, vel, true,
+        [&](const Frequency& frequency) {
+            frequency.transposed(deltai);
+            if (context.prediction && frequency.steps) frequency.compare(recv);
+        },
         [&](const std::vector<Slot>& slots) {
             reduce(slots, deltas, 0, deltas.n[1], [](const Slot& slot) { return slot.gradient; });
         });

@@ -6,6 +6,7 @@
 #include "lib/base/arena.h"
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/passes/fit.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/step/depth_step.h"
 #include "src/areal/wemva/step/ow_fftw_areal.h"
@@ -28,7 +29,8 @@ struct WaveContext {
     View<const float, 3> sref;    ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
     FixedReferences frozen = {};  ///< what stays while the model changes
     bool clear_margins = false;   ///< start each frequency from clear columns; otherwise a thread carries margins over
-    std::vector<Arena>* memory = nullptr;  ///< keeps the threads' work arrays for the next pass; null: none are kept
+    const Prediction* prediction = nullptr;  ///< owwei_gradient: data to predict and compare; null: none
+    std::vector<Arena>* memory = nullptr;    ///< keeps the threads' work arrays for the next pass; null: none are kept
 };
 
 /// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.
@@ -67,7 +69,8 @@ void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<c
                       View<const float, 2> vel, View<const float, 2> deltas, View<float, 3> deltai);
 
 /// Its exact transpose: deltas += J' deltai, the discrete adjoint of owwei's recursion. If deltai is the derivative of
-/// a function of the image, deltas is the function's gradient. Shapes as owwemva.
+/// a function of the image, deltas is the function's gradient. Shapes as owwemva. With context.prediction the data that
+/// its image predicts are compared with recv on the way, at every frequency that is stepped.
 void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                     View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai);
 

@@ -90,6 +90,11 @@ struct Parms {
     int depthdiff = 0;                 ///< exact: differences of the image in depth before the weight
     float regularise = 0.0f;           ///< exact: weight of the model's roughness in fun; 0: none
     float reg_x = 0.0f, reg_z = 0.0f;  ///< lengths over which a relative change of 0.1 counts as one
+    bool fit = false;                  ///< exact: predict the data from the image and compare
+    bool course = false;               ///< exact: a file with a row for each evaluation
+    bool stops_by_fit = false;         ///< exact: stop=fit
+    float stop_rise = 0.001f;          ///< the run ends when fit has risen by less ...
+    int stop_patience = 2;             ///< ... over so many accepted models
     bool light = false;                ///< illumination compensation of the stacked image
     float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate

@@ -13,6 +13,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/image/fx2d.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
+#include "src/areal/wemva/passes/fit.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/truncate.h"
 #include "src/areal/wemva/start/horizon_file.h"
@@ -366,6 +367,22 @@ void check_added_terms(const Parms& par) {
                par.regularise);
 }
 
+/// The fit of predicted data, and stopping by it.
+void check_fit(const Parms& par, qas::Session& session) {
+    if (!(par.stop_rise >= 0.0f && par.stop_rise < 1.0f))
+        refuse("stop_rise=%g: permitted is a rise of fit of 0 or more, and less than 1", par.stop_rise);
+    if (par.stop_patience < 1) refuse("stop_patience=%d: permitted are 1 or more accepted models", par.stop_patience);
+    for (const char* key : {"stop_rise", "stop_patience"})
+        if (session.exist_file(key) && !par.stops_by_fit) warn("%s: without effect, since stop=fit is not given", key);
+    if (!par.fit) return;
+    if (zero_sample(par) < 0) {
+        const Axis& axis = par.timeshift ? par.img.th : par.img.sh;
+        refuse("fit=yes: the image has no sample at 0, from which to predict data (%d samples, %g apart, from %g)",
+               axis.n, axis.d, axis.o);
+    }
+    if (par.migration) refuse("fit=yes: not with migration=yes, whose image has another phase than the data");
+}
+
 /// The keys of the exact gradient and of the first step.
 void check_exact(const Parms& par, qas::Session& session) {
     if (par.gradient != "classic" && par.gradient != "exact")
@@ -373,7 +390,8 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (session.exist_file("firststep") && !(par.firststep > 0.0f && par.firststep < 1.0f))
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {
-        for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z"})
+        for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z", "fit",
+                                "course", "best", "stop", "stop_rise", "stop_patience"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
         if (par.light && par.timeshift) warn("light=yes: without effect with timeshift=yes");
         return;
@@ -383,6 +401,7 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (par.nxfilt != not_given)
         refuse("nxfilt=%d: not with gradient=exact, since the prediction filters depend on the image", par.nxfilt);
     check_added_terms(par);
+    check_fit(par, session);
     if (par.light) refuse("light=yes: not with gradient=exact, which has no derivative of the illumination");
     if (par.imgcon != "imgprim")
         refuse("imgcon=%s: gradient=exact has the derivative of imgprim only", par.imgcon.c_str());
@@ -437,6 +456,7 @@ std::vector<std::string> outputs_with_data(const Parms& par, qas::Session& sessi
     };
     if (par.compensates()) tags.push_back("illum");
     for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"}) add_given(tag, !par.exact());
+    add_given("best", true);
     add_given("xxx", true);
     add_given("zzz", !par.areal);
     add_given("maskout", par.dipflt);

@@ -140,6 +140,23 @@ void read_modes(qas::Session& session, Parms& par) {
     }
 }
 
+/// What follows the fit of predicted data, and stops by it.
+void read_fit_keys(qas::Session& session, Parms& par) {
+    par.course = session.exist_file("course");
+    if (session.exist_file("stop")) {
+        std::string stop;
+        read_name(session, "stop", stop);
+        if (stop != "fit") refuse("stop=%s: permitted is fit", stop.c_str());
+        par.stops_by_fit = true;
+    }
+    const bool needed = par.stops_by_fit || session.exist_file("best");
+    par.fit = needed;
+    if (session.exist_file("fit")) read(session, "fit", par.fit);
+    if (needed && !par.fit) refuse("fit=no: %s needs the fit", par.stops_by_fit ? "stop=fit" : "best");
+    if (session.exist_file("stop_rise")) read(session, "stop_rise", par.stop_rise);
+    if (session.exist_file("stop_patience")) read(session, "stop_patience", par.stop_patience);
+}
+
 /// Keys beyond the classic set are read, and so recorded, only where they were given.
 void read_own_keys(qas::Session& session, Parms& par) {
     const auto given = [&](const char* key, auto& value) {
@@ -159,6 +176,7 @@ void read_own_keys(qas::Session& session, Parms& par) {
     }
     given("reg_x", par.reg_x);
     given("reg_z", par.reg_z);
+    read_fit_keys(session, par);
     given("light", par.light);
 }
 
@@ -281,6 +299,7 @@ void write_headers(qas::Session& session, const Parms& par) {
         if (par.compensates()) write_model_shape(session, par, "illum");
         for (const char* tag : {"grad", "Velout"})
             if (session.exist_file(tag)) write_model_shape(session, par, tag);
+        if (session.exist_file("best")) write_model_shape(session, par, "best");
         for (const char* tag : {"Dimage", "bkgimg"})
             if (session.exist_file(tag)) write_image_shape(session, par, tag);
         write_model_shape(session, par, standard_output);

@@ -158,4 +158,22 @@ void apply_stage_transposed(const FfdStage& stage, const MediumLevel& level, con
     add_second_difference(wr, receiver.carried);
 }
 
+void apply_receiver_stage_transposed(const FfdStage& stage, const MediumLevel& level, View<cf, 1> field,
+                                     StageScratch& scratch) {
+    const StageTerms terms(level, stage);
+    const View<cf, 2> pair = scratch.correction;
+    for (std::ptrdiff_t k = 0; k < field.n[0]; ++k) {
+        pair(0, k) = {};
+        pair(1, k) = field(k);
+    }
+    ffd_solve(stage, scratch);
+    const View<cf, 1> w = scratch.solution.view().slice(0);  // q p
+    for (std::ptrdiff_t k = 0; k < field.n[0]; ++k) {
+        const Complex p = terms.inverse(k) * Complex{pair(1, k).real(), pair(1, k).imag()};
+        const float c2 = 2.0f * terms.c(k);
+        w(k) = {-c2 * p.im, c2 * p.re};
+    }
+    add_second_difference(w.p, field);
+}
+
 }  // namespace morvane

@@ -28,4 +28,8 @@ void apply_stage_derivative(const FfdStage& stage, const MediumLevel& level, con
 void apply_stage_transposed(const FfdStage& stage, const MediumLevel& level, const StageFields& source,
                             const StageFields& receiver, View<float, 1> gradient, StageScratch& scratch);
 
+/// The transpose of a receiver field alone, in place, without a gradient.
+void apply_receiver_stage_transposed(const FfdStage& stage, const MediumLevel& level, View<cf, 1> field,
+                                     StageScratch& scratch);
+
 }  // namespace morvane

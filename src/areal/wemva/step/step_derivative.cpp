@@ -32,23 +32,33 @@ void correlate_and_multiply(View<const cf, 1> field, cf factor, View<const cf, 1
     }
 }
 
-/// The transpose of shift(); gradient += Re(conj(field) factor derivative).
-void shift_transposed(const DepthStep& step, const LateralFft& fft, const SteppedField& side, cf factor,
-                      View<const cf, 1> derivative, View<float, 1> gradient, StepScratch& s) {
-    const bool conjugate = side.sign > 0;
+/// Where the first product of a transposed shift goes.
+cf* first_product(const DepthStep& step, View<cf, 1> field, StepScratch& s) {
+    return step.blends ? field.p : s.field.view().p;
+}
+
+/// What of the transpose of shift() follows that product: the sum over the references.
+void sum_references(const DepthStep& step, const LateralFft& fft, bool conjugate, View<cf, 1> field, StepScratch& s) {
     const View<cf, 1> spectrum = s.spectrum, shifted = s.shifted, work = s.field;
-    correlate_and_multiply(side.field, factor, derivative, step.space.slice(0), conjugate, gradient,
-                           step.blends ? side.field.p : work.p);
     for (std::ptrdiff_t k = 0; k < step.phase.n[1]; ++k) {
         if (step.blends) {
-            weigh(side.field, step.level->weight.view().slice(k), work.p);
+            weigh(field, step.level->weight.view().slice(k), work.p);
         } else if (k > 0) {
-            multiply(side.field, step.space.slice(k), conjugate, work.p);
+            multiply(field, step.space.slice(k), conjugate, work.p);
         }
         fft.forward.run(work, shifted);
         (k == 0 ? multiply : multiply_add)(shifted, step.phase.slice(k), conjugate, spectrum.p);
     }
-    fft.inverse.run(spectrum, side.field);
+    fft.inverse.run(spectrum, field);
+}
+
+/// The transpose of shift(); gradient += Re(conj(field) factor derivative).
+void shift_transposed(const DepthStep& step, const LateralFft& fft, const SteppedField& side, cf factor,
+                      View<const cf, 1> derivative, View<float, 1> gradient, StepScratch& s) {
+    const bool conjugate = side.sign > 0;
+    correlate_and_multiply(side.field, factor, derivative, step.space.slice(0), conjugate, gradient,
+                           first_product(step, side.field, s));
+    sum_references(step, fft, conjugate, side.field, s);
 }
 
 /// The field before a stage, and the field after it.
@@ -104,6 +114,15 @@ void apply_step_transposed(const DepthStep& step, const LateralFft& fft, Stepped
         const auto [factor, derivative] = shift_derivative(step, side);
         shift_transposed(step, fft, side, factor, derivative, gradient, scratch);
     }
+}
+
+void apply_receiver_step_transposed(const DepthStep& step, const LateralFft& fft, View<cf, 1> field,
+                                    StepScratch& scratch) {
+    for (int i = stage_count(step) - 1; i >= 0; --i)
+        apply_receiver_stage_transposed(step.stages[at(i)], *step.level, field, scratch.stages);
+    constexpr bool conjugate = false;
+    multiply(field, step.space.slice(0), conjugate, first_product(step, field, scratch));
+    sum_references(step, fft, conjugate, field, scratch);
 }
 
 void apply_step_derivative(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,

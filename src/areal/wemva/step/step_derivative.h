@@ -33,6 +33,10 @@ void apply_step_recorded(const DepthStep& step, const LateralFft& fft, SteppedFi
 void apply_step_transposed(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,
                            View<float, 1> gradient, StepScratch& scratch);
 
+/// The transpose for a receiver field alone, without a gradient.
+void apply_receiver_step_transposed(const DepthStep& step, const LateralFft& fft, View<cf, 1> field,
+                                    StepScratch& scratch);
+
 /// The derivative forward: each side's field holds d in and receives d out for a change ds of the slowness row.
 void apply_step_derivative(const DepthStep& step, const LateralFft& fft, SteppedField source, SteppedField receiver,
                            View<const float, 1> ds, StepScratch& scratch);

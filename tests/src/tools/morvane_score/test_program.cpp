@@ -48,6 +48,10 @@ TEST_F(ScoreProgram, TakesThePanelsOfTheAcceptedModels) {
     EXPECT_THAT(scored.out, HasSubstr("1 iterations in 3 evaluations"));
     EXPECT_EQ(wide.status, 0);
     EXPECT_NE(wide.out, scored.out);
+    files::write_text(dir / "course.csv", "evaluation,accepted,fit\n1,1,0.5\n2,0,0.9\n3,1,0.75\n4,1\n");
+    EXPECT_THAT(run({"csv=table.csv", "course=course.csv"}).out,
+                HasSubstr("greatest fit 0.75000 at iteration 1, where the model error is 10.000 %"));
+    EXPECT_THAT(files::read_text(dir / "table.csv"), HasSubstr("0.900000,0.750000\n"));
 }
 
 TEST_F(ScoreProgram, RefusesWhatIsMissing) {
@@ -62,6 +66,8 @@ TEST_F(ScoreProgram, RefusesWhatIsMissing) {
     files::write_text(dir / "log", "nothing\n");
     refused({}, "holds no evaluation");
     files::write_text(dir / "log", log_text);
+    files::write_text(dir / "course.csv", "evaluation,fit\n1,\n");
+    refused({"course=course.csv"}, "course=course.csv holds no fit: run morvane with fit=y");
     write("vel", 2, 1, 1, {0.4f, 9.0f});
     write("Velout", 2, 1, 1, {2.5f, 7, 1, 1});
     write("bkgimg", 2, 3, 1, std::vector<float>(18, 1.0f));

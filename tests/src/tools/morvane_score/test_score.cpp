@@ -105,6 +105,13 @@ TEST(Table, ShowsFallsAndSaysWhatHappened) {
     EXPECT_THAT(table, testing::Not(HasSubstr("below its value at the true model")));
     EXPECT_THAT(score_table({{0, 1, 0.08, 0.05, 0.2}, {1, 3, 0.01, 0.03, 0.3}}, 2, everything(), &truth),
                 HasSubstr("below its value at the true model"));
+    const std::vector<ScoreRow> fits = {
+        {0, 1, 0.08, 0.05, 0.2, 0.7}, {1, 2, 0.07, 0.03, 0.2, 0.8}, {2, 3, 0.07, 0.04, 0.2, 0.9}, {3, 4, 0, 0, 0}};
+    EXPECT_NEAR(correlation_of_fit(fits), -0.5, 1e-12);
+    EXPECT_TRUE(std::isnan(correlation_of_fit({fits[0], fits[1], fits[3]})));
+    EXPECT_THAT(score_table(fits, 4, everything(), nullptr),
+                HasSubstr("greatest fit 0.90000 at iteration 2, where the model error is 4.000 %; correlation of fit "
+                          "and error -0.500"));
     EXPECT_THAT(score_table({{0, 1, 0.08, 0.05, 0.2}}, 21, everything(), nullptr),
                 HasSubstr("no step was accepted in 21 evaluations"));
 }

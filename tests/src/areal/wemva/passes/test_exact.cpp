@@ -85,6 +85,49 @@ TEST(ExactDerivative, IsTheTransposeOfTheGradientAtThirtyPercentVariation) {
     }
 }
 
+// <d, rec> of the predicted data d is <r, I> of the zero-offset image r that predicts them and the one that rec gives.
+TEST(Fit, PredictionIsTheTransposeOfTheZeroOffsetImage) {
+    for (const Kind& kind : kinds) {
+        if (kind.migration) continue;
+        for (const int nodes : {1, 3}) {
+            const Shot shot = shot_of(kind, 0.3f);
+            const int zero = zero_sample(shot.par);
+            ASSERT_EQ(zero, 2);
+            Array<float, 2> r({33, 12}), deltas({33, 12});
+            randomize(r.flat(), 43);
+            const Array<float, 3> image = shot.image_with(shot.exact_context(), shot.vel), none({33, 5, 12});
+            double expected = 0.0, recorded = 0.0;
+            for (int iz = 0; iz < 12; ++iz)
+                for (int ix = 0; ix < 33; ++ix) {
+                    if (ix < 6 || ix > 26) r(ix, iz) = 0.0f;  // there the image has not all its offsets
+                    expected += static_cast<double>(r(ix, iz)) * image(ix, zero, iz);
+                }
+            Array<double, 2> sums({3, shot.par.rec.w.n});
+            const Prediction prediction{r.view(), sums};
+            WaveContext context = shot.exact_context(nodes);
+            context.prediction = &prediction;
+            owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), deltas, none.view());
+            double agreement = 0.0, sizes = 0.0;
+            for (int iw = 0; iw < shot.par.rec.w.n; ++iw) {
+                agreement += sums(0, iw);
+                recorded += sums(2, iw);
+                sizes += std::sqrt(sums(1, iw) * sums(2, iw));
+            }
+            EXPECT_NEAR(agreement, expected, 1e-5 * sizes) << kind.name;
+            EXPECT_NEAR(recorded, std::pow(norm<float>({parts(shot.recv.view().p), 2 * shot.recv.flat().size()}), 2),
+                        1e-5 * recorded);
+            EXPECT_GT(std::abs(expected), 0.002 * sizes);
+        }
+    }
+}
+
+TEST(Fit, ScalesEachFrequencyToThePowerOfTheData) {
+    Array<double, 2> sums({3, 3});
+    std::ranges::copy(std::vector<double>{3.0, 9.0, 4.0, -8.0, 4.0, 16.0, 0.0, 0.0, 30.0}, sums.flat().begin());
+    EXPECT_DOUBLE_EQ(fit_of(sums), (2.0 - 16.0) / 50.0);
+    EXPECT_EQ(fit_of(Array<double, 2>({3, 2})), 0.0);
+}
+
 TEST(ExactDerivative, EqualsTheCentralDifferenceOfTheImage) {
     for (const Kind& kind : kinds) {
         for (const float variation : {0.1f, 0.3f}) {
