@@ -80,20 +80,6 @@ void expect_near(std::span<const float> m, const std::vector<double>& expected) 
 
 }  // namespace
 
-TEST(SolverReg, FindsTheLeastSquaresSolution) {
-    const std::vector<float> d = random_vector<float>(12, 5);
-    for (const float eps : {0.0f, 0.7f, 3.0f}) {
-        SCOPED_TRACE(eps);
-        Dense dense(6);
-        dense.add(fop, 1, widened(d));
-        dense.add(aop, eps, std::vector<double>(6));
-        CgState state;
-        std::vector<float> m(6, 9.0f);
-        solver_reg(m, d, fop.op(), aop.op(), conjugate(state), 6, 12, eps, {});
-        expect_near(m, dense.solve(all));
-    }
-}
-
 TEST(SolverReg, StartModelWeightAndMask) {
     const std::vector<float> d = random_vector<float>(12, 5), m0 = random_vector<float>(6, 6);
     const float eps = 0.5f;

@@ -106,14 +106,6 @@ TEST(Owslant, PassesTheDotTest) {
     }
 }
 
-TEST(Owslant, AZeroShiftPassesAllButTheLastDepth) {
-    Case c = slant_case(0, 1, 0.0f);
-    Array<float, 3> modl({9, 3, 14}), data({9, 1, 14});
-    data.fill(1.0f);
-    owslant(c.par, c.vv, adjoint, fresh, modl, data);
-    for (int iz = 0; iz < 14; ++iz) EXPECT_FLOAT_EQ(modl(4, 1, iz), iz < 13 ? 2.0f : 0.0f) << iz;  // once an ax
-}
-
 TEST(Owslant, OneDepthHasNoTwoToInterpolateBetween) {
     const Case c = slant_case(0, 3, 0.0001f, 1);  // shifts of less than a sample upwards
     Array<float, 3> modl({9, 3, 1}), data({9, 3, 1});

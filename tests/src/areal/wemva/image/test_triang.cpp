@@ -58,15 +58,6 @@ TEST(Triangle3, WeightedSumsClippedAtTheEnds) {
     }
 }
 
-TEST(Boxconv, RampPlateauRamp) {
-    std::vector<float> x(5, 6.0f), y(7);
-    boxconv(3, 5, x, y);
-    EXPECT_THAT(y, Pointwise(FloatNear(1e-6f), std::vector<float>{2, 4, 6, 6, 6, 4, 2}));
-    std::vector<float> one(1, 2.0f), spread(4);
-    boxconv(4, 1, one, spread);
-    EXPECT_EQ(spread, (std::vector<float>{0.5f, 0.5f, 0.5f, 0.5f}));
-}
-
 TEST(Triangle, TwoBoxesFoldedAtTheEnds) {
     for (const int nr : {2, 3, 5, 8, 11, 40}) {
         SCOPED_TRACE(nr);

@@ -79,15 +79,6 @@ TEST(Spline, AgreesWithTheSumOverAllKnots) {
     }
 }
 
-TEST(Spline, BasisSumsToOneInTheInterior) {
-    const base_spln2d s = base_spln2d_init({41, 10, 0, {}}, {31, 8, 0, {}}, {9, 50, 0, {}}, {6, 48, 0, {}});
-    std::vector<double> modl(9 * 6, 1.0), data(41 * 31);
-    base_spln2d_oper(s, forward, fresh, modl, data);
-    for (std::size_t iy = 6; iy <= 24; ++iy)
-        for (std::size_t ix = 5; ix <= 35; ++ix) EXPECT_NEAR(data[iy * 41 + ix], 1.0, 1e-6);
-    EXPECT_NEAR(data[0], 25.0 / 36, 1e-6) << "corner: (2/3 + 1/6) of each axis, no knots beyond";
-}
-
 TEST(Spline, DotProducts) {
     const Axis fine_x{41, 10, 3, {}}, fine_y{30, 8, -5, {}}, fine_z{7, 4, 1, {}};
     const Axis knot_x{9, 50, -10, {}}, knot_y{6, 48, 0, {}}, knot_z{4, 9, 0, {}};

@@ -119,30 +119,6 @@ TEST(Pspi, OneReferenceEqualsTheDirectSums) {
     }
 }
 
-TEST(Pspi, CarriesAPlaneWaveByItsVerticalWavenumber) {
-    const int nx = 32;
-    const Parms par = WaveCase{.nx = nx, .f0 = 40.0f}.parms();
-    const std::vector<float> s(nx, 5e-4f);
-    const double k = par.rec.w.all[0] / 2000.0;
-    for (const int mode : {0, 3, -5, 15}) {  // the last is evanescent
-        const double kx = 2.0 * std::numbers::pi * mode / (nx * par.rec.h.d);
-        std::vector<cf> field;
-        for (int i = 0; i < nx; ++i) field.emplace_back(std::polar(1.0, kx * i * par.rec.h.d));
-        const std::vector<cf> out = step_pspi(par, +1, field, s);
-        const cd expected = std::abs(kx) > k ? 0.0 : std::polar(1.0, std::sqrt(k * k - kx * kx) * par.v.z.d);
-        for (std::size_t i = 0; i < nx; ++i) EXPECT_LT(std::abs(cd(out[i]) - cd(field[i]) * expected), 3e-6) << mode;
-    }
-}
-
-TEST(Pspi, BackAndForthReturnsPropagatingWaves) {
-    const Parms par = WaveCase{.f0 = 200.0f}.parms();  // nothing is evanescent
-    const Array<float, 2> s = slowness(par.kxm.n, 1, 0.0f);
-    const std::vector<cf> field = random_field(par.kxm.n);
-    const std::vector<cf> there = step_pspi(par, +1, field, s.flat());
-    EXPECT_GT(relative_difference<cf>(there, field), 0.1);
-    EXPECT_LT(relative_difference<cf>(step_pspi(par, -1, there, s.flat()), field), 2e-6);
-}
-
 // One sample of each kind beside the references 1000.4, 1500.4, 2000.4; only whole parts are compared.
 TEST(Pspi, BlendsTheTwoReferencesNextToTheVelocity) {
     Parms par = WaveCase{.nx = 8, .nref = 3}.parms();
