@@ -76,5 +76,11 @@ def main(program, text, work, words=None):
     except Error as error:
         print("%s: %s" % (program, error), file=sys.stderr)
         return 23
+    except OSError as error:
+        if error.filename is not None:
+            raise
+        print("%s: the standard output cannot be written: %s" % (program, error.strerror), file=sys.stderr)
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())  # what is left of it is not tried again
+        return 23
     except KeyboardInterrupt:
         return 130

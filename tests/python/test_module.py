@@ -392,6 +392,10 @@ class Runs(InFolder):
                 self.assertEqual(status, 23)
                 self.assertIn(told, said)
         self.assertEqual(self.report("--help")[0], 0)
+        with open("/dev/full", "w") as full:
+            told = subprocess.run([os.path.join(BIN, "morvane_report"), "--help"], stdout=full, stderr=subprocess.PIPE)
+        self.assertEqual(told.returncode, 23)
+        self.assertTrue(told.stderr.endswith(b"the standard output cannot be written: No space left on device\n"))
 
     def test_version_is_that_of_the_programs(self):
         said = subprocess.run([os.path.join(BIN, "morvane"), "--version"], stdout=subprocess.PIPE, text=True).stdout

@@ -68,9 +68,9 @@ public:
         std::ranges::transform(updates.flat(), g.flat().begin(), [](float s) { return -static_cast<double>(s); });
     }
 
-    /// On the spline knots and back, g = B B' g, then along dips.
     double regularise(const Inversion&, double, std::span<const double>, std::span<double>) override { return 0.0; }
 
+    /// On the spline knots and back, g = B B' g, then along dips.
     float condition(const Inversion& run, View<double, 2> g) override {
         float seconds = 0.0f;
         if (run.spline) {
