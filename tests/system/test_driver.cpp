@@ -709,6 +709,8 @@ TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
         {{{"grad", d + "./vel.H"}}, 23, "(parameter grad) is the file of header \"" + d + "vel.H\" of tag \"vel\""},
         {{{"nxfilt", "1"}, {"oper-fxdecon.H", d + "rec.H"}}, 23, "(parameter oper-fxdecon.H) is the file of header"},
         {{{"head", d + "log"}}, 23, "log=" + d + "log: this is header"},
+        {{{"head", d + "vel.H"}}, 23, "is the file of header \"" + d + "vel.H\" of tag \"vel\""},
+        {{{"out", d + "hard"}}, 23, "for tag \"out\" is the data file of header \"" + d + "rec.H\" of tag \"rec\""},
         {{{"horv0", "horizon"}, {"log", d + "horizon"}}, 23, "log=" + d + "horizon: this is horv0=horizon"},
         {{{"horv0", "horizon"}, {"grad", d + "horizon"}}, 23, "(parameter grad) is horv0=horizon"},
         {{{"gradient", "exact"}, {"course", d + "rec.H@"}}, 23, ": this is the data file of header \"" + d + "rec.H\""},

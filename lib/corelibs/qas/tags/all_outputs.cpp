@@ -5,6 +5,7 @@
 #include "lib/corelibs/qas/data/outputs.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/records/formats.h"
+#include "lib/corelibs/qas/records/output_files.h"
 #include "lib/corelibs/qas/tags/headers.h"
 #include "lib/corelibs/qas/tags/transfer.h"
 
@@ -17,9 +18,12 @@ void open_output(Layer& layer, const std::string& tag) {
 }
 
 void begin_outputs(Layer& layer) {
+    const auto held = [](const auto& stream) { return stream->entrytype != STREAMIN && !stream->taken_over; };
+    for (const auto& stream : layer.streams)  // inputs may have come into use since
+        if (held(stream)) check_files_are_free(layer, *stream);
     layer.hold = false;
     for (const auto& stream : layer.streams)
-        if (stream->entrytype != STREAMIN && !stream->taken_over) take_over(layer, *stream);
+        if (held(stream)) take_over(layer, *stream);
     for (const auto& stream : layer.streams) {
         stream->new_files.clear();
         release_lines(layer, *stream);
