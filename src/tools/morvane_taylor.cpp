@@ -4,13 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "lib/corelibs/qas/messages/help.h"
 #include "lib/corelibs/qas/messages/notes.h"
@@ -19,6 +16,7 @@
 #include "src/areal/wemva/run/denormals.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/start/key_table.h"
+#include "src/tools/morvane_taylor/scratch_run.h"
 #include "src/tools/morvane_taylor/taylor.h"
 
 namespace morvane {
@@ -52,22 +50,6 @@ qas::KeyTable taylor_keys() {
     return qas::KeyTable(std::move(groups));
 }
 
-/// A folder of its own for the headers and panels that the set-up opens; gone with the run.
-struct Scratch {
-    std::filesystem::path path;
-    Scratch() {
-        std::string name = (std::filesystem::temp_directory_path() / "morvane_taylor_XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) refuse("%s: no folder can be made there", name.c_str());
-        path = name;
-    }
-    ~Scratch() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-};
-
 struct Plan {
     int ndir, nstep, seed;
     double reach;
@@ -84,38 +66,14 @@ Plan read_plan(qas::Session& session) {
     return plan;
 }
 
-/// The user's words with every output sent to the scratch folder and the mode set. The last word for a name wins.
+/// The user's words with the mode set.
 std::vector<std::string> arguments_of(std::vector<std::string> words, const Scratch& scratch, const char* mode) {
-    for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage", "illum", "log", "list"})
-        words.push_back(std::string(tag) + "=" + (scratch.path / tag).string());
-    for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz", "maskout"})
-        words.push_back(std::string(tag) + "=");  // a bare name hides an earlier value
-    words.push_back("datapath=" + scratch.path.string() + "/");
-    words.push_back("stdout=" + (scratch.path / "history").string());
+    words = scratch.redirected(std::move(words));
     words.push_back(std::string("gradient=") + mode);
     if (std::string_view(mode) == "classic")
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax"}) words.push_back(std::string(key) + "=");
     return words;
 }
-
-/// A standard stream to which the wavefield routines report their progress, silent meanwhile.
-class Muted {
-    std::FILE* stream_;
-    int kept_;
-
-public:
-    explicit Muted(std::FILE* stream) : stream_(stream), kept_(dup(fileno(stream))) {
-        std::fflush(stream_);
-        if (std::freopen("/dev/null", "w", stream_) == nullptr) kept_ = -1;
-    }
-    ~Muted() {
-        std::fflush(stream_);
-        dup2(kept_, fileno(stream_));
-        close(kept_);
-    }
-    Muted(const Muted&) = delete;
-    Muted& operator=(const Muted&) = delete;
-};
 
 void print_line(const char* mode, int direction, bool with_mean, bool knots, const TaylorLine& line) {
     std::printf("\ngradient=%s, direction %d%s%s\n", mode, direction, knots ? " of the knots" : "",

@@ -1,0 +1,266 @@
+#include "src/tools/morvane_check/verdict.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "lib/corelibs/qas/messages/notes.h"
+
+namespace morvane {
+namespace {
+
+using qas::strprintf;
+
+constexpr const char* cure_of_signs[] = {"", "take the complex conjugates of rec and sou: U(w) = sum u(t) exp(+i w t)",
+                                         "take the complex conjugate of rec", "take the complex conjugate of sou"};
+
+/// Depths down to which the image holds a third of its energy: nearer the surface an error of velocity matters less.
+std::size_t shallow_end(const Focus& focus) {
+    const double third = std::accumulate(focus.all.begin(), focus.all.end(), 0.0) / 3.0;
+    double sum = 0.0;
+    for (std::size_t i = 0; i < focus.all.size(); ++i)
+        if ((sum += focus.all[i]) >= third) return i + 1;
+    return focus.all.size();
+}
+
+/// Running sums over 2 half + 1 depths.
+std::vector<double> running(const std::vector<double>& values, std::size_t half) {
+    std::vector<double> sums(values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::size_t end = std::min(values.size(), i + half + 1);
+        for (std::size_t j = i > half ? i - half : 0; j < end; ++j) sums[i] += values[j];
+    }
+    return sums;
+}
+
+/// Shares at zero offset by time shift and depth.
+class TimeShares {
+    const std::vector<double>& shifts_;
+    std::vector<std::vector<double>> share_;
+    std::vector<double> weight_;  // 0 where there is too little energy, or where the slopes leave the shifts
+
+public:
+    TimeShares(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest) : shifts_(shifts) {
+        const std::size_t nz = images[0].all.size(), half = std::max<std::size_t>(2, nz / 32);
+        std::vector<double> energy(nz);
+        for (const Focus& image : images) {
+            share_.push_back(running(image.zero, half));
+            const std::vector<double> all = running(image.all, half);
+            for (std::size_t i = 0; i < nz; ++i) {
+                share_.back()[i] = all[i] > 0.0 ? share_.back()[i] / all[i] : 0.0;
+                energy[i] += image.all[i];
+            }
+        }
+        const double least = 0.1 * std::ranges::max(energy);
+        for (std::size_t i = 0; i < nz; ++i) {
+            const bool inside = steepest * static_cast<double>(i) / static_cast<double>(nz) <= shifts.back() + 0.5;
+            weight_.push_back(energy[i] >= least && inside ? 1.0 / (static_cast<double>(i) + 10.0) : 0.0);
+        }
+    }
+    /// The weighted mean of the shares at shift t0 + slope z / depth.
+    double along(double t0, double slope) const {
+        const double step = shifts_[1] - shifts_[0];
+        double sum = 0.0, weights = 0.0;
+        for (std::size_t i = 0; i < weight_.size(); ++i) {
+            const double at =
+                (t0 + slope * static_cast<double>(i) / static_cast<double>(weight_.size()) - shifts_[0]) / step;
+            weights += weight_[i];
+            if (at < 0.0 || at > static_cast<double>(shifts_.size() - 1)) continue;
+            const std::size_t k = std::min(static_cast<std::size_t>(at), shifts_.size() - 2);
+            const double part = at - static_cast<double>(k);
+            sum += weight_[i] * ((1.0 - part) * share_[k][i] + part * share_[k + 1][i]);
+        }
+        return weights > 0.0 ? sum / weights : 0.0;
+    }
+};
+
+Verdict judge_gaps(const Parms& par, const Records& r) {
+    const double most = std::ranges::max(r.data);
+    int empty = 0, first = -1;
+    for (int k = 0; k < std::ssize(r.data); ++k)
+        if (r.data[static_cast<std::size_t>(k)] <= 1e-4 * most) {
+            if (first < 0) first = k;
+            ++empty;
+        }
+    const double at =
+        (static_cast<double>(par.rec.w.o) + first * static_cast<double>(par.rec.w.d)) / (2.0 * 3.14159265358979);
+    if (empty == 0)
+        return {Level::ok, "frequencies", strprintf("%d, all with data, %g to %g", par.rec.w.n, r.lowest, r.highest)};
+    return {Level::look, "frequencies",
+            strprintf("%d of %d hold no data, the first %g: leave them out", empty, par.rec.w.n, at)};
+}
+
+Verdict judge_spectra(const Records& r) {
+    double product = 0.0, data = 0.0, source = 0.0;
+    for (std::size_t k = 0; k < r.data.size(); ++k) {
+        product += r.data[k] * r.source[k];
+        data += r.data[k] * r.data[k];
+        source += r.source[k] * r.source[k];
+    }
+    const double likeness = data > 0.0 && source > 0.0 ? product / std::sqrt(data * source) : 0.0;
+    return {judge(likeness, 0.7, 0.3), "spectra",
+            strprintf("rec and sou agree by %.2f (at least 0.7 of 1)%s", likeness,
+                      likeness < 0.7 ? ": is sou the wavelet of these data, in the same band?" : "")};
+}
+
+Verdict judge_shots(const Records& r) {
+    std::vector<double> sorted = r.shot_rms;
+    std::ranges::sort(sorted);
+    const double median = sorted[sorted.size() / 2];
+    std::string odd;
+    int dead = 0, loud = 0;
+    for (std::size_t i = 0; i < r.shot_rms.size(); ++i) {
+        const bool is_dead = !(r.shot_rms[i] > 0.01 * median), is_loud = r.shot_rms[i] > 5.0 * median;
+        dead += is_dead;
+        loud += is_loud;
+        if ((is_dead || is_loud) && odd.size() < 60) odd += (odd.empty() ? "" : ", ") + std::to_string(i + 1);
+    }
+    if (dead + loud == 0)
+        return {Level::ok, "shots", strprintf("%zu, amplitudes within 1/100 to 5 of their median", sorted.size())};
+    const Level level = dead * 2 > std::ssize(sorted) ? Level::wrong : Level::look;
+    return {level, "shots",
+            strprintf("%d dead, %d loud (below 1/100, above 5 of the median), shots %s: edit them", dead, loud,
+                      odd.c_str())};
+}
+
+}  // namespace
+
+const char* level_name(Level level) {
+    return level == Level::ok ? "ok" : level == Level::look ? "look" : "wrong";
+}
+
+Level judge(double number, double good, double bad) {
+    const bool upward = good > bad;
+    if (upward ? number >= good : number <= good) return Level::ok;
+    return (upward ? number >= bad : number <= bad) ? Level::look : Level::wrong;
+}
+
+Verdict judge_units(const Parms& par, const ModelRange& model, const Records& r) {
+    const double wave = model.slowest / r.highest;
+    const double samples = wave / static_cast<double>(par.v.z.d);
+    const bool speed = (model.median >= 300 && model.median <= 26500) || (model.median >= 0.3 && model.median <= 8.7);
+    const std::string numbers =
+        strprintf("median velocity %.4g, shortest wavelength %.4g, %.3g depth steps", model.median, wave, samples);
+    if (!speed)
+        return {Level::wrong, "units",
+                numbers + strprintf(" (300 to 8000 m/s, 984 to 26200 ft/s, 0.3 to 8 km/s): vel is slowness, time over "
+                                    "the length of its axes%s",
+                                    model.median > 0 && model.median < 0.1
+                                        ? "; these numbers are a velocity or too great by 1000"
+                                        : "")};
+    if (samples < 0.2 || samples > 500)
+        return {Level::wrong, "units",
+                numbers + " (0.2 to 500): slowness and axes have different units of length, km against m for example"};
+    return {Level::ok, "units", numbers};
+}
+
+std::vector<Verdict> judge_sampling(const Parms& par, const ModelRange& model, const Records& r) {
+    std::vector<Verdict> out;
+    const auto add = [&](Level level, const char* what, const std::string& text, const std::string& cure) {
+        out.push_back({level, what, level == Level::ok ? text : text + ": " + cure});
+    };
+    const double dx = static_cast<double>(par.rec.h.d), dz = static_cast<double>(par.v.z.d);
+    const double shortest = model.slowest / r.highest, usual = model.slowest / r.peak;
+    const double depth = static_cast<double>(par.img.z.n - 1) * dz;
+    double n = shortest / dz;
+    add(judge(n, 4.0, 3.0), "dz", strprintf("%.3g steps of %g a shortest wavelength (at least 4)", n, dz),
+        strprintf("dz=%.3g or less, or fmax below %.3g", shortest / 4.0, model.slowest / (4.0 * dz)));
+    n = shortest / dx;
+    add(judge(n, 2.0, 1.0), "dx", strprintf("%.3g traces of %g a shortest wavelength (at least 2)", n, dx),
+        strprintf("a trace distance of %.3g or less, or fmax below %.3g", shortest / 2.0, model.slowest / (2.0 * dx)));
+    if (par.rec.xd.n > 1 && !par.areal) {
+        n = static_cast<double>(par.rec.xd.d) / usual;
+        add(judge(n, 1.5, 10.0), "shot distance", strprintf("%.2g wavelengths of the peak frequency (at most 1.5)", n),
+            "gathers will hold aliased energy, which fun counts; more shots, or a lower fmax");
+    }
+    if (!par.timeshift) {
+        const double reach = static_cast<double>(par.dsecdim) * (par.nsecdim - 1) / 2.0 / depth;
+        add(judge(reach, 0.07, 0.0), "offsets",
+            strprintf("subsurface offsets reach %.2g of the depth (at least 0.07)", reach),
+            "larger errors of velocity leave the gathers; a larger nh");
+        const double step = static_cast<double>(par.dsecdim) / usual;
+        add(judge(step, 0.5, 2.0), "dh", strprintf("%.2g wavelengths of the peak frequency (at most 0.5)", step),
+            "a smaller dh");
+    }
+    if (par.spline_grad()) {
+        const double x = static_cast<double>(par.axk.d) / usual, z = static_cast<double>(par.azk.d) / usual;
+        add(std::max(judge(x, 0.5, 0.0), judge(z, 0.25, 0.0)), "knots",
+            strprintf("%.2g and %.2g wavelengths apart (at least 0.5 and 0.25)", x, z),
+            "they are finer than what the data resolve; larger dxk and dzk");
+    } else {
+        add(Level::look, "knots", "none",
+            "every sample is a variable, and the model will be rough; nxk, dxk, nzk, dzk make it smooth");
+    }
+    const int margin = par.tapertr + par.padtraces;
+    add(judge(margin, 15, 0), "margins", strprintf("%d traces on each side (at least 15)", margin),
+        "traces_in_taper=20");
+    return out;
+}
+
+std::vector<Verdict> judge_records(const Parms& par, const Records& r) {
+    std::vector<Verdict> out;
+    out.push_back(
+        {judge(r.early, 0.05, 0.2), "first arrivals",
+         strprintf("energy before the fastest arrival of the model is %.3g of the mean (at most 0.05)%s", r.early,
+                   r.early > 0.05 ? ": folded times (df above 1/length of record), a wrong sign, noise before the "
+                                    "first break, or a mute is missing"
+                                  : "")});
+    out.push_back({judge(r.direct, 1.0, 3.0), "direct wave",
+                   strprintf("energy at its time is %.3g of the mean (at most 1)%s", r.direct,
+                             r.direct > 1.0 ? ": mute it (morvane_prepare mute=auto)" : "")});
+    out.push_back(
+        {judge(r.tail, 0.15, 0.5), "end of record",
+         strprintf("energy in the last twentieth of %.4g is %.3g of the mean (at most 0.15)%s", r.length, r.tail,
+                   r.tail > 0.15
+                       ? ": later times fold back; df must be at most 1/length of the record, and its end tapered"
+                       : "")});
+    out.push_back(judge_gaps(par, r));
+    out.push_back(judge_spectra(r));
+    out.push_back(judge_shots(r));
+    return out;
+}
+
+Verdict judge_signs(const std::vector<Focus>& signs, bool direct_wave) {
+    double share[4] = {};
+    for (std::size_t i = 0; i < 4; ++i) share[i] = signs[i].share(0, shallow_end(signs[i]));
+    const std::size_t best = static_cast<std::size_t>(std::max_element(share + 1, share + 4) - share);
+    const std::string text = strprintf("zero-offset share %.3g as they are, %.3g both conjugated, %.3g rec, %.3g sou",
+                                       share[0], share[1], share[2], share[3]);
+    const double ratio = share[0] > 0.0 ? share[best] / share[0] : 2.0;
+    if (ratio < 0.87) return {Level::ok, "signs", text};
+    if (ratio > 2.0) return {Level::wrong, "signs", text + ": " + cure_of_signs[best]};
+    if (direct_wave) return {Level::look, "signs", text + ": not to be judged while the direct wave is in"};
+    if (ratio > 1.15) return {Level::wrong, "signs", text + ": " + cure_of_signs[best]};
+    return {Level::look, "signs",
+            text + " (others at most 0.87 of the first): the start model is far off, or the data do not focus"};
+}
+
+double time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest) {
+    const TimeShares shares(shifts, images, steepest);
+    constexpr int slopes = 12;
+    std::vector<std::pair<double, double>> best;  // score, t0
+    for (int i = -12; i <= 12; ++i) {
+        double most = 0.0;
+        for (int j = -slopes; j <= slopes; ++j)  // among equals the smaller error of velocity
+            most = std::max(most, shares.along(0.125 * i, steepest * j / slopes) * (1.0 - 0.1 * std::abs(j) / slopes));
+        best.emplace_back(most, 0.125 * i);
+    }
+    const double enough = 0.97 * std::ranges::max(best).first;  // the middle of what is nearly as good
+    const auto good = [&](const std::pair<double, double>& p) { return p.first >= enough; };
+    return 0.5 * (std::ranges::find_if(best, good)->second + std::find_if(best.rbegin(), best.rend(), good)->second);
+}
+
+Verdict judge_time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest,
+                        double period) {
+    const double t0 = time_zero(shifts, images, steepest);
+    const Level level = judge(std::abs(t0), 0.22, 0.36);
+    const std::string text =
+        strprintf("the image focuses best with the records %.3g later, %.2f periods (at most 0.22)", t0 * period, t0);
+    return {level, "time zero",
+            level == Level::ok ? text
+                               : text +
+                                     ": check source_time, delays and the phase of the wavelet, or a velocity error "
+                                     "that begins at the surface"};
+}
+
+}  // namespace morvane
