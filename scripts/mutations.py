@@ -62,6 +62,18 @@ m("qas", "seek: absolute positions forget where the data begin", "Pipes* Dataset
   ("std::int64_t at = whence == 0 ? offset + state.start : offset;", "std::int64_t at = offset;"))
 m("qas", "datapath: the environment goes before the parameter", "Datasets* DataPath* Updates*",
   ('if (const auto given = getch_text(layer, "datapath")) {', 'if (const auto given = getch_text(layer, "datapath"); given && !std::getenv("DATAPATH")) {'))
+m("qas", "outputs: an input that came later is overwritten", "Driver.Nothing*",
+  ("if (held(stream)) check_files_are_free(layer, *stream);", ""))
+m("qas", "outputs: a semicolon parts a header's name", "Datasets*",
+  ("if (name.find(';') != std::string::npos)", "if (name.find('\\1') != std::string::npos)"))
+m("qas", "locks: taken for granted", "Driver* QasTool* Updates*",
+  ("if (::fcntl(fd, F_OFD_SETLK, &lock) == 0) break;", "break;"))
+m("qas", "replacement: the finished file does not get its name", "QasTool*",
+  ("if (::rename(beside_.c_str(), name_.c_str()) < 0) return false;", ""))
+m("qas", "header lines: half a line stays", "Faults*",
+  ("take_back(stream.headfile, begin);", ""))
+m("qas", "history: a line on an in/out dataset is not seen", "Updates*",
+  ("if (append_history(layer, stream, line)) read_back(layer, stream, line);", "append_history(layer, stream, line);"))
 
 # --- operators -------------------------------------------------------------------------------------------------------
 m("class", "wilson: stops at 1e-2", "Wilson* Filters* Lapfac*",
@@ -129,6 +141,33 @@ m("solver", "main loop: the reduction test without its scale", "Protocol*",
   ("if (run.search.fold - run.f <= run.tol * ddum) {", "if (run.search.fold - run.f <= run.tol) {"))
 m("solver", "main loop: a restart keeps the trial point", "Protocol* Problems*",
   ("std::copy(run.t.begin(), run.t.end(), run.x.begin());", ""))
+m("solver", "factor: a pivot of zero passes", "Dense* Restart* Pairs*",
+  ("if (!(s > 0)) return j + 1;", "if (!(s >= 0)) return j + 1;"))
+m("solver", "triangles: lower ones solved as their transpose", "Dense*",
+  ("} else if (!transposed) {\n        for (int j = 0; j < n; ++j) {\n            b[j] /=", "} else if (transposed) {\n        for (int j = 0; j < n; ++j) {\n            b[j] /="))
+m("solver", "matrices: the oldest pair stays the head", "Pairs* Cauchy* Subsm*",
+  ("pairs.head = pairs.head % m + 1;", ""))
+m("solver", "matrices: the squared step of the scaled direction", "Pairs* Protocol*",
+  ("pairs.ss(last, last) = stp == 1 ? dtd : stp * stp * dtd;", "pairs.ss(last, last) = dtd;"))
+m("solver", "matrices: the middle matrix with its first half's sign turned", "Cauchy* Subsm*",
+  ("p[i] = -p[i] / std::sqrt(sy(i, i));", "p[i] = p[i] / std::sqrt(sy(i, i));"))
+m("solver", "matrices: the factor without its diagonal", "Cauchy* Subsm*",
+  ("sum += sy(i, k) * sy(j, k) / sy(k, k);", "sum += sy(i, k) * sy(j, k);"))
+m("solver", "subspace matrix: active block not scaled", "Formk* Subsm*",
+  ("wn(col + j, col + i) = wn1(m + i, m + j) * pairs.theta;", "wn(col + j, col + i) = wn1(m + i, m + j);"))
+m("solver", "free variables: those that enter are not listed", "Formk* Subsm* Reports*",
+  ("indx2[nenter] = k;\n                ++nenter;", "indx2[nenter] = k;"))
+m("solver", "free variables: no new pair, nothing to factor", "Formk* Problems*",
+  ("const bool wrk = ileave < n + 1 || nenter > 0 || updatd;", "const bool wrk = ileave < n + 1 || nenter > 0;"))
+m("solver", "heap: built upside down", "Cauchy*",
+  ("while (i > 1 && time < t[i / 2]) {", "while (i > 1 && time > t[i / 2]) {"))
+m("solver", "line search: a longer first interval", "Dcsrch* Protocol*",
+  ("f, f, f, 0, 0, 0, stp + 4 * stp, whole, 2 * whole}", "f, f, f, 0, 0, 0, stp + 5 * stp, whole, 2 * whole}"))
+m("solver", "line search: the first fault counts", "Dcsrch*",
+  ("if (stpmax < stpmin) return \"ERROR: STPMAX .LT. STPMIN\";\n    if (stpmin < 0) return \"ERROR: STPMIN .LT. ZERO\";",
+   "if (stpmin < 0) return \"ERROR: STPMIN .LT. ZERO\";\n    if (stpmax < stpmin) return \"ERROR: STPMAX .LT. STPMIN\";"))
+m("solver", "reports: a line feed less before the table", "Reports*",
+  ("\"\\n   it   nf  nint  nact  sub  itls  stepl    tstep     projg        f\\n\"", "\"   it   nf  nint  nact  sub  itls  stepl    tstep     projg        f\\n\""))
 
 # --- step and extrapolators ------------------------------------------------------------------------------------------
 m("step", "phase shift: evanescent waves are not cut", "DepthStep* Pspi* Owpspi*",
@@ -317,6 +356,8 @@ m("driver", "loop: one iteration more than niter", "Driver*",
   ("while (cond && iter <= run.par.niter) {", "while (cond && iter <= run.par.niter + 1) {"))
 m("driver", "panels: no count in the header", "Driver*",
   ('run.session.to_history<int>("n4", titer, tag);', 'if (titer == 1) run.session.to_history<int>("n4", titer, tag);'))
+m("driver", "horizon: its file may be an output", "Driver.Nothing*",
+  ('session.claim_input({*horizon, "horv0=" + *horizon});', 'static_cast<void>(horizon);'))
 
 # --- tools -----------------------------------------------------------------------------------------------------------
 m("tools", "qas: rms over all samples", "Statistics* Numbers* QasTool*",
@@ -345,3 +386,7 @@ m("tools", "synth: dips of layers mirrored", "EarthModel* Earth* Files*",
   ("static_cast<float>(std::atan(p * x.d / z.d) * 180.0 / std::numbers::pi)", "static_cast<float>(-std::atan(p * x.d / z.d) * 180.0 / std::numbers::pi)"))
 m("tools", "synth: source function without its phase", "Survey* Focus*",
   ("const std::complex<double> down(0.0, v / (4.0 * pi * frequency(acquisition, k) * dx));", "const std::complex<double> down(v / (4.0 * pi * frequency(acquisition, k) * dx), 0.0);"))
+m("tools", "qas npy: the side header does not get its name", "QasTool*",
+  ("if (!side.empty() && !streamed) beside.finish();", ""))
+m("tools", "qas npy: the old file is emptied at once", "QasTool*",
+  ('return session.claim_output({name, name, "give it another name", true});', 'return session.claim_output({name, name, "give it another name"});'))

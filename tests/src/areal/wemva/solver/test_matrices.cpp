@@ -12,6 +12,25 @@
 
 using namespace morvane;
 
+TEST(Dense, TriangularSystemsOfAllFourKinds) {
+    // Both triangles of one array, upper [2 1 3; . 4 5; . . 6] and lower [2 . .; 7 4 .; 8 9 6].
+    const Vector t{2, 7, 8, -1, 1, 4, 9, -1, 3, 5, 6, -1};
+    struct Row {
+        int job;
+        Vector b;  // for x = 1 2 3
+    };
+    for (const Row& row : {Row{1, {13, 23, 18}}, Row{11, {2, 9, 31}}, Row{0, {2, 15, 44}}, Row{10, {40, 35, 18}}}) {
+        Vector b = row.b;
+        EXPECT_EQ(solver::dtrsl(t.data(), 4, 3, b.data(), row.job), 0);
+        EXPECT_EQ(b, (Vector{1, 2, 3})) << row.job;
+        Vector singular = t;
+        singular[5] = 0;
+        b = row.b;
+        EXPECT_EQ(solver::dtrsl(singular.data(), 4, 3, b.data(), row.job), 2);
+        EXPECT_EQ(b, row.b);
+    }
+}
+
 TEST(Pairs, TheSquaredStepComesFromTheUnscaledDirection) {
     PairStore store(2, 2, 1);
     const Vector d{1.5, 2}, y{3, 4};  // direction 3, 4 scaled by 0.5
