@@ -85,7 +85,7 @@ void prediction(benchmark::State& state) {
     for (auto _ : state) fx2d_lop(design, image, out, nullptr);
 }
 
-/// Forth and back, with every so many samples a knot.
+/// Forth and back, with one knot per every so many samples.
 void spline_projection(benchmark::State& state) {
     const auto every = static_cast<int>(state.range(0));
     const Axis fine_x{nx, 10, 0, {}}, fine_z{nz, 8, 0, {}};

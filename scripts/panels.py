@@ -46,12 +46,21 @@ def clip(*panels, share=99.5):
     return -most, most
 
 
-def draw(panels, x, z, name, label="", xlabel="km", xlim=None, zlim=None, lines=(), **style):
-    """A row of panels (title, samples (depth, lateral), limits) as docs/NAME; x and z in km, `lines` (x, z) on each."""
-    figure, axes = plt.subplots(1, len(panels), figsize=(3.4 * len(panels), 2.7), sharey=True, layout="constrained")
+def relative(title, panel, **how):
+    """A panel in units of its own clip, from -1 to 1."""
+    return title, panel / clip(panel, **how)[1], (-1, 1)
+
+
+def draw(panels, x, z, name, bars, xlabel="position, km", xlim=None, zlim=None, lines=(), **style):
+    """A row of panels (title, samples (depth, lateral), limits) as docs/NAME; x and z in km, `lines` (x, z) on each.
+
+    bars: a label and the number of panels, from the left, that share the colour bar, for each bar."""
+    figure, axes = plt.subplots(1, len(panels), figsize=(3.2 * len(panels) + 0.9 * len(bars), 2.7), sharey=True,
+                                layout="constrained")
+    shown = []
     for axis, (title, panel, limits) in zip(axes, panels):
-        shown = axis.imshow(panel, extent=(x[0], x[-1], z[-1], z[0]), aspect="auto", vmin=limits[0], vmax=limits[1],
-                            **style)
+        shown.append(axis.imshow(panel, extent=(x[0], x[-1], z[-1], z[0]), aspect="auto", vmin=limits[0],
+                                 vmax=limits[1], **style))
         for line in lines:
             axis.plot(*line, color="black", linewidth=0.8)
         axis.set_title(title, fontsize=9)
@@ -59,8 +68,10 @@ def draw(panels, x, z, name, label="", xlabel="km", xlim=None, zlim=None, lines=
         axis.set_xlim(xlim)
         axis.set_ylim(zlim)
     axes[0].set_ylabel("depth, km")
-    if label:
-        figure.colorbar(shown, ax=axes, label=label, shrink=0.9)
+    first = 0
+    for label, count in bars:
+        figure.colorbar(shown[first], ax=axes[first:first + count], label=label, shrink=0.9)
+        first += count
     path = os.path.join(root, "docs", name)
     figure.savefig(path, dpi=80)
     plt.close(figure)

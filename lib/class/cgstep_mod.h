@@ -10,7 +10,7 @@ namespace morvane {
 using Stepper = std::function<int(bool& forget, std::span<float> x, std::span<const float> g, std::span<float> rr,
                                   std::span<const float> gg)>;
 
-/// The last step, in model and residual. One a solve, empty at its start.
+/// The last step, in model and residual. One per solve, empty at its start.
 struct CgState {
     std::vector<float> s, ss;
 };

@@ -21,7 +21,7 @@ struct FilterChoice {
 /// Check a choice; ends the run with the text of the first rule it breaks.
 void init_filters(const FilterChoice& choice);
 
-/// Lags and coefficients of one sample; coefficients sum to -1. p = tan(angle) is the dip in samples a column, the
+/// Lags and coefficients of one sample; coefficients sum to -1. p = tan(angle) is the dip in samples per column, the
 /// event growing deeper with the column; the lags lie around n1skip + p n1shift.
 ///
 /// The Lagrange weights stand one lag low on a dip that is not negative (the position is counted from 0, the nodes from

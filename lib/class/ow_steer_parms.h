@@ -26,7 +26,7 @@ SteerParms owsteer_parms(qas::Session& session, const Axis& z, const Axis& xm);
 /// "steer_triangle" if given) into `parms`, then the dips of "dipfile" from its start, and build the filter of the
 /// panel that is padded by `frame` rows at each end; the frames take the dips of the first and last row. "dipfile":
 /// degrees from -90 to 90, depth fastest, positive where an event grows deeper with the midpoint; 45 degrees is one
-/// depth sample a column, whatever their lengths. With `verb` the values are printed on standard error.
+/// depth sample per column, whatever their lengths. With `verb` the values are printed on standard error.
 Filter owfilter_init(qas::Session& session, const Axis& z, const Axis& xm, int frame, SteerParms& parms, bool verb);
 
 }  // namespace morvane

@@ -35,7 +35,7 @@ std::string whole(float ratio, int width) {
     return column_int(static_cast<long long>(ratio), width);
 }
 
-/// One line an iteration on standard error; `scale` is set at the first.
+/// One line per iteration on standard error; `scale` is set at the first.
 void solver_report(int iter, std::span<const float> m, std::span<const float> g, std::span<const float> rd,
                    std::span<const float> rm, float& scale) {
     const float dd = sum_of_squares(rd), mm = sum_of_squares(rm);

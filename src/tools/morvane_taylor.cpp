@@ -24,16 +24,13 @@ namespace morvane {
 namespace {
 
 constexpr const char* usage =
-    "morvane_taylor: does the gradient predict how fun changes? Takes the parameters of morvane (name=value, "
-    "par=FILE)\n"
+    "morvane_taylor: does the gradient predict how fun changes? Takes the parameters of morvane (name=value, par=FILE)\n"
     "and prints, for random smooth directions d and both gradient modes, fun(x+hd) at h = 1, 1/2, 1/4, ..., the\n"
-    "first-order remainder |fun(x+hd) - fun(x)|, the second-order remainder |fun(x+hd) - fun(x) - h<g,d>|, their "
-    "rates\n"
+    "first-order remainder |fun(x+hd) - fun(x)|, the second-order remainder |fun(x+hd) - fun(x) - h<g,d>|, their rates\n"
     "(1 and 2 for a right gradient, until the noise of single precision is reached), and <g,d> against the central\n"
     "difference at a step chosen from that noise. The outputs that the parameters name are not touched.\n"
     "A direction is undecided if three standard deviations of the difference's noise, and twice what the last halving\n"
-    "of its step changed, exceed 1 %: another reach, or another seed, may decide it. Ends with status 0 if <g,d> of "
-    "the\n"
+    "of its step changed, exceed 1 %: another reach, or another seed, may decide it. Ends with status 0 if <g,d> of the\n"
     "exact gradient is within 1 % of the difference along every decided direction, 1 if not, 2 if none is decided.\n";
 
 /// The table of keys: its own, then those of a run.

@@ -106,7 +106,7 @@ struct Inverted {
             if (k < 5 || k + 1 == fun.size()) chosen.push_back(k);
         return chosen;
     }
-    /// The panels of an output, one an evaluation.
+    /// The panels of an output, one per evaluation.
     std::vector<Panel> panels(const std::string& file) const {
         const Panel all = files::read_dataset(survey.dir / file);
         const std::size_t size = all.size() / fun.size();
@@ -485,7 +485,7 @@ public:
     }
 };
 
-/// The extremes of the gradient that a run prints before and after its conditioning, two pairs an evaluation.
+/// The extremes of the gradient that a run prints before and after its conditioning, two pairs per evaluation.
 std::vector<std::pair<double, double>> printed_extremes(const std::string& said) {
     std::vector<std::pair<double, double>> pairs;
     for (const std::string& line : files::lines_of(said))

@@ -125,7 +125,7 @@ TEST(Driver, OneEvaluationLeavesItsPanelsAndLines) {
             const std::string header = files::read_text(survey.dir / output.file);
             EXPECT_EQ(files::header_value(header, "n4"), std::to_string(evaluations)) << output.tag;
             for (int panel = 1; panel <= evaluations; ++panel)
-                EXPECT_THAT(header, HasSubstr("\t\tn4=" + std::to_string(panel) + "\n")) << "a line a panel";
+                EXPECT_THAT(header, HasSubstr("\t\tn4=" + std::to_string(panel) + "\n")) << "one line per panel";
             data[output.tag] = files::read_dataset(survey.dir / output.file);
         }
         const std::size_t samples = static_cast<std::size_t>(nx * TinySurvey::nz);

@@ -78,10 +78,9 @@ int qas_send_msg(CommandLine& line, std::string_view kind, std::string_view text
         return 1;
     };
     if (given < 4)
-        return fail(
-            strprintf("when running in socket mode must provide jobid,mach_label,master_ip, and master_port"
-                      " %d %d %d %d",
-                      jobid ? 1 : 0, label ? 1 : 0, ip ? 1 : 0, found(port) ? 1 : 0));
+        return fail(strprintf(
+            "when running in socket mode must provide jobid,mach_label,master_ip, and master_port %d %d %d %d",
+            jobid ? 1 : 0, label ? 1 : 0, ip ? 1 : 0, found(port) ? 1 : 0));
     const Descriptor fd = tcp_socket();
     if (fd.get() < 0) return fail("Failed to create socket \n");
     if (!connect_to(fd.get(), *ip, std::get<std::vector<int>>(port).front()))

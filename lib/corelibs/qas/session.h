@@ -23,8 +23,8 @@ template <class T>
 concept ParameterValue = std::same_as<T, int> || std::same_as<T, float> || std::same_as<T, double> ||
     std::same_as<T, bool> || std::same_as<T, std::string>;
 
-/// Everything the dataset layer remembers: argument vector, parameter tables, streams. One a program, owned by main and
-/// handed down; a test may open several. For the main thread only. Errors throw qas::Fatal (qaserr.h).
+/// Everything the dataset layer remembers: argument vector, parameter tables, streams. One per program, owned by main
+/// and handed down; a test may open several. For the main thread only. Errors throw qas::Fatal (qaserr.h).
 class Session {
 public:
     /// Keeps the argument vector (argv[0] is the program name); nothing is scanned before the first look-up. Of a
@@ -110,7 +110,7 @@ public:
     std::vector<std::string> unread();
 
     /// Moves `nbytes` of samples of dataset `tag` into `buffer` from the current position, converting from the format
-    /// of the file; returns the bytes moved. Fewer is the end of the data: warned about once a dataset, not an error.
+    /// of the file; returns the bytes moved. Fewer is the end of the data: warned about once per dataset, not an error.
     std::int64_t sreed(std::string_view tag, void* buffer, std::int64_t nbytes);
     /// Appends `nbytes` of samples; returns the bytes written.
     std::int64_t srite(std::string_view tag, const void* buffer, std::int64_t nbytes);

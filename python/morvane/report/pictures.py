@@ -44,7 +44,7 @@ def section(values, x, z, limits, cmap, title, label, unit, window=None, height=
 
 
 def gathers(panels, positions, h, z, limit, title, unit):
-    """Image gathers (depth, offset) side by side, one a position."""
+    """Image gathers (depth, offset) side by side, one per position."""
     figure, row = plt.subplots(1, len(panels), figsize=(WIDTH, 3.1), sharey=True, layout="constrained", squeeze=False)
     for axes, panel, position in zip(row[0], panels, positions):
         draw(axes, panel, h, z, (-limit, limit), "gray")

@@ -19,7 +19,7 @@ struct Mute {
     double time(double offset) const;
 };
 
-/// A mute from a text file: offset and time a line, blank lines and lines that start with # apart.
+/// A mute from a text file: one offset and time per line, blank lines and lines that start with # apart.
 /// Refuses (qas::Fatal), with the line: what is no pair of numbers, offsets that do not ascend.
 std::vector<std::pair<double, double>> read_mute_table(const std::string& path);
 

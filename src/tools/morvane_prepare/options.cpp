@@ -22,11 +22,10 @@ constexpr Option table[] = {
     {nullptr, "Input", "", ""},
     {"segy", "FILE,FILE,...", "", "the traces; needed"},
     {"velocity", "FILE", "",
-     "start model: SEG-Y section (.sgy, .segy), .npy (depth, lateral), dataset, or a table of "
-     "position, depth and velocity"},
+     "start model: SEG-Y section (.sgy, .segy), .npy (depth, lateral), dataset, or a table of position, depth and velocity"},
     {"v0", "", "", "instead: velocity at the surface"},
     {"gradient", "0", "1/s", "and its increase with depth"},
-    {"velocity_unit", "", "", "m/s, km/s, ft/s, s/m, s/km or s/ft; default: length_unit a second"},
+    {"velocity_unit", "", "", "m/s, km/s, ft/s, s/m, s/km or s/ft; default: length_unit per second"},
     {"velocity_dx", "0", "", "lateral step of a .npy model"},
     {"velocity_dz", "0", "", "depth step of a .npy model; of a section instead of its header's (interval / 1000)"},
     {"velocity_x0", "0", "", "position of the first column of a .npy model"},
@@ -77,8 +76,7 @@ constexpr Option table[] = {
     {"scale", "rms", "", "rms: data and source with rms 1; wavelet: the source's largest amplitude 1; none"},
     {nullptr, "Source", "", ""},
     {"source", "zero", "",
-     "zero, minimum: estimated from the data, of that phase; ricker; or a file: text, .npy, "
-     "SEG-Y, dataset"},
+     "zero, minimum: estimated from the data, of that phase; ricker; or a file: text, .npy, SEG-Y, dataset"},
     {"fpeak", "", "Hz", "source=ricker: peak frequency"},
     {"source_time", "0", "s", "time of the records at which the source fires (time 0, or centre, of the wavelet)"},
     {"wavelet_dt", "", "s", "interval of a wavelet in a file without times; default: that of the data"},
@@ -268,8 +266,7 @@ qas::KeyTable prepare_keys() {
 }
 
 std::string prepare_help() {
-    return "morvane_prepare: from SEG-Y and a velocity model to what morvane reads: rec, sou, vel, a parameter file "
-           "that\n"
+    return "morvane_prepare: from SEG-Y and a velocity model to what morvane reads: rec, sou, vel, a parameter file that\n"
            "runs as it stands, and a report. Parameters are name=value words, or par=FILE for a file of them.\n" +
            prepare_keys().help() +
            "\nLengths are in length_unit. Example:\n"

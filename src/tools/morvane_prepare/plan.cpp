@@ -264,12 +264,11 @@ void plan_grid(const PrepareOptions& o, Survey& survey, const Scan& scan, const 
                                      g.dx, high, std::asin(v / (2 * high * g.dx)) * 180 / std::numbers::pi));
     const double step = static_cast<double>(g.shot_step) * g.dx;
     if (!g.areal && g.node.size() > 1 && step > 2 * shortest)
-        plan.warnings.push_back(
-            text("shots every %g are more than two of the shortest wavelengths (%.4g) apart: aliased "
-                 "energy enters the gathers",
-                 step, shortest));
+        plan.warnings.push_back(text(
+            "shots every %g are more than two of the shortest wavelengths (%.4g) apart: aliased energy enters the gathers",
+            step, shortest));
     if (static_cast<double>(g.traces) * plan.freq.n > most_panel)
-        qaserr("%d traces of %d frequencies a shot are too many; permitted are %g samples\n", g.traces, plan.freq.n,
+        qaserr("%d traces of %d frequencies per shot are too many; permitted are %g samples\n", g.traces, plan.freq.n,
                most_panel);
 }
 

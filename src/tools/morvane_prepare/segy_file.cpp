@@ -150,11 +150,11 @@ void SegyFile::read_binary_header(const SegyOptions& options) {
         if (segy_traceheader(file_.get(), 0, raw.data(), info_.first_trace, 0) != SEGY_OK) refuse_read(0);
         segy_get_field(raw.data(), SEGY_TR_SAMPLE_COUNT, &samples);
         info_.samples = samples & 0xffff;
-        info_.notes.push_back("the binary header has 0 samples a trace; the first trace says " +
+        info_.notes.push_back("the binary header has 0 samples per trace; the first trace says " +
                               std::to_string(info_.samples));
     }
     if (info_.samples < 1 || info_.samples > longest_trace)
-        qaserr("%s: %d samples a trace; permitted are 1 to %d\n", path_.c_str(), info_.samples, longest_trace);
+        qaserr("%s: %d samples per trace; permitted are 1 to %d\n", path_.c_str(), info_.samples, longest_trace);
     trace_bytes_ = segy_trsize(info_.format, info_.samples);
     buffer_.resize(static_cast<std::size_t>(trace_bytes_));
     count_traces(options.truncated, trailer);

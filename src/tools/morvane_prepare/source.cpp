@@ -127,8 +127,7 @@ std::vector<std::complex<double>> spectrum_of(const Wavelet& wavelet, const Axis
     const double last = freqs.o + (freqs.n - 1) * static_cast<double>(freqs.d);
     if (last * wavelet.dt > 0.5)
         qaserr(
-            "a wavelet with a sample every %g s holds frequencies up to %g, not to fmax=%g; wavelet_dt= names the "
-            "interval\n",
+            "a wavelet with a sample every %g s holds frequencies up to %g, not to fmax=%g; wavelet_dt= names the interval\n",
             wavelet.dt, 0.5 / wavelet.dt, last);
     std::vector<std::complex<double>> spectrum;
     for (int k = 0; k < freqs.n; ++k) {

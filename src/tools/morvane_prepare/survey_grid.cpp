@@ -109,8 +109,7 @@ Ranges measure(Survey& survey, const Scan& scan, const Line& line, const GridOpt
         }
         if (!(away <= options.most_distance) || std::abs(line.position(p) - grid.origin) > most_nodes * grid.dx)
             qaserr(
-                "%s: its %s at x=%.9g y=%.9g lies %.6g from the line, at %.9g along it; permitted are %g "
-                "(max_distance=) "
+                "%s: its %s at x=%.9g y=%.9g lies %.6g from the line, at %.9g along it; permitted are %g (max_distance=) "
                 "and %g nodes of %g\n",
                 name_of(survey, run.file, trace).c_str(), what, p.x, p.y, away, line.position(p), options.most_distance,
                 most_nodes, grid.dx);
@@ -273,8 +272,7 @@ SurveyGrid make_grid(Survey& survey, const Scan& scan, const Line& line, const G
 
     if (options.layout == Layout::per_shot && !stations)
         qaserr(
-            "areal=n: the shots stand on no regular stations within shot_tolerance=%g of them; a greater tolerance "
-            "moves "
+            "areal=n: the shots stand on no regular stations within shot_tolerance=%g of them; a greater tolerance moves "
             "them further, areal=y takes them as they are\n",
             tolerance);
     const double margins = 2.0 * (options.taper + std::max(options.pad, least_pad));

@@ -56,9 +56,9 @@ std::string parameter_file(const Outputs& outputs, const PrepareOptions& o, cons
     text << "# subsurface offsets: " << reason("nh") << "\nnh=" << plan.nh << " dh=" << digits(plan.dh) << "\n";
     text << "# one reference velocity; no sample may reach vsal, from which on a body counts as fast\n"
          << "extrapolator=pspi nrefvel=1 vsal=" << digits(std::ceil(10 * plan.fastest)) << "\n";
-    text << "# the inversion; the first trial changes no sample by more than firststep\ninversion=y dso=y expdso=1 "
-            "niter="
-         << o.niter << " mmax=5\ngradient=exact firststep=" << digits(o.first_step) << "\n";
+    text
+        << "# the inversion; the first trial changes no sample by more than firststep\ninversion=y dso=y expdso=1 niter="
+        << o.niter << " mmax=5\ngradient=exact firststep=" << digits(o.first_step) << "\n";
     if (o.bound > 0)
         text << "# bounds, percent of the start model\nbounds=y p_up=" << digits(o.bound) << " p_lo=" << digits(o.bound)
              << "\n";

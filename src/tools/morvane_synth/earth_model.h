@@ -44,9 +44,9 @@ struct EarthModel {
 /// Evaluates the formulas above. Refuses (qas::Fatal) a velocity that is not positive, with its place.
 EarthModel build_model(const ModelSpec& spec, const Axis& x, const Axis& z);
 
-/// Dips of the layers as morvane's dip filter takes them, (z.n, x.n): the angle whose tangent is depth samples a
-/// column, in degrees. At a reflector its own dip, between two the slope interpolated in depth, above and below all
-/// that of the nearest; without reflectors the tilt of the background.
+/// Dips of the layers as morvane's dip filter takes them, (z.n, x.n): the angle, in degrees, whose tangent is
+/// depth samples per column. At a reflector its own dip, between two the slope interpolated in depth, above and below
+/// all that of the nearest; without reflectors the tilt of the background.
 Array<float, 2> layer_dips(const ModelSpec& spec, const Axis& x, const Axis& z);
 
 /// Gaussian average exp(-(r / length)^2 / 2) of slowness, cut at three lengths, with the edge values continued

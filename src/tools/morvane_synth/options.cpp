@@ -334,7 +334,7 @@ void check_size(const SynthOptions& o) {
             columns, rows);
     const double panel = (g.areal ? g.trace.n + line : g.trace.n) * o.acquisition.freq.n;
     if (panel > 2.6e8 || panel * g.shot.n > 4e9)
-        qaserr("%g samples a shot and %d shots are too many; permitted are 2.6e8 a shot, 4e9 in all\n", panel,
+        qaserr("%g samples per shot and %d shots are too many; permitted are 2.6e8 per shot, 4e9 in all\n", panel,
                g.shot.n);
 }
 
@@ -350,16 +350,14 @@ qas::KeyTable synth_keys() {
 }
 
 std::string synth_help() {
-    return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane "
-           "reads:\n"
+    return "morvane_synth: model a two-dimensional survey by acoustic finite differences and write what morvane reads:\n"
            "start model, wavefields by frequency, and a parameter file. Parameters are name=value words, or par=FILE\n"
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
            synth_keys().help() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
            "body, strength=0.05 belowshots=y niter=6\n"
            "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=3\n"
-           "model=random: layers and anomalies drawn from seed=; dx=15 dz=15 zmax=1395 nshot=29 dshot=75 nrec=200 "
-           "nf=34 fpeak=13 "
+           "model=random: layers and anomalies drawn from seed=; dx=15 dz=15 zmax=1395 nshot=29 dshot=75 nrec=200 nf=34 fpeak=13 "
            "mute=50 nh=23 belowshots=y\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }

@@ -26,7 +26,7 @@ FilterChoice steering(int lags, bool triangle) {
 
 constexpr int nz = 400, nx = 60, middle = 250;
 
-/// Dips of the panel from a function of the column, and plane layers of a slope in samples a column.
+/// Dips of the panel from a function of the column, and plane layers of a slope in samples per column.
 std::vector<float> dips(const auto& dip_of_column) {
     std::vector<float> angle;
     for (int ix = 0; ix < nx; ++ix) angle.insert(angle.end(), nz, static_cast<float>(dip_of_column(ix)));

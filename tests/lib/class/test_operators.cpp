@@ -60,7 +60,7 @@ std::vector<Named> operators(int n) {
         {"convolution", of(helicon_lop, still)},
         {"convolution with edges", of(helicon_lop, marked)},
         {"division, one filter", of(polydiv_lop, still)},
-        {"division, a filter a sample", divide},
+        {"division, one filter per sample", divide},
         {"division, a filter for two samples", of(polydiv_lop, wandering_filter(n, 2, 2))},
         {"chain",
          [=](bool adj, bool add, std::span<float> x, std::span<float> y) {

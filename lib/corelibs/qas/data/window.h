@@ -4,7 +4,7 @@
 
 namespace qas {
 
-/// A window of a regular grid, all axes fastest first: `grid` samples an axis, of which `n` are taken from `first` on,
+/// A window of a regular grid, all axes fastest first: `grid` samples per axis, of which `n` are taken from `first` on,
 /// `step` apart. `esize` is the size of a sample in bytes.
 struct Window {
     std::vector<std::int64_t> grid, n, first, step;

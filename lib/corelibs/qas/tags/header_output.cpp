@@ -58,8 +58,7 @@ void check_named_by_history(Layer& layer, const streaminf& stream) {
             if (text.find(line) != std::string::npos) return;
     }
     qaserr(
-        "tag \"%s\": %s names \"%s\" as its header, which is a file and no header: name one on the command line with "
-        "%s=\n",
+        "tag \"%s\": %s names \"%s\" as its header, which is a file and no header: name one on the command line with %s=\n",
         tag, history.c_str(), name, tag);
 }
 
@@ -280,8 +279,7 @@ void qasstr_inout_head(Layer& layer, streaminf& stream) {
     const char* tag = stream.tagname.c_str();
     if (!is_plain_file(stream))
         qaserr(
-            "Headername \"%s\" for tag \"%s\" cannot be opened as an in/out dataset because it is not a regular file "
-            "\n",
+            "Headername \"%s\" for tag \"%s\" cannot be opened as an in/out dataset because it is not a regular file \n",
             name, tag);
     open_updated_header(layer, stream, true,
                         strprintf("Headername \"%s\" for tag \"%s\" cannot be opened read/write \n", name, tag));

@@ -9,7 +9,7 @@
 namespace qas {
 
 /// Moves up to `nbytes` of samples from the current position of `tag` (an input if new), converted from its format.
-/// Returns the bytes taken from the data; fewer than asked is their end, warned about once a dataset.
+/// Returns the bytes taken from the data; fewer than asked is their end, warned about once per dataset.
 /// Errors: "sreed(): invalid input tag %s\n", and those of the transfer routines.
 std::int64_t sreed(Layer& layer, std::string_view tag, void* buffer, std::int64_t nbytes);
 

@@ -164,7 +164,7 @@ void fx2d_lop(const FxDesign& asked, View<const float, 3> modl, View<float, 3> r
     const Array<float, 2> wallwt = fxwallwt(design, n1, n2);
     std::vector<Window> windows(static_cast<std::size_t>(nodes), Window(design, n1, n2));
     const std::size_t filter_size = Window::filter_size(design);
-    // midpoints whose filters are held at a time: a group a thread, more while they stay small
+    // midpoints whose filters are held at a time: one group per thread, more while they stay small
     constexpr std::size_t small = std::size_t{1} << 23;
     const int groups =
         std::max(nodes, static_cast<int>(std::min<std::size_t>(small / (filter_size * midpoints_at_a_time), 1000)));

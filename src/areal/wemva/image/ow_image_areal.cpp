@@ -28,8 +28,8 @@ void store(Float8 v, float* p) {
     std::memcpy(p, &v, sizeof v);
 }
 
-/// Brings a stretch of samples into the cache, a line at a time between other work. An image is larger than the cache,
-/// and what the processor fetches by itself ends with each row of offsets.
+/// Brings a stretch of samples into the cache, one line at a time between other work. An image is larger than the
+/// cache, and what the processor fetches by itself ends with each row of offsets.
 class Fetch {
 public:
     Fetch(const float* first, std::ptrdiff_t n) : first_(first), n_(n) {}

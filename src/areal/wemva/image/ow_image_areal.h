@@ -23,7 +23,7 @@ struct ImageCondition {
     explicit ImageCondition(const Parms& par);
 };
 
-/// Scratch of owimage: real and imaginary parts of both fields. One a thread.
+/// Scratch of owimage: real and imaginary parts of both fields. One per thread.
 struct ImageScratch {
     static constexpr int block = 32;  ///< samples that the adjoint sums at a time
     Array<float, 2> part;             ///< (nx, 4)

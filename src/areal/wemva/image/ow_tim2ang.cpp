@@ -108,7 +108,7 @@ int owslant_exe(const Parms& par, View<const float, 2> vv, bool adj, bool /*add*
     const int nodes = par.node == node_default ? omp_get_max_threads() : std::max(par.node, 1);
     const std::vector<float> secx = secants(par.nax, par.dax, par.oax), sech = secants(par.nah, par.dah, par.oah);
     if (!adj) difference_rows(data);
-    // No term depends on the distance in the window: the window is summed apart, once a midpoint.
+    // No term depends on the distance in the window: the window is summed apart, once per midpoint.
     Array<float, 3> panels({nt, nz, nx});
     if (adj) {
 #pragma omp parallel for schedule(dynamic, 1) num_threads(nodes)

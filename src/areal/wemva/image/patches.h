@@ -19,7 +19,7 @@ struct FxDesign {
 
 struct FxFit {
     FxDesign design;
-    std::vector<std::string> notes;  ///< what was changed, or will surprise: a line each
+    std::vector<std::string> notes;  ///< what was changed, or will surprise: one line each
 };
 
 /// The design for panels of n1 depths by n2 offsets: an axis shorter than its patch gets one patch of its own length;

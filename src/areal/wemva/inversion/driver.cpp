@@ -102,8 +102,7 @@ void warn_of_first_step(const Variables& variables, const SolverState& state, st
     const double change = variables.largest_change(step, x);
     if (at_bound > moved - moved / 10)
         warn(
-            "the first trial will put %zu of %zu variables on a bound; firststep=0.03 would scale it to 3 %% of "
-            "slowness",
+            "the first trial will put %zu of %zu variables on a bound; firststep=0.03 would scale it to 3 %% of slowness",
             at_bound, moved);
     else if (change > 0.5)
         warn(

@@ -85,15 +85,14 @@ void set_model(const Inversion& run, EvaluationArrays& arrays, std::span<double>
                            [](double slowness) { return static_cast<float>(slowness); });
 }
 
-/// Warns, once a run, of a model that no physical medium has.
+/// Warns, once per run, of a model that no physical medium has.
 void check_signs(EvaluationArrays& arrays, std::span<const double> x, int titer) {
     const auto wrong = std::ranges::count_if(x, [](double s) { return !(s > 0.0); });
     if (wrong == 0 || arrays.warned_of_signs) return;
     arrays.warned_of_signs = true;
     warn(
         "evaluation %d: %td of %zu samples of the trial model are not positive (least %g): the step has left the range "
-        "of physical models. The run goes on, and this is said once; bounds, or firststep=0.03, or both would keep it "
-        "within",
+        "of physical models. The run goes on, and this is said once; bounds, or firststep=0.03, or both would keep it within",
         titer, wrong, x.size(), *std::ranges::min_element(x));
 }
 

@@ -34,9 +34,7 @@ Parms read_parms(qas::Session& session) {
     Parms par = owparam(session);
     if (par.vspl)
         refuse(
-            "vspl: the spline-only path reads the axes of vel and the knots, and then there is nothing to invert; "
-            "leave "
-            "vspl out");
+            "vspl: the spline-only path reads the axes of vel and the knots, and then there is nothing to invert; leave vspl out");
     return par;
 }
 
@@ -97,8 +95,7 @@ void set_constant_bounds(qas::Session& session, std::span<const double> start, V
         start, [&](double s) { return vmin <= vmax && (s < bounds.l.front() || s > bounds.u.front()); });
     if (outside > 0)
         warn(
-            "vmin=%g vmax=%g: %td of %td samples of the start model lie outside; the run begins with these at the "
-            "bound "
+            "vmin=%g vmax=%g: %td of %td samples of the start model lie outside; the run begins with these at the bound "
             "(with knots: within the room of their coefficients)",
             vmin, vmax, outside, std::ssize(start));
 }

@@ -37,7 +37,7 @@ public:
 
 private:
     Array<float, 2> start_;      // (kxm.n, img.z.n) frozen: window of the start model
-    std::vector<Arena> memory_;  // work arrays of the passes, one arena a thread
+    std::vector<Arena> memory_;  // work arrays of the passes, one arena per thread
     bool freezes_;
     int ishot_ = 1, ish_ = 1;
 };

@@ -1,7 +1,7 @@
 #pragma once
 /// Cubic B-splines: operators between the coefficients of a coarse grid of knots and samples on a fine regular grid.
 ///
-/// Forward: data(x) += sum over knots k of spline(x - x_k, d_k) modl(k), a product of one factor an axis; adjoint: the
+/// Forward: data(x) += sum over knots k of spline(x - x_k, d_k) modl(k), a product of one factor per axis; adjoint: the
 /// transpose. In the interior the basis sums to 1; towards the ends of the knot axes it sums to less, since there are
 /// no knots beyond, and a sample more than two knot intervals outside gets 0. Positions and basis are in single
 /// precision, sums in double. Only the knots whose support holds a sample are visited, so that a call costs in

@@ -17,7 +17,7 @@ int cut_image(const Parms& par, View<const float, 2> velint, View<float, 2> vel)
 /// Copies a part of a model; columns are shifted, never interpolated, and depth rows are taken one to one from the top.
 /// imagem true:  the image out of the input model. If the parameter "xxx" is given, 1/vel also goes to that dataset.
 /// imagem false: the window of a shot out of the image; its first coordinate and column are listed on standard error.
-///               If the parameter "zzz" is given, 1/vel also goes to that dataset, a panel a call.
+///               If the parameter "zzz" is given, 1/vel also goes to that dataset, one panel per call.
 /// @param velint (v.xm.n or img.xm.n, >= img.z.n) the model to cut from
 /// @param vel    (img.xm.n or kxm.n, img.z.n) overwritten
 /// @param ixs    shot number, counted from 1; not read when imagem is true

@@ -9,7 +9,7 @@ namespace morvane::solver {
 /// Print on standard output.
 void screen(std::string_view text);
 
-/// Values six a line behind four blanks.
+/// Values, six per line, behind four blanks.
 std::string six_a_line(std::span<const double> x);
 /// A blank line, then the values six a line, the first line with a label in the first four columns. Exactly six values
 /// are followed by an empty line.

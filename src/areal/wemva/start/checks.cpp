@@ -164,8 +164,7 @@ void check_model_window(const Parms& par) {
     const std::int64_t last = first + par.img.xm.n - 1;
     if (first < 1 || last > par.v.xm.n)
         refuse(
-            "the image takes columns %lld to %lld of vel, which has n1=%d: its trace interval d1=%g must be that of "
-            "rec, d1=%g",
+            "the image takes columns %lld to %lld of vel, which has n1=%d: its trace interval d1=%g must be that of rec, d1=%g",
             static_cast<long long>(first), static_cast<long long>(last), par.v.xm.n, par.v.xm.d, par.rec.h.d);
     if (par.v.xm.d != par.img.xm.d)
         warn(
@@ -211,8 +210,7 @@ void check_sources(const Parms& par) {
              par.sou.w.n);
     if (par.isp > par.rec.h.n)
         refuse(
-            "o1=%g d1=%g in the header of rec put the source at trace %d of %d: it must lie within the traces of the "
-            "shot",
+            "o1=%g d1=%g in the header of rec put the source at trace %d of %d: it must lie within the traces of the shot",
             par.rec.h.o, par.rec.h.d, par.isp, par.rec.h.n);
     const float traces = par.rec.h.o / par.rec.h.d;
     if (traces > 0.0f)
@@ -525,7 +523,7 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
     const double cycles = frequency * most * par.v.z.d;
     if (frequency > 0.0 && (cycles > 2.0 || cycles < 1e-4))
         warn(
-            "vel holds values of %g to %g: as slowness they make %.3g cycles a depth step d3=%g at the highest "
+            "vel holds values of %g to %g: as slowness they make %.3g cycles per depth step d3=%g at the highest "
             "frequency %g; do the units agree, and is it slowness, not velocity?",
             least, most, cycles, par.v.z.d, frequency);
 
@@ -551,8 +549,7 @@ void check_model(const Parms& par, View<const float, 2> vel0) {
             static_cast<long long>(fast), par.vsal);
     if (even_levels > 0 && par.exact())
         warn(
-            "nrefvel=%d: %lld of %lld levels of the start model hold one velocity, and so keep one reference for the "
-            "run",
+            "nrefvel=%d: %lld of %lld levels of the start model hold one velocity, and so keep one reference for the run",
             par.nref, static_cast<long long>(even_levels), static_cast<long long>(vel0.n[1]));
 }
 

@@ -45,7 +45,7 @@ std::vector<float> read_horizon(const std::string& name, int n) {
         depths.push_back(value);
     }
     if (static_cast<int>(depths.size()) < n)
-        refuse("horv0=%s: %zu values in its %d lines, one a line for each of the %d columns of the image are needed",
+        refuse("horv0=%s: %zu values in its %d lines, one per line for each of the %d columns of the image are needed",
                name.c_str(), depths.size(), line - 1, n);
     return depths;
 }

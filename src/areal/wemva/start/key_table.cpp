@@ -42,7 +42,7 @@ KeyGroup the_run() {
             {
                 {"niter", integer, "", "5", "", "accepted steps after which the run ends; 0: start-up only"},
                 {"mmax", integer, "", "10", "", "correction pairs that the solver keeps"},
-                {"log", text, "", "log", "", "file of the iteration log: a line an evaluation and accepted step"},
+                {"log", text, "", "log", "", "iteration log: one line per evaluation and accepted step"},
                 {"list", text, "", "listagem", "", "file of the progress listing, with times"},
                 {"node", integer, "", "9999", "", "threads; 9999: as many as the runtime gives"},
                 {"bounds", logical, "", "n", "", "bounds on the slowness"},
@@ -172,7 +172,7 @@ KeyGroup dip_filter() {
         "Dip filter, with dipflt=y",
         {
             {"dipfile", input, "", "dipfile", "", "dips in degrees, positive downwards with x, n1 depth, n2 lateral"},
-            {"steer_lags", integer, "samples", "0", "", "coefficients a sample; has to be given"},
+            {"steer_lags", integer, "samples", "0", "", "coefficients per sample; has to be given"},
             {"steer_factor", real, "", "0.999", "", "decay of the filter from column to column"},
             {"steer_triangle", logical, "", "n", "", "coefficients from a triangle around the dip"},
             {"tri_width", real, "samples", "2.5", "", "steer_triangle: its full width"},

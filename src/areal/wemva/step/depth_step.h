@@ -1,7 +1,7 @@
 #pragma once
 /// One depth step of a monochromatic wavefield, prepared once and applied to any number of fields in either direction.
 ///
-/// Three layers: a Medium holds what depends on the model alone (once a shot); StepTables turn a range of its levels
+/// Three layers: a Medium holds what depends on the model alone (once per shot); StepTables turn a range of its levels
 /// into the factors of one frequency; apply_step runs them on a field. The step with sign -1 uses the complex
 /// conjugates.
 ///
@@ -31,7 +31,7 @@ struct DepthStep {
     std::span<const FfdStage> stages;
 };
 
-/// Tables of the steps through a range of levels at one frequency. One a thread.
+/// Tables of the steps through a range of levels at one frequency. One per thread.
 class StepTables {
 public:
     /// @param most_levels levels that prepare() is asked for at a time
@@ -66,7 +66,7 @@ void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate,
 /// out = in * weight, sample by sample.
 void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out);
 
-/// Scratch of apply_step. One a thread.
+/// Scratch of apply_step. One per thread.
 struct StepScratch {
     Array<cf, 1> spectrum, shifted, field;  // (nx)
     StageScratch stages;

@@ -42,7 +42,7 @@ inline constexpr int levels_at_a_time = 8;
 template <class Real>
 using LevelLanes = Vector<Real, levels_at_a_time>;
 
-/// What the stages of a shot need of its model, a lane a depth.
+/// What the stages of a shot need of its model, one lane per depth.
 template <class Real>
 struct StageMedium {
     Array<LevelLanes<Real>, 2> alpha_term, beta_term;  ///< (nx, blocks of levels)
@@ -78,7 +78,7 @@ struct FfdStage {
     float trick = 0.0f;
 };
 
-/// One a thread.
+/// One per thread.
 struct StageScratch {
     Array<cf, 2> correction;                         ///< (2, nx + 1), the last column zero
     Array<float, 2> differences;                     ///< (2 nx, 4), for the derivative

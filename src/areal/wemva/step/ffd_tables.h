@@ -10,7 +10,7 @@
 
 namespace morvane {
 
-/// The stages of one medium. One a thread.
+/// The stages of one medium. One per thread.
 template <class Real>
 class FfdTables {
 public:

@@ -103,7 +103,7 @@ TEST(SegyFile, RefusesWhatIsWrongWithTheTrace) {
         {late([](auto&&, std::string& b) { b.resize(3600 + 240 + 12); }), "do not hold trace 1"},
         {late([](auto&&, std::string& b) { b.resize(b.size() - 1); }), "259 bytes into trace 3"},
         {late([](auto&&, std::string& b) { b.resize(3600); }), "do not hold trace 1"},
-        {[](SegyWriter& w, auto& t, auto&) { w.samples = 0, t[0].words.erase(115); }, "0 samples a trace"},
+        {[](SegyWriter& w, auto& t, auto&) { w.samples = 0, t[0].words.erase(115); }, "0 samples per trace"},
         {[](SegyWriter& w, auto&, auto&) {
              w.revision = 2, w.more = {{3269, 0x8000}};
          },

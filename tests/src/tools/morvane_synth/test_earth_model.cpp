@@ -93,7 +93,7 @@ TEST(EarthModel, AnomaliesAndFolds) {
     EXPECT_NEAR(dips(46, 135), 0, 1e-3);
 }
 
-// Depth fastest; the angle counts samples, here four a column where the layer falls by one in one.
+// Depth fastest; the angle counts samples, here four per column where the layer falls by one in one.
 TEST(EarthModel, DipsFollowTheLayers) {
     const Axis wide{11, 20.0f, -100.0f, {}}, fine{81, 5.0f, 0.0f, {}};
     const auto degrees = [](double slope) { return std::atan(4 * slope) * 180 / M_PI; };

@@ -175,7 +175,7 @@ TEST_F(SynthFiles, TracesInTimeAreTheRecords) {
     EXPECT_THAT(refusal(small("t.", {"traces=t", "tracedt=0.007"})), HasSubstr("tracedt=0.007 does not carry"));
 }
 
-// With nothing to reflect the subtraction leaves exact zeros, from the shared reference run as from one a shot.
+// With nothing to reflect the subtraction leaves exact zeros, from the shared reference run as from one per shot.
 TEST_F(SynthFiles, WithoutReflectorsNothingIsRecorded) {
     for (const std::vector<std::string>& more :
          {std::vector<std::string>{"strength=0"}, {"strength=0", "dv=0", "tilt=0"}}) {

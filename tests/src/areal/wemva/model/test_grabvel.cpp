@@ -109,7 +109,7 @@ TEST(OwgrabVel, DebugOutputsHoldVelocityAndTheirAxes) {
     const std::vector<float> velocity = files::read_dataset(dir / "image.H");
     ASSERT_EQ(velocity.size(), 15u);
     EXPECT_FLOAT_EQ(velocity[6], 1.0f / image(1, 1));
-    EXPECT_EQ(files::read_dataset(dir / "window.H").size(), 18u) << "a panel a shot";
+    EXPECT_EQ(files::read_dataset(dir / "window.H").size(), 18u) << "one panel per shot";
 }
 
 TEST(Oweditvel, OnlySamplesStrictlyAboveThePickGoBackToTheStartModel) {

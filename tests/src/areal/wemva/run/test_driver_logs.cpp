@@ -121,9 +121,9 @@ TEST(ReadHorizon, FailuresNameFileLineAndCounts) {
     EXPECT_EQ(horizon_failure(dir.text(), 2),
               "horv0=" + dir.text() + ": cannot read this horizon file: Is a directory\n");
     files::write_text(name, "1\n\n2\n");
-    EXPECT_EQ(
-        horizon_failure(name, 3),
-        "horv0=" + name + ": 2 values in its 3 lines, one a line for each of the 3 columns of the image are needed\n");
+    EXPECT_EQ(horizon_failure(name, 3),
+              "horv0=" + name +
+                  ": 2 values in its 3 lines, one per line for each of the 3 columns of the image are needed\n");
     for (const char* word : {"depth", "nan", "1e99", "12m", "\"5\""}) {
         files::write_text(name, "1\n\n" + std::string(word) + " 7\n");
         EXPECT_EQ(horizon_failure(name, 3), "horv0=" + name + ": line 3 begins with \"" + word +

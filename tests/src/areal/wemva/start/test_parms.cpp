@@ -678,7 +678,7 @@ TEST(CheckModel, WarnsOfVelocitiesAndOfAFastBodyWithTwoReferences) {
     EXPECT_EQ(warnings(), "");
     model.fill(2000.0f);
     EXPECT_THAT(warnings(),
-                HasSubstr("vel holds values of 2000 to 2000: as slowness they make 4e+05 cycles a depth step"));
+                HasSubstr("vel holds values of 2000 to 2000: as slowness they make 4e+05 cycles per depth step"));
 }
 
 TEST(LargestPrimeFactor, Table) {

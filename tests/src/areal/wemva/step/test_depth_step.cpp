@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "lib/base/simd_math.h"
 #include "src/areal/wemva/step/depth_step.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 #include "src/areal/wemva/step/ow_ffd_areal.h"
@@ -7,7 +8,6 @@
 #include "src/areal/wemva/step/ow_taper_areal.h"
 #include "src/areal/wemva/step/owvelo_areal.h"
 #include "src/areal/wemva/step/pspi_level.h"
-#include "lib/base/simd_math.h"
 #include "tests/src/areal/wemva/step/direct_step.h"
 #include "tests/src/areal/wemva/step/wave_case.h"
 
