@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <numbers>
 #include <sstream>
 
 #include "lib/corelibs/qas/messages/qaserr.h"
+#include "src/tools/morvane_prepare/text_table.h"
 
 namespace morvane::prepare {
 namespace {
@@ -40,16 +40,8 @@ double Mute::time(double offset) const {
 }
 
 std::vector<std::pair<double, double>> read_mute_table(const std::string& path) {
-    std::ifstream file(path);
-    if (!file)
-        qaserr("mute=%s cannot be read; permitted are auto, linear, none and the name of a table\n", path.c_str());
     std::vector<std::pair<double, double>> table;
-    int number = 0;
-    for (std::string line; std::getline(file, line);) {
-        ++number;
-        std::istringstream words(line);
-        if (std::string first; !(words >> first) || first[0] == '#') continue;
-        words = std::istringstream(line);
+    const bool readable = for_each_row(path, [&](int number, const std::string& line, std::istringstream& words) {
         std::pair<double, double> pair;
         if (!(words >> pair.first >> pair.second) || !std::isfinite(pair.first) || !std::isfinite(pair.second))
             qaserr("mute=%s, line %d: \"%.60s\" is not an offset and a time\n", path.c_str(), number, line.c_str());
@@ -57,7 +49,9 @@ std::vector<std::pair<double, double>> read_mute_table(const std::string& path) 
             qaserr("mute=%s, line %d: the offset %g does not ascend from %g\n", path.c_str(), number, pair.first,
                    table.back().first);
         table.push_back(pair);
-    }
+    });
+    if (!readable)
+        qaserr("mute=%s cannot be read; permitted are auto, linear, none and the name of a table\n", path.c_str());
     if (table.empty()) qaserr("mute=%s holds no line of offset and time\n", path.c_str());
     return table;
 }

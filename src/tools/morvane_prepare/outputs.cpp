@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "lib/corelibs/qas/session.h"
+#include "src/tools/morvane_synth/dataset_output.h"
 #include "src/tools/morvane_synth/earth_model.h"
 
 namespace morvane::prepare {
@@ -24,28 +25,6 @@ using qas::qaserr;
 constexpr const char* files[] = {"rec.H", "sou.H", "vel.H", "morvane.par", "prepare.txt"};
 constexpr int batch = 256, group = 16;  // traces read at a time; transformed together
 
-struct HeaderAxis {
-    int n;
-    double d, o;
-};
-
-void write_header(qas::Session& session, const std::string& tag, const std::array<HeaderAxis, 4>& axes, int esize) {
-    for (std::size_t k = 0; k < axes.size(); ++k) {
-        const std::string number = std::to_string(k + 1);
-        session.to_history("n" + number, axes[k].n, tag);
-        session.to_history("d" + number, axes[k].d, tag);
-        session.to_history("o" + number, axes[k].o, tag);
-    }
-    session.to_history("esize", esize, tag);
-}
-
-template <class T>
-void write_samples(qas::Session& session, const std::string& tag, std::span<const T> samples) {
-    const auto bytes = static_cast<std::int64_t>(samples.size_bytes());
-    if (session.srite(tag, samples.data(), bytes) != bytes)
-        qaserr("%s could not be written: %s\n", tag.c_str(), std::strerror(errno));
-}
-
 std::vector<std::string> inputs_of(const PrepareOptions& o) {
     std::vector<std::string> inputs(o.segy);
     for (const std::string& name : {o.velocity.file, o.source, o.mute})
@@ -53,7 +32,7 @@ std::vector<std::string> inputs_of(const PrepareOptions& o) {
     return inputs;
 }
 
-HeaderAxis frequencies(const Plan& plan) {
+HeaderAxis<double> frequencies(const Plan& plan) {
     return {plan.freq.n, static_cast<double>(plan.freq.d), static_cast<double>(plan.freq.o)};
 }
 
@@ -97,14 +76,15 @@ void transform(const Plan& plan, const FourierSum& sum, double dt, Batch& b) {
 
 void write_data_header(qas::Session& session, const Plan& plan) {
     const SurveyGrid& g = plan.grid;
-    write_header(session, "rec",
-                 {{{g.traces, g.dx, (g.areal ? g.origin : 0.0) + static_cast<double>(g.first_trace) * g.dx},
-                   {1, 1, 0},
-                   frequencies(plan),
-                   g.areal ? HeaderAxis{static_cast<int>(g.node.size()), 1, 1}
-                           : HeaderAxis{static_cast<int>(g.node.size()), static_cast<double>(g.shot_step) * g.dx,
-                                        g.origin + static_cast<double>(g.node[0]) * g.dx}}},
-                 8);
+    write_header<double>(
+        session, "rec",
+        {{{g.traces, g.dx, (g.areal ? g.origin : 0.0) + static_cast<double>(g.first_trace) * g.dx},
+          {1, 1, 0},
+          frequencies(plan),
+          g.areal ? HeaderAxis<double>{static_cast<int>(g.node.size()), 1, 1}
+                  : HeaderAxis<double>{static_cast<int>(g.node.size()), static_cast<double>(g.shot_step) * g.dx,
+                                       g.origin + static_cast<double>(g.node[0]) * g.dx}}},
+        8);
 }
 
 /// Stretches of traces in the order of the panels that they belong to, and of the files.
@@ -222,7 +202,8 @@ void write_velocity(qas::Session& session, const PrepareOptions& o, const Plan& 
     if (o.smooth > 0)
         model = smoothed(model.view(), static_cast<float>(plan.dx), static_cast<float>(plan.dz),
                          static_cast<float>(o.smooth));
-    write_header(session, "vel", {{{plan.x.n, plan.dx, plan.origin}, {1, 1, 0}, {plan.z.n, plan.dz, 0}, {1, 1, 0}}}, 4);
+    write_header<double>(session, "vel",
+                         {{{plan.x.n, plan.dx, plan.origin}, {1, 1, 0}, {plan.z.n, plan.dz, 0}, {1, 1, 0}}}, 4);
     write_samples<float>(session, "vel", model.flat());
     session.auxclose("vel");
 }
@@ -232,23 +213,23 @@ void write_source(qas::Session& session, const PrepareOptions& o, const Plan& pl
     const std::vector<std::complex<double>> later = delay_factor(plan.freq, o.source_time);
     for (std::size_t k = 0; k < wavelet.size(); ++k) wavelet[k] *= plan.source_scale * later[k];
     const Acquisition a = source_acquisition(o, plan);
-    const HeaderAxis none{1, 1, 0};
+    const HeaderAxis<double> none{1, 1, 0};
     const float dx = static_cast<float>(plan.dx);
     const SurveyGrid& g = plan.grid;
     if (!g.areal) {
         const std::vector<cf> source =
             source_function(a, wavelet, plan.factor, static_cast<float>(plan.surface_velocity), dx);
-        write_header(session, "sou", {{{1, plan.dx, 0}, none, frequencies(plan), none}}, 8);
+        write_header<double>(session, "sou", {{{1, plan.dx, 0}, none, frequencies(plan), none}}, 8);
         write_samples<cf>(session, "sou", source);
         session.auxclose("sou");
         return;
     }
-    write_header(session, "sou",
-                 {{{g.traces, plan.dx, g.origin + static_cast<double>(g.first_trace) * g.dx},
-                   none,
-                   frequencies(plan),
-                   {static_cast<int>(g.node.size()), 1, 1}}},
-                 8);
+    write_header<double>(session, "sou",
+                         {{{g.traces, plan.dx, g.origin + static_cast<double>(g.first_trace) * g.dx},
+                           none,
+                           frequencies(plan),
+                           {static_cast<int>(g.node.size()), 1, 1}}},
+                         8);
     std::map<long, Array<cf, 2>> fields;  // by velocity in thousandths of its mean
     Array<cf, 2> panel({g.traces, plan.freq.n});
     for (const std::int64_t node : g.node) {

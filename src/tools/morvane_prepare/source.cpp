@@ -10,6 +10,7 @@
 
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
+#include "src/tools/morvane_prepare/text_table.h"
 #include "src/tools/qas/npy.h"
 
 namespace morvane::prepare {
@@ -44,15 +45,9 @@ Wavelet from_npy(const std::string& path, double dt) {
 }
 
 Wavelet from_text(const std::string& path, double dt) {
-    std::ifstream file(path);
     std::vector<double> times;
     Wavelet wavelet{{}, 0, dt};
-    int number = 0;
-    for (std::string line; std::getline(file, line);) {
-        ++number;
-        std::istringstream words(line);
-        if (std::string first; !(words >> first) || first[0] == '#') continue;
-        words = std::istringstream(line);
+    for_each_row(path, [&](int number, const std::string& line, std::istringstream& words) {
         double a = 0, b = 0;
         if (!(words >> a))
             qaserr("source=%s, line %d: \"%.60s\" is not an amplitude, or a time and an amplitude\n", path.c_str(),
@@ -62,7 +57,7 @@ Wavelet from_text(const std::string& path, double dt) {
             qaserr("source=%s, line %d: the lines differ in their count of numbers\n", path.c_str(), number);
         if (two) times.push_back(a);
         wavelet.samples.push_back(static_cast<float>(two ? b : a));
-    }
+    });
     if (times.size() > 1) {
         wavelet.t0 = times[0];
         wavelet.dt = (times.back() - times[0]) / static_cast<double>(times.size() - 1);

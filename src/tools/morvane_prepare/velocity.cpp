@@ -11,6 +11,7 @@
 #include "lib/base/array.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/tools/morvane_prepare/segy_file.h"
+#include "src/tools/morvane_prepare/text_table.h"
 #include "src/tools/qas/npy.h"
 
 namespace morvane::prepare {
@@ -123,21 +124,15 @@ Columns from_segy(const VelocityOptions& o, const Line& line) {
 }
 
 Columns from_table(const VelocityOptions& o) {
-    std::ifstream file(o.file);
     std::map<double, std::map<double, double>> rows;
-    int number = 0;
-    for (std::string text; std::getline(file, text);) {
-        ++number;
-        std::istringstream words(text);
-        if (std::string first; !(words >> first) || first[0] == '#') continue;
-        words = std::istringstream(text);
+    for_each_row(o.file, [&](int number, const std::string& text, std::istringstream& words) {
         double x = 0, z = 0, v = 0;
         if (!(words >> x >> z >> v) || !std::isfinite(x) || !std::isfinite(z))
             qaserr("velocity=%s, line %d: \"%.60s\" is not a position, a depth and a velocity\n", o.file.c_str(),
                    number, text.c_str());
         if (!rows[x].try_emplace(z, v).second)
             qaserr("velocity=%s, line %d: a second value at x=%g z=%g\n", o.file.c_str(), number, x, z);
-    }
+    });
     if (rows.empty()) qaserr("velocity=%s holds no line of position, depth and velocity\n", o.file.c_str());
     Columns c;
     for (const auto& [x, column] : rows) {

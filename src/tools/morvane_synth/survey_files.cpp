@@ -1,21 +1,17 @@
 #include "src/tools/morvane_synth/survey_files.h"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 
 #include "lib/corelibs/qas/session.h"
+#include "src/tools/morvane_synth/dataset_output.h"
 
 namespace morvane {
 
 namespace {
 
 using qas::qaserr;
-
-std::string named(qas::Session& session, const std::string& tag) {
-    return session.getch<std::string>(tag).value_or(tag);
-}
 
 /// A number as short as its single-precision value allows.
 std::string text_of(double value) {
@@ -73,32 +69,13 @@ Array<float, 2> read_model(qas::Session& session, const std::string& tag, const 
     return cut;
 }
 
-struct HeaderAxis {
-    int n;
-    float d, o;
-};
-
-void write_header(qas::Session& session, const std::string& tag, const std::array<HeaderAxis, 4>& axes, int esize) {
-    for (std::size_t k = 0; k < axes.size(); ++k) {
-        const std::string number = std::to_string(k + 1);
-        session.to_history("n" + number, axes[k].n, tag);
-        session.to_history("d" + number, axes[k].d, tag);
-        session.to_history("o" + number, axes[k].o, tag);
-    }
-    session.to_history("esize", esize, tag);
-}
-
-template <class T>
-void write_samples(qas::Session& session, const std::string& tag, std::span<const T> samples) {
-    const auto bytes = static_cast<std::int64_t>(samples.size_bytes());
-    if (session.srite(tag, samples.data(), bytes) != bytes)
-        qaserr("%s=%s could not be written: %s\n", tag.c_str(), named(session, tag).c_str(), std::strerror(errno));
-}
+using Axes = std::array<HeaderAxis<float>, 4>;
 
 void write_model(qas::Session& session, const std::string& tag, const EarthModel& model,
                  const Array<float, 2>& slowness) {
-    write_header(session, tag,
-                 {{{model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {model.z.n, model.z.d, model.z.o}, {1, 1, 0}}}, 4);
+    write_header<float>(session, tag,
+                        {{{model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {model.z.n, model.z.d, model.z.o}, {1, 1, 0}}},
+                        4);
     write_samples<float>(session, tag, slowness.flat());
 }
 
@@ -186,30 +163,31 @@ void write_survey(qas::Session& session, SurveyFiles& files, const SynthOptions&
     write_model(session, "true", model, model.smooth);
     if (session.exist_file("full")) write_model(session, "full", model, model.full);
     if (session.exist_file("dips")) {
-        write_header(session, "dips",
-                     {{{model.z.n, model.z.d, model.z.o}, {model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {1, 1, 0}}}, 4);
+        write_header<float>(
+            session, "dips",
+            {{{model.z.n, model.z.d, model.z.o}, {model.x.n, model.x.d, model.x.o}, {1, 1, 0}, {1, 1, 0}}}, 4);
         write_samples<float>(session, "dips", layer_dips(options.spec, model.x, model.z).flat());
     }
 
-    const HeaderAxis none{1, 1, 0}, frequencies{freq.n, freq.d, freq.o}, shots{shot.n, shot.d, shot.o};
+    const HeaderAxis<float> none{1, 1, 0}, frequencies{freq.n, freq.d, freq.o}, shots{shot.n, shot.d, shot.o};
     for (const char* tag : {"rec", "sou"}) session.to_history("model", options.model, tag);
-    write_header(session, "rec", {{{trace.n, trace.d, trace.o}, none, frequencies, shots}}, 8);
+    write_header<float>(session, "rec", {{{trace.n, trace.d, trace.o}, none, frequencies, shots}}, 8);
     write_samples<cf>(session, "rec", data.rec.flat());
-    write_header(session, "sou",
-                 g.areal ? std::array<HeaderAxis, 4>{{{trace.n, trace.d, trace.o}, none, frequencies, shots}}
-                         : std::array<HeaderAxis, 4>{{{1, trace.d, 0}, none, frequencies, none}},
-                 8);
+    write_header<float>(session, "sou",
+                        g.areal ? Axes{{{trace.n, trace.d, trace.o}, none, frequencies, shots}}
+                                : Axes{{{1, trace.d, 0}, none, frequencies, none}},
+                        8);
     write_samples<cf>(session, "sou", data.sou.flat());
 
     if (options.acquisition.trace_dt > 0) {
         const Axis times = trace_times(options.acquisition);
-        const HeaderAxis time{times.n, times.d, 0};
+        const HeaderAxis<float> time{times.n, times.d, 0};
         if (session.exist_file("traces")) {
-            write_header(session, "traces", {{time, {trace.n, trace.d, trace.o}, shots, none}}, 4);
+            write_header<float>(session, "traces", {{time, {trace.n, trace.d, trace.o}, shots, none}}, 4);
             write_samples<float>(session, "traces", data.traces.flat());
         }
         if (session.exist_file("wavelet")) {
-            write_header(session, "wavelet", {{time, none, none, none}}, 4);
+            write_header<float>(session, "wavelet", {{time, none, none, none}}, 4);
             write_samples<float>(session, "wavelet", data.wavelet);
         }
     }

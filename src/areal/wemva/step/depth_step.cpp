@@ -204,4 +204,12 @@ void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, Vie
     for (const FfdStage& stage : step.stages) apply_stage(stage, sign, field, other, field, other, scratch.stages);
 }
 
+void apply_alone(const Parms& par, const Medium& medium, const LateralFft& fft, int iw, int sign, View<cf, 1> field) {
+    Arena arena;
+    StepTables tables(par, medium, 1, arena);
+    tables.prepare(iw, 0, 1);
+    StepScratch scratch(par.kxm.n);
+    apply_step(tables.step(0), fft, sign, field, scratch);
+}
+
 }  // namespace morvane

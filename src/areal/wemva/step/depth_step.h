@@ -86,4 +86,7 @@ void apply_step(const DepthStep& step, const LateralFft& fft, int sign, View<cf,
 void apply_step_pair(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field, View<cf, 1> other,
                      StepScratch& scratch);
 
+/// Carry a field through level 0 of a medium at frequency iw, with tables made for this one step.
+void apply_alone(const Parms& par, const Medium& medium, const LateralFft& fft, int iw, int sign, View<cf, 1> field);
+
 }  // namespace morvane

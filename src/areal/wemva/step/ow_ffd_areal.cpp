@@ -6,12 +6,7 @@ namespace morvane {
 
 void owffd(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel) {
     if (par.rec.w.all[static_cast<std::size_t>(iw)] == 0.0f) return;
-    const Medium medium = prepare_ffd_medium(par, {vel.p, {vel.n[0], 1}}, {});
-    Arena arena;
-    StepTables tables(par, medium, 1, arena);
-    tables.prepare(iw, 0, 1);
-    StepScratch scratch(par.kxm.n);
-    apply_step(tables.step(0), fft, sign, ws, scratch);
+    apply_alone(par, prepare_ffd_medium(par, {vel.p, {vel.n[0], 1}}, {}), fft, iw, sign, ws);
 }
 
 }  // namespace morvane

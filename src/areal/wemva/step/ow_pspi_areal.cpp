@@ -7,11 +7,7 @@ namespace morvane {
 void owpspi(const Parms& par, const LateralFft& fft, int iw, int sign, View<cf, 1> ws, View<const float, 1> vel,
             View<const float, 2> vref1) {
     const Medium medium = prepare_pspi_medium(par, {vel.p, {vel.n[0], 1}}, {vref1.p, {vref1.n[0], vref1.n[1], 1}}, {});
-    Arena arena;
-    StepTables tables(par, medium, 1, arena);
-    tables.prepare(iw, 0, 1);
-    StepScratch scratch(par.kxm.n);
-    apply_step(tables.step(0), fft, sign, ws, scratch);
+    apply_alone(par, medium, fft, iw, sign, ws);
 }
 
 }  // namespace morvane
