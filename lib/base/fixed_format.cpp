@@ -9,7 +9,7 @@ namespace morvane {
 
 namespace {
 
-std::string fit(std::string text, int width) {
+std::string fit(const std::string& text, int width) {
     const auto columns = static_cast<std::size_t>(width);
     if (text.size() > columns) return std::string(columns, '*');
     return std::string(columns - text.size(), ' ') + text;

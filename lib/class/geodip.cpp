@@ -18,7 +18,7 @@ namespace morvane {
 namespace {
 
 /// The gradient with depth fastest, its first and last row repeated in the frames.
-Array<float, 2> padded(View<const double, 2> g, int frame) {
+Array<float, 2> padded(View<const double, 2> g, std::ptrdiff_t frame) {
     const auto [nx, nz] = g.n;
     Array<float, 2> slow0({nz + 2 * frame, nx});
     for (std::ptrdiff_t ix = 0; ix < nx; ++ix)

@@ -119,14 +119,14 @@ template <ParameterValue T>
 T Session::from_param(std::string_view key) {
     const std::optional<T> value = getch<T>(key);
     if (!value) erexit("missing parameter value: " + std::string(key));
-    const T given = without_padding(*value);
+    T given = without_padding(*value);
     record(state_->layer, "From par: " + std::string(key), given);
     return given;
 }
 
 template <ParameterValue T>
 T Session::from_param(std::string_view key, const T& otherwise) {
-    const T given = without_padding(getch<T>(key).value_or(otherwise));
+    T given = without_padding(getch<T>(key).value_or(otherwise));
     record(state_->layer, "From par: " + std::string(key), given);
     return given;
 }

@@ -20,7 +20,7 @@ namespace qas {
 namespace {
 
 constexpr std::size_t max_files = 1000;
-constexpr std::int64_t megabyte = 1024 * 1024;
+constexpr std::int64_t megabyte = 1 << 20;
 constexpr int default_filesize = 999999;
 
 MultifdState& state_of(streaminf& stream) {

@@ -133,6 +133,7 @@ std::vector<std::string> unread(CommandLine& line, const KeyTable& keys, bool wi
     }
     std::ranges::sort(found);
     std::vector<std::string> messages;
+    messages.reserve(found.size());
     for (auto& [order, text] : found) messages.push_back(std::move(text));
     unnamed_words(line, keys, messages);
     return messages;
