@@ -445,6 +445,7 @@ public:
 
     Panel image(const Panel& velocity) {
         std::ranges::transform(velocity, arrays_.model.flat().begin(), [](float v) { return 1.0f / v; });
+        arrays_.position = {};
         form_image(inversion_, arrays_, 1);
         const auto samples = arrays_.b_image.flat();
         return {samples.begin(), samples.end()};

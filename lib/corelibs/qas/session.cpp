@@ -17,6 +17,7 @@
 #include "lib/corelibs/qas/records/output_files.h"
 #include "lib/corelibs/qas/records/streaminf.h"
 #include "lib/corelibs/qas/tags/all_outputs.h"
+#include "lib/corelibs/qas/tags/extents.h"
 #include "lib/corelibs/qas/tags/headers.h"
 #include "lib/corelibs/qas/tags/history_lines.h"
 #include "lib/corelibs/qas/tags/look_ups.h"
@@ -372,6 +373,12 @@ void Session::open_outputs(const std::vector<std::string>& tags) {
 }
 void Session::begin_outputs() {
     qas::begin_outputs(state_->layer);
+}
+std::vector<OutputExtent> Session::sync_outputs() {
+    return qas::sync_outputs(state_->layer);
+}
+void Session::resume_outputs(const std::vector<OutputExtent>& extents) {
+    qas::resume_outputs(state_->layer, extents);
 }
 void Session::finish_outputs() {
     qas::finish_outputs(state_->layer);

@@ -12,6 +12,7 @@
 
 #include "lib/base/axis.h"
 #include "lib/corelibs/qas/data/window.h"
+#include "lib/corelibs/qas/files/output_extent.h"
 #include "lib/corelibs/qas/files/plain_output.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 
@@ -167,6 +168,12 @@ public:
     /// To be called when nothing but the work can fail any more: empties the headers and data of all outputs and writes
     /// what waited.
     void begin_outputs();
+    /// How far all outputs have come, once that is on the disk. Errors: those of finish_outputs; data in several files.
+    std::vector<OutputExtent> sync_outputs();
+    /// In place of begin_outputs, to go on with the outputs of an earlier run: files are cut back to these extents and
+    /// written on; lines and samples that waited are in them already. Errors: an output that is not among them, stands
+    /// in another file, or is shorter; nothing is changed then.
+    void resume_outputs(const std::vector<OutputExtent>& extents);
     /// To be called at the end of a program that tells its success: every output is put on the disk, data first, and
     /// closed; nothing is added to the histories. Errors: "... cannot be put on the disk: reason", a failed command.
     void finish_outputs();

@@ -117,6 +117,10 @@ void sync_data(const streaminf& stream) {
             refuse(data_place(stream, stream.dataname));
 }
 
+void sync_header(const streaminf& stream) {
+    if (std::fflush(stream.headfile) != 0 || !sync_file(::fileno(stream.headfile))) refuse(header_place(stream));
+}
+
 void close_data(streaminf& stream) {
     for_each_data_file(stream, [&](Descriptor& fd, const std::string& name) {
         if (!fd.close()) refuse(data_place(stream, name));
@@ -131,7 +135,7 @@ void finish_header(Layer& layer, streaminf& stream) {
     if (layer.replace) release_lines(layer, stream);
     std::FILE* const file = stream.headfile;
     if (!file) return close_header(stream);
-    if (std::fflush(file) != 0 || !sync_file(::fileno(file))) refuse(header_place(stream));
+    sync_header(stream);
     if (layer.replace) close_data(stream);
     stream.headfile = nullptr;
     if (stream.close_headfile && std::fclose(file) != 0) refuse(header_place(stream));

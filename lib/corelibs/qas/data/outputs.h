@@ -21,6 +21,8 @@ void discard(streaminf& stream);
 /// Puts the data of an output on the disk; they stay open.
 /// Errors: "... cannot be put on the disk: reason".
 void sync_data(const streaminf& stream);
+/// The same for the header.
+void sync_header(const streaminf& stream);
 /// Puts the header on the disk and closes it. Standard streams stay open. Where outputs are replaced, the data, put on
 /// the disk before, then the header get into place: nothing but that can fail any more.
 /// Errors: also an output command that fails.

@@ -39,6 +39,22 @@ void PlainOutput::begin() {
     if (fdordinary(fd_.get()) && ::ftruncate(fd_.get(), 0) < 0) refuse("empty");
 }
 
+void PlainOutput::resume(std::int64_t bytes) {
+    const std::int64_t size = fsize(fd_.get());
+    if (size < bytes)
+        qaserr("%s: holds %lld bytes, and held %lld before\n", file_.label.c_str(), static_cast<long long>(size),
+               static_cast<long long>(bytes));
+    begun_ = true;
+    size_ = bytes;
+    if (::ftruncate(fd_.get(), bytes) < 0 || ::lseek(fd_.get(), bytes, SEEK_SET) != bytes) refuse("cut back");
+}
+
+std::int64_t PlainOutput::sync() {
+    if (fd_.get() < 0) return 0;
+    if (!sync_file(fd_.get())) refuse("put on the disk");
+    return fsize(fd_.get());
+}
+
 void PlainOutput::write(std::string_view text) {
     if (!begun_) begin();
     std::int64_t done = 0;

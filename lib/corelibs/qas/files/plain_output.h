@@ -38,6 +38,10 @@ public:
 
     /// Empties the file.
     void begin();
+    /// In place of begin(): cuts the file back to `bytes`, and goes on from there. Errors: it holds fewer.
+    void resume(std::int64_t bytes);
+    /// The size of the file, once that is on the disk; it stays open.
+    std::int64_t sync();
     /// Appends a text, whole or, with an error, not at all; the first begins the file.
     void write(std::string_view text);
     /// Puts the file on the disk and closes it.

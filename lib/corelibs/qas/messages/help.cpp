@@ -6,6 +6,10 @@
 
 namespace qas {
 
+std::string_view version() {
+    return MORVANE_VERSION;
+}
+
 std::optional<int> answer(int argc, const char* const* argv, std::string_view program,
                           const std::function<std::string()>& help) {
     for (int i = 1; i < argc; ++i) {

@@ -69,6 +69,7 @@ public:
     }
 
     double regularise(const Inversion&, double, std::span<const double>, std::span<double>) override { return 0.0; }
+    void archive(Archive&) override {}
 
     /// On the spline knots and back, g = B B' g, then along dips.
     float condition(const Inversion& run, View<double, 2> g) override {

@@ -78,10 +78,36 @@ bool Course::fit_has_settled() const {
 /// the end.
 void Course::write_best() {
     best_model_.assign(accepted_.begin(), accepted_.end());
+    put_best();
+}
+
+void Course::put_best() {
     best_written_ = session_.sseekable("best");
     if (!best_written_) return;
     session_.sseek("best", 0, 0);
     session_.srite("best", best_model_.data(), static_cast<std::int64_t>(best_model_.size() * sizeof(float)));
+}
+
+void Course::archive(Archive& archive) {
+    std::int64_t length = file_ && !archive.reads() ? file_->sync() : 0;
+    archive.value("length of course", length);
+    if (file_ && archive.reads()) length_ = length;
+    bool waits = waiting_.has_value();
+    CourseRow row = waiting_.value_or(CourseRow{});
+    archive.value("course: a row waits", waits);
+    archive.value("course: row", row);
+    if (archive.reads() && waits) waiting_ = row;
+    archive.sequence("course: accepted model", accepted_);
+    archive.sequence("course: trial model", trial_);
+    archive.sequence("course: fits", fits_);
+    archive.value("course: first", first_);
+    archive.value("course: best", best_);
+    archive.sequence("course: best model", best_model_);
+}
+
+void Course::resume() {
+    if (file_) file_->resume(length_);
+    if (keeps_best_ && !best_model_.empty()) put_best();
 }
 
 void Course::finish() {

@@ -7,6 +7,7 @@
 
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/measures.h"
+#include "src/areal/wemva/restart/archive.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/run/text_log.h"
 
@@ -34,6 +35,8 @@ public:
     /// Opens the file that `course` names, if any; what it holds stays until begin().
     Course(qas::Session& session, const Parms& par);
     void begin();
+    /// In place of begin(), after archive() has read: goes on from there.
+    void resume();
     /// An evaluation of model x (slowness) is done. Fills in the step.
     void evaluated(CourseRow row, std::span<const double> x);
     /// The solver's next answer. Writes the row, and with `best` the model if it is accepted and fits better than all
@@ -44,11 +47,14 @@ public:
     double last_rise() const;
     const FittingModel& first() const { return first_; }
     const FittingModel& best() const { return best_; }
+    /// What it needs to go on; the file's length is among it.
+    void archive(Archive& archive);
     /// Puts the file on the disk and closes it.
     void finish();
 
 private:
     void write_best();
+    void put_best();
 
     qas::Session& session_;
     const Parms& par_;
@@ -60,6 +66,7 @@ private:
     FittingModel first_, best_;
     std::vector<float> best_model_;
     bool best_written_ = false;
+    std::int64_t length_ = 0;  // of the file, as archive() read it
 };
 
 /// A row as the file has it: evaluation, iteration, accepted (1 or 0), fun, data, regularisation, gradient, step,

@@ -1,75 +1,30 @@
 #include "src/areal/wemva/inversion/driver.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "lib/base/warning.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/evaluation.h"
+#include "src/areal/wemva/inversion/run_state.h"
+#include "src/areal/wemva/inversion/run_watch.h"
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/text_log.h"
-#include "src/areal/wemva/solver/precision.h"
-#include "src/areal/wemva/solver/solver_lbfgsb_mod.h"
 
 namespace morvane {
 
 namespace {
 
-// The solver's own convergence tests practically never end a run; niter does.
-constexpr int iprint = 99, without_file = 0, silent = -1;  // report levels
-constexpr double smallest_normal = 1.17549435e-38;
-constexpr double pgtol = 1.1754943508222875e-38;  // 2^-126
-
-/// Everything the solver keeps between calls. Its variables are those of variables.h.
-struct SolverState {
-    int n, m;
-    std::vector<double> x, g, wa;
-    VariableBounds bounds;
-    std::vector<int> iwa;
-    double fun = 0.0;
-    double factr = smallest_normal / solver::dpmeps();
-    solver::Text60 task = "START", csave;
-    std::array<int, 4> lsave{};
-    std::array<int, 44> isave{};
-    std::array<double, 29> dsave{};
-
-    explicit SolverState(const InversionSetup& setup)
-        : n(static_cast<int>(setup.variables.count())),
-          m(setup.mmax),
-          x(setup.variables.first()),
-          g(x.size()),
-          wa(solver::wa_size(x.size(), static_cast<std::size_t>(std::max(m, 0)))),  // it refuses m below 1 itself
-          bounds(setup.bounds),
-          iwa(solver::iwa_size(x.size())) {}
-    void call(int report_level) {
-        solver::setulb(n, m, x, bounds.l, bounds.u, bounds.nbd, fun, g, factr, pgtol, wa, iwa, task, report_level,
-                       csave, lsave, isave, dsave);
-    }
-    /// Whether it will end at once because an argument is wrong.
-    bool refuses() {
-        const std::vector<double> first = x;
-        call(silent);
-        const bool refused = task.starts_with("ERROR");
-        x = first;
-        task = "START";
-        return refused;
-    }
-};
-
-/// What the closing line tells.
-struct Outcome {
-    int evaluations = 0, accepted = 0;
-    double first_fun = 0.0;
-    double last_fun = 0.0;   // of the last evaluation
-    int accepted_panel = 1;  // evaluation whose model was accepted last
-    std::string stopped;     // why, if not by niter or the solver
-};
+constexpr int iprint = 99, without_file = 0;  // report levels
 
 /// Norm of the gradient less the components that point out of a bound on which the variable lies.
 double projected_norm(const SolverState& state) {
@@ -134,59 +89,68 @@ std::string settled(const Parms& par, const Course& course) {
     return text;
 }
 
-/// Until the solver stops, niter iterations are done, or fit no longer rises with stop=fit.
-Outcome minimise(const Inversion& run, const Variables& variables, EvaluationArrays& arrays, SolverState& state,
-                 TextLog& log, Course& course) {
-    Outcome outcome;
-    double fun1 = 0.0, fun = 0.0, scale = 1.0;
-    std::vector<double> newx, newg, x(arrays.model.flat().size()), g(x.size());
-    int iter = 1, titer = 1;
-    bool cond = true;
-    while (cond && iter <= run.par.niter) {
-        cond = false;
-        state.call(iprint);
-        course.answered(state.task.starts_with("NEW_X"));
-        if (state.task.starts_with("FG")) {
-            variables.model(state.x, x);
-            fun = evaluate(run, arrays, x, g, iter, titer);
-            variables.accept_edit(x, state.x);
-            variables.gradient(g, state.g);
-            log.line(iteration_line(iter, titer, state.task.field(), fun, x) + parts_columns(run.par, arrays.measures));
-            course.evaluated(
-                {titer, iter, state.task.starts_with("FG_START"), fun, projected_norm(state), 0.0, arrays.measures}, x);
-            if (!std::isfinite(fun))
-                refuse(
-                    "evaluation %d: fun is not finite (%g): squares of the image residual leave the range of single "
-                    "precision; scale rec and sou down, or check the units",
-                    titer, fun);
-            if (titer == 1) {
-                outcome.first_fun = fun;
-                scale = first_step_scale(run.par, variables, state, x);
-            }
-            state.fun = scale * fun;
-            for (double& component : state.g) component *= scale;
-            outcome.last_fun = fun;
-            outcome.evaluations = titer;
-            ++titer;
-            cond = true;
+/// The evaluation that the solver asked for; what was evaluated, scaled by firststep, is its answer.
+void evaluate_trial(const Inversion& run, InversionSetup& setup, EvaluationArrays& arrays, RunState& state) {
+    SolverState& solver = state.solver;
+    const Variables& variables = setup.variables;
+    std::vector<double> x(arrays.model.flat().size()), g(x.size());
+    variables.model(solver.x, x);
+    const int titer = state.titer;
+    const double fun = state.fun = evaluate(run, arrays, x, g, state.iter, titer);
+    variables.accept_edit(x, solver.x);
+    variables.gradient(g, solver.g);
+    setup.log.line(iteration_line(state.iter, titer, solver.task.field(), fun, x) +
+                   parts_columns(run.par, arrays.measures));
+    setup.course.evaluated(
+        {titer, state.iter, solver.task.starts_with("FG_START"), fun, projected_norm(solver), 0.0, arrays.measures}, x);
+    if (!std::isfinite(fun))
+        refuse(
+            "evaluation %d: fun is not finite (%g): squares of the image residual leave the range of single "
+            "precision; scale rec and sou down, or check the units",
+            titer, fun);
+    if (titer == 1) {
+        state.outcome.first_fun = fun;
+        state.scale = first_step_scale(run.par, variables, solver, x);
+    }
+    solver.fun = state.scale * fun;
+    for (double& component : solver.g) component *= state.scale;
+    state.outcome.last_fun = fun;
+    state.outcome.evaluations = titer;
+    ++state.titer;
+}
+
+void write_accepted(const Inversion& run, std::span<const double> x, int count) {
+    if (!run.session.exist_file("accepted")) return;
+    std::vector<float> velocity(x.size());
+    std::ranges::transform(x, velocity.begin(), [](double slowness) { return static_cast<float>(1.0 / slowness); });
+    run.session.to_history<int>("n4", count, "accepted");
+    run.session.srite("accepted", velocity.data(), std::ssize(velocity) * static_cast<std::int64_t>(sizeof(float)));
+}
+
+/// Until the solver stops, niter iterations are done, or fit no longer rises with stop=fit. A state that was
+/// interrupted in an evaluation goes on with that.
+void minimise(const Inversion& run, InversionSetup& setup, EvaluationArrays& arrays, RunState& state) {
+    SolverState& solver = state.solver;
+    Course& course = setup.course;
+    while (solver.goes_on() && state.iter <= run.par.niter && state.outcome.stopped.empty()) {
+        if (arrays.position.pass == Position::Pass::none) {
+            solver.call(iprint);
+            course.answered(solver.task.starts_with("NEW_X"));
         }
-        // fun1 starts at 0, below every fun: the record stays empty, and the last panel of "Velout" is the result
-        if (fun1 > state.fun && !state.task.starts_with("START")) {
-            fun1 = state.fun;
-            newx = state.x;
-            newg = state.g;
-        }
-        if (state.task.starts_with("NEW_X")) {
-            variables.model(state.x, x);
-            log.line(iteration_line(iter, titer, state.task.field(), fun, x) + parts_columns(run.par, arrays.measures));
-            outcome.accepted_panel = titer - 1;
-            ++outcome.accepted;
-            ++iter;
-            cond = !course.fit_has_settled();
-            if (!cond) outcome.stopped = settled(run.par, course);
+        if (solver.task.starts_with("FG")) {
+            evaluate_trial(run, setup, arrays, state);
+        } else if (solver.task.starts_with("NEW_X")) {
+            std::vector<double> x(arrays.model.flat().size());
+            setup.variables.model(solver.x, x);
+            setup.log.line(iteration_line(state.iter, state.titer, solver.task.field(), state.fun, x) +
+                           parts_columns(run.par, arrays.measures));
+            state.outcome.accepted_panel = state.titer - 1;
+            ++state.outcome.accepted;
+            ++state.iter;
+            write_accepted(run, x, state.outcome.accepted);
+            if (course.fit_has_settled()) state.outcome.stopped = settled(run.par, course);
         }
     }
-    return outcome;
 }
 
 /// The file that the solver reports to, so that no other run writes it. Without it the run goes on.
@@ -250,29 +214,68 @@ void refuse_without_success(const Parms& par, const SolverState& state, const Ou
 
 }  // namespace
 
+namespace {
+
+/// Ends as the signal would have ended it.
+[[noreturn]] void end_by(int signal) {
+    std::fflush(nullptr);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+    std::abort();
+}
+
+/// The run from its first evaluation, or from its checkpoint, to its end. Returns the signal that ended it; none: 0.
+std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state) {
+    const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
+    EvaluationArrays arrays(setup.par);
+    qas::PlainOutput report = claim_report(setup.session);
+    RunWatch watch(setup, state, arrays);
+    if (watch.resumes()) {
+        watch.read();
+        watch.resume_outputs(report);
+    } else {
+        setup.begin_outputs();
+        report.begin();
+    }
+    watch.begin(report);
+    Inversion run = setup.inversion(fft);
+    run.watch = &watch;
+    std::optional<Interrupted> interrupted;
+    try {
+        minimise(run, setup, arrays, state);
+        watch.finish();
+    } catch (const Interrupted& reason) {
+        interrupted = reason;
+        state.outcome.stopped = "ended by signal " + std::to_string(reason.signal);
+    }
+    report.finish();
+    setup.finish_outputs();
+    return interrupted;
+}
+
+}  // namespace
+
 void invert(qas::Session& session) {
     session.begin_prog();
     InversionSetup setup(session);
-    SolverState state(setup);
-    Outcome outcome;
-    if (setup.par.niter > 0 && state.refuses()) {
-        state.call(without_file);
+    RunState state(setup);
+    std::optional<Interrupted> interrupted;
+    if (setup.par.niter > 0 && state.solver.refuses()) {
+        state.solver.call(without_file);
     } else if (setup.par.niter > 0) {
-        const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
-        EvaluationArrays arrays(setup.par);
-        qas::PlainOutput report = claim_report(session);
-        setup.begin_outputs();
-        report.begin();
-        outcome = minimise(setup.inversion(fft), setup.variables, arrays, state, setup.log, setup.course);
-        report.finish();
-        setup.finish_outputs();
+        interrupted = run_to_the_end(setup, state);
     } else {
         setup.begin_outputs();
         setup.finish_outputs();
     }
-    print_closing_line(session, setup.par, state, outcome, setup.course);
+    print_closing_line(session, setup.par, state.solver, state.outcome, setup.course);
+    if (interrupted && interrupted->can_go_on) {
+        std::fprintf(stderr, "to go on: %s\n", line_to_go_on(session).c_str());
+        throw qas::Exit(exit_to_be_resumed);
+    }
+    if (interrupted) end_by(interrupted->signal);
     session.end_prog();
-    if (setup.par.strict) refuse_without_success(setup.par, state, outcome);
+    if (setup.par.strict) refuse_without_success(setup.par, state.solver, state.outcome);
 }
 
 }  // namespace morvane

@@ -13,6 +13,7 @@
 #include "src/areal/wemva/passes/fit.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/run/exec_time.h"
+#include "src/areal/wemva/run/interruption.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/truncate.h"
 
@@ -58,6 +59,11 @@ void compensate(View<float, 3> image, View<const float, 2> illumination) {
             for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix)
                 image(ix, ih, iz) =
                     image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
+}
+
+/// Before the sums of a shot are added: if it took too long after a signal they are wanting, and the run ends here.
+void drop_if_overdue(const Inversion& run, const Position& position) {
+    if (run.watch && interruption::is_overdue()) run.watch->before_shot(position);
 }
 
 void list_shot(const Inversion& run, int ishot, float start) {
@@ -114,19 +120,40 @@ EvaluationArrays::EvaluationArrays(const Parms& par)
     fit_sums = Array<double, 2>({3, par.rec.w.n});
 }
 
+void EvaluationArrays::archive(Archive& archive) {
+    archive.value("position", position);
+    archive.value("measures", measures);
+    archive.value("warned of signs", warned_of_signs);
+    archive.values("illumination", illumination);
+    objective->archive(archive);
+    if (position.pass == Position::Pass::none) return;
+    archive.values("image", b_image);
+    if (position.pass != Position::Pass::gradient) return;
+    archive.values("update", scats);
+    archive.values("zero-offset image", zero_offset);
+    archive.values("sums of fit", fit_sums);
+}
+
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
     const Parms& par = run.par;
     Shots& shots = arrays.shots;
-    arrays.b_image.fill(0.0f);
+    Position& at = arrays.position;
+    if (at.pass == Position::Pass::none) {
+        at = {Position::Pass::image, 1};
+        arrays.b_image.fill(0.0f);
+    }
     const float start1 = owexec_time();
-    shots.rewind(run);
-    for (int ishot = 1; ishot <= par.rec.xd.n; ++ishot) {
+    shots.rewind(run, at.shot);
+    for (; at.shot <= par.rec.xd.n; ++at.shot) {
+        const int ishot = at.shot;
+        if (run.watch) run.watch->before_shot(at);
         const float start = owexec_time();
         shots.load(run, arrays.model, ishot);
         arrays.deltai.fill(0.0f);
         arrays.illum.fill(0.0f);
         const int nodes = owwei_init(par);
         owwei(shots.context(run, nodes), shots.recv, shots.source, shots.vel, arrays.deltai, arrays.illum);
+        drop_if_overdue(run, at);
         stack(arrays.deltai, arrays.b_image, shots.first_column(), nodes);
         if (par.compensates()) {
             stack(arrays.illum, arrays.illumination, shots.first_column());
@@ -141,10 +168,18 @@ void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
 void back_project(const Inversion& run, EvaluationArrays& arrays) {
     const Parms& par = run.par;
     Shots& shots = arrays.shots;
-    shots.rewind(run);
-    arrays.scats.fill(0.0f);
-    for (int ishot = 1; ishot <= par.rec.xd.n; ++ishot) {
+    Position& at = arrays.position;
+    if (at.pass != Position::Pass::gradient) {
+        at = {Position::Pass::gradient, 1};
+        arrays.scats.fill(0.0f);
+        arrays.fit_sums.fill(0.0);
+    }
+    shots.rewind(run, at.shot);
+    for (; at.shot <= par.rec.xd.n; ++at.shot) {
+        const int ishot = at.shot;
+        if (run.watch) run.watch->before_shot(at);
         const float start = owexec_time();
+        const Array<double, 2> fit_before = arrays.fit_sums;
         shots.load(run, arrays.model, ishot);
         arrays.deltas.fill(0.0f);
         const int nodes = owwemva_init(par, ishot);
@@ -156,6 +191,8 @@ void back_project(const Inversion& run, EvaluationArrays& arrays) {
             context.prediction = &prediction;
         }
         arrays.objective->back_project(context, shots, arrays.deltai, arrays.deltas, run.session);
+        if (interruption::is_overdue()) arrays.fit_sums = fit_before;
+        drop_if_overdue(run, at);
         stack(arrays.deltas, arrays.scats, shots.first_column());
         list_shot(run, ishot, start);
     }
@@ -187,17 +224,17 @@ void measure_image(const Parms& par, EvaluationArrays& arrays) {
     for (std::ptrdiff_t iz = 0; iz < par.img.z.n; ++iz)
         std::ranges::copy(arrays.b_image.view().slice(iz).slice(zero).flat(),
                           arrays.zero_offset.view().slice(iz).flat().begin());
-    arrays.fit_sums.fill(0.0);
 }
 
-/// The model panel, then the image of it.
-void evaluate_image(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, int iter, int titer) {
-    const Parms& par = run.par;
-    set_model(run, arrays, x);
+void write_model(const Inversion& run, EvaluationArrays& arrays, std::span<const double> x, int titer) {
     check_signs(arrays, x, titer);
     std::vector<float> velocity(x.size());
     std::ranges::transform(x, velocity.begin(), [](double slowness) { return static_cast<float>(1.0 / slowness); });
     write_panel(run, "Velout", titer, velocity);
+}
+
+void evaluate_image(const Inversion& run, EvaluationArrays& arrays, int iter, int titer) {
+    const Parms& par = run.par;
     form_image(run, arrays, iter);
     write_panel(run, "bkgimg", titer, arrays.b_image.flat());
     if (run.panels && par.compensates())  // its n4 stays as it is
@@ -242,17 +279,23 @@ void evaluate_gradient(const Inversion& run, EvaluationArrays& arrays, std::span
 
 double evaluate(const Inversion& run, EvaluationArrays& arrays, std::span<double> x, std::span<double> g, int iter,
                 int titer) {
-    evaluate_image(run, arrays, x, iter, titer);
     Measures& measures = arrays.measures;
-    measures.data = evaluate_residual(run, arrays, titer);
-    arrays.objective->differentiate(run, arrays.b_image, measures.data);
+    set_model(run, arrays, x);
+    if (arrays.position.pass == Position::Pass::none) write_model(run, arrays, x, titer);
+    if (arrays.position.pass != Position::Pass::gradient) {
+        evaluate_image(run, arrays, iter, titer);
+        measures.data = evaluate_residual(run, arrays, titer);
+        arrays.objective->differentiate(run, arrays.b_image, measures.data);
+    }
     evaluate_gradient(run, arrays, x, g, iter, titer);
+    arrays.position = {};
     return measures.data + measures.regularisation;
 }
 
 double evaluate_fun(const Inversion& run, EvaluationArrays& arrays, std::span<double> x) {
     set_model(run, arrays, x);
     form_image(run, arrays, 1);
+    arrays.position = {};
     arrays.objective->form_residual(run, arrays.b_image, 1);
     Measures& measures = arrays.measures;
     measures.data = arrays.objective->value(arrays.b_image, 1);

@@ -8,6 +8,7 @@
 #include "src/areal/wemva/inversion/measures.h"
 #include "src/areal/wemva/inversion/objective.h"
 #include "src/areal/wemva/inversion/shots.h"
+#include "src/areal/wemva/restart/archive.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 
 namespace morvane {
@@ -27,12 +28,15 @@ struct EvaluationArrays {
     Array<float, 2> zero_offset;          ///< fit: (img.xm.n, img.z.n) the image there
     Array<float, 2> zero_window;          ///< fit: (kxm.n, img.z.n) the same in one shot's window
     Array<double, 2> fit_sums;            ///< fit: (3, rec.w.n) sums over shots
+    Position position;                    ///< how far it has come; an evaluation goes on from there
     explicit EvaluationArrays(const Parms& par);
+    /// What an evaluation that is interrupted before a shot needs to go on.
+    void archive(Archive& archive);
 };
 
-/// Migrates every shot through `arrays.model` and stacks into `arrays.b_image`. Reads "rec" and "sou" from their
-/// starts. With light the illumination of each shot is added to `arrays.illumination`, which no evaluation clears, and
-/// the stack so far is divided by it after each shot.
+/// Migrates every shot, or from `arrays.position` on, through `arrays.model` and stacks into `arrays.b_image`. With
+/// light the illumination of each shot is added to `arrays.illumination`, which no evaluation clears, and the stack so
+/// far is divided by it after each shot.
 void form_image(const Inversion& run, EvaluationArrays& arrays, int iter);
 
 /// Carries the residual (exact: the derivative of fun) back shot by shot and sums the updates in `arrays.scats`; with

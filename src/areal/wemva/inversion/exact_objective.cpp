@@ -106,6 +106,12 @@ public:
         return value;
     }
 
+    void archive(Archive& archive) override {
+        double unit = first_data_.value_or(-1.0);
+        archive.value("first data", unit);
+        if (archive.reads() && unit >= 0.0) first_data_ = unit;
+    }
+
     /// Nothing: the knot coefficients are the variables.
     float condition(const Inversion&, View<double, 2>) override { return 0.0f; }
 

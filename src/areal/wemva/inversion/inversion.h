@@ -12,6 +12,20 @@
 
 namespace morvane {
 
+/// How far an evaluation has come: the pass over the shots that it is in, and the next shot of that.
+struct Position {
+    enum class Pass : int { none, image, gradient };
+    Pass pass = Pass::none;
+    int shot = 1;
+};
+
+/// Is asked before each shot of an evaluation; may end the run by throwing.
+class Watch {
+public:
+    virtual ~Watch() = default;
+    virtual void before_shot(const Position& position) = 0;
+};
+
 /// Read-only. The views belong to the driver.
 struct Inversion {
     const Parms& par;
@@ -24,6 +38,7 @@ struct Inversion {
     std::span<const float> pick1;       ///< (img.xm.n) horizon depths, or empty: no horizon
     std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
     bool panels = true;                 ///< whether evaluations append to the outputs
+    Watch* watch = nullptr;             ///< none: an evaluation is never interrupted
     View<const float, 2> slowest = {};  ///< (img.xm.n, img.z.n) the greatest slowness a trial can have; empty: vel0
 };
 

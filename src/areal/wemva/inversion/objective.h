@@ -13,6 +13,7 @@
 #include "lib/base/array.h"
 #include "src/areal/wemva/inversion/inversion.h"
 #include "src/areal/wemva/inversion/shots.h"
+#include "src/areal/wemva/restart/archive.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 
 namespace morvane {
@@ -42,6 +43,8 @@ public:
     /// @param data what the residual contributes to fun; the first one a run meets is the unit of what is added
     /// @param x    slowness
     virtual double regularise(const Inversion& run, double data, std::span<const double> x, std::span<double> g) = 0;
+    /// What it keeps from one pass, or one evaluation, to the next.
+    virtual void archive(Archive& archive) = 0;
     /// Conditions the gradient, in place. Returns the seconds spent on spline knots.
     virtual float condition(const Inversion& run, View<double, 2> g) = 0;
 };

@@ -203,6 +203,41 @@ void InversionSetup::begin_outputs() {
     course.begin();
 }
 
+void InversionSetup::archive(Archive& archive) {
+    std::int64_t log_bytes = 0, list_bytes = 0;
+    if (!archive.reads()) {
+        extents = session.sync_outputs();
+        log_bytes = log.sync();
+        list_bytes = listing.sync();
+    }
+    archive.value("length of log", log_bytes);
+    archive.value("length of list", list_bytes);
+    lengths = {log_bytes, list_bytes};
+    std::size_t outputs = extents.size();
+    archive.value("outputs", outputs);
+    extents.resize(outputs);
+    for (qas::OutputExtent& extent : extents) {
+        archive.sequence("tag", extent.tag);
+        archive.sequence("header of " + extent.tag, extent.header);
+        archive.sequence("data of " + extent.tag, extent.data);
+        archive.value("length of the header of " + extent.tag, extent.header_bytes);
+        archive.value("length of the data of " + extent.tag, extent.data_bytes);
+        archive.sequence("end of the header of " + extent.tag, extent.tail);
+        archive.value("title of " + extent.tag, extent.has_title);
+        archive.value("data named by " + extent.tag, extent.names_data);
+        archive.value("format named by " + extent.tag, extent.has_format);
+    }
+    course.archive(archive);
+}
+
+void InversionSetup::resume_outputs() {
+    session.open_outputs(outputs_with_data(par, session));
+    session.resume_outputs(extents);
+    log.resume(lengths.first);
+    listing.resume(lengths.second);
+    course.resume();
+}
+
 void InversionSetup::finish_outputs() {
     course.finish();
     session.finish_outputs();

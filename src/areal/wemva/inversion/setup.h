@@ -1,6 +1,8 @@
 #pragma once
 /// What an inversion needs before its first evaluation: run parameters, logs, start model, bounds, horizon.
+#include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "lib/base/array.h"
@@ -9,6 +11,7 @@
 #include "src/areal/wemva/inversion/evaluation.h"
 #include "src/areal/wemva/model/base_spline_mod.h"
 #include "src/areal/wemva/model/variables.h"
+#include "src/areal/wemva/restart/archive.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/run/text_log.h"
 
@@ -32,12 +35,19 @@ struct InversionSetup {
     Array<float, 2> slowest;    ///< (img.xm.n, img.z.n) exact: the greatest slowness a trial can have; else empty
     std::vector<float> pick1;   ///< (img.xm.n) horizon depths, or empty
 
+    std::vector<qas::OutputExtent> extents;               ///< of the outputs, as archive() found or read them
+    std::pair<std::int64_t, std::int64_t> lengths{0, 0};  ///< of log and list, likewise
+
     explicit InversionSetup(qas::Session& session);
     InversionSetup(const InversionSetup&) = delete;
     InversionSetup& operator=(const InversionSetup&) = delete;
 
     /// Empties all outputs and writes the headers; to be called when nothing but the work can fail any more.
     void begin_outputs();
+    /// How far the outputs have come, once that is on the disk.
+    void archive(Archive& archive);
+    /// In place of begin_outputs, after archive() has read: goes on from there.
+    void resume_outputs();
     /// Puts all outputs on the disk and closes them.
     void finish_outputs();
 

@@ -50,11 +50,15 @@ Shots::Shots(const Parms& par, bool freezes)
     references.resize(static_cast<std::size_t>(par.areal ? 1 : par.rec.xd.n));
 }
 
-void Shots::rewind(const Inversion& run) {
+void Shots::rewind(const Inversion& run, int first) {
     const Parms& par = run.par;
     for (const char* tag : {"rec", "sou"})
         if (run.session.sseek(tag, 0, 0) != 0) refuse("%s: its data cannot be read again from their start", tag);
-    if (par.areal) return;
+    if (first > 1) run.session.sseek("rec", (first - 1) * bytes(recv.flat()), 0);
+    if (par.areal) {
+        if (first > 1) run.session.sseek("sou", (first - 1) * bytes(source.flat()), 0);
+        return;
+    }
     Array<cf, 1> source1({par.sou.w.n});
     run.session.sreed("sou", source1.view().p, bytes(source1.flat()));
     check_data("sou", 1, {source1.view().p, {source1.n()[0], 1}});

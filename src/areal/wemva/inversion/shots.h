@@ -19,8 +19,8 @@ public:
     /// @param freezes whether the reference velocities of the start model serve for every model, and margins are
     /// cleared
     Shots(const Parms& par, bool freezes);
-    /// Puts both datasets back to their start; with one source function, reads it and sets it at its trace.
-    void rewind(const Inversion& run);
+    /// Puts both datasets to where shot `first` starts; with one source function, reads it and sets it at its trace.
+    void rewind(const Inversion& run, int first = 1);
     /// Reads the wavefields of the next shot and cuts its slowness out of the model.
     /// @param model (img.xm.n, img.z.n)
     /// Ends the run when the data hold numbers that are not finite, naming the dataset and the shot.

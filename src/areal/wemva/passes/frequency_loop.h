@@ -9,6 +9,7 @@
 
 #include "src/areal/wemva/image/ow_image_areal.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
+#include "src/areal/wemva/run/interruption.h"
 #include "src/areal/wemva/step/depth_step.h"
 
 namespace morvane {
@@ -79,6 +80,7 @@ void over_frequencies(const WaveContext& context, View<const float, 2> vel, bool
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
     for (int iw = 0; iw < context.par.rec.w.n; ++iw) {
         const int inode = omp_get_thread_num();
+        if (interruption::is_overdue()) continue;  // whoever listens drops the shot
         work(slots[static_cast<std::size_t>(inode)], iw, inode);
         report_frequency(context.par, iw, inode);
     }

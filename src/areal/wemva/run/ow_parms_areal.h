@@ -98,8 +98,12 @@ struct Parms {
     bool light = false;                ///< illumination compensation of the stacked image
     float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
-    bool quiet = false;            ///< no lines of progress on standard error
-    bool strict = false;           ///< a run that got nowhere is an error
+    std::string checkpoint;        ///< file to go on from later; empty: none is written
+    float checkpoint_minutes = 10.0f;
+    std::string resume = "n";  ///< y: go on from the checkpoint; auto: if it is there
+    bool progress = true;      ///< a line that tells how far the run is
+    bool quiet = false;        ///< no lines of progress on standard error
+    bool strict = false;       ///< a run that got nowhere is an error
 
     int nz = 0, nzmin = 1, nzmax = 0, isp = 1;
     int nsecdim = 1;

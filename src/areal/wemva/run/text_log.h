@@ -1,5 +1,6 @@
 #pragma once
 /// Plain text outputs of a run: the iteration log, the progress listing, and the lines they hold.
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -20,6 +21,10 @@ public:
     TextLog(qas::Session& session, const std::string& key, const std::string& name);
     /// Empties the file.
     void begin() { file_.begin(); }
+    /// Instead: goes on behind the first `bytes`, and what it held beyond is cut off.
+    void resume(std::int64_t bytes) { file_.resume(bytes); }
+    /// The size of the file, once that is on the disk.
+    std::int64_t sync() { return file_.sync(); }
     /// Appends one line; ends the run if it cannot be written.
     void line(std::string_view text);
     /// Puts the file on the disk and closes it.

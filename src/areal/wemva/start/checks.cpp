@@ -455,6 +455,7 @@ std::vector<std::string> outputs_with_data(const Parms& par, qas::Session& sessi
     if (par.compensates()) tags.push_back("illum");
     for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"}) add_given(tag, !par.exact());
     add_given("best", true);
+    add_given("accepted", true);
     add_given("xxx", true);
     add_given("zzz", !par.areal);
     add_given("maskout", par.dipflt);

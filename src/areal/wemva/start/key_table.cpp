@@ -231,6 +231,13 @@ KeyGroup own() {
             {"stop_patience", integer, "", "2", "stop", "accepted models over which it is taken"},
             {"fftplan", text, "", "auto", "", "planning of transforms: auto, patient or estimate"},
             {"light", logical, "", "n", "gradient=classic", "illumination compensation of the image; writes illum"},
+            {"accepted", output, "", "", "", "accepted models as velocity; the last panel is the result"},
+            {"checkpoint", text, "", "", "",
+             "file that a run goes on from after a kill or signal; FILE.1: the one before"},
+            {"checkpoint_minutes", real, "minutes", "10", "checkpoint",
+             "time between two of them; 0: before each shot"},
+            {"resume", text, "", "n", "checkpoint", "y: go on from the checkpoint; auto: if it is there, else begin"},
+            {"progress", logical, "", "y", "", "tell on the standard error how far the run is, once a minute"},
             {"quiet", logical, "", "n", "", "no lines of progress on the standard error"},
             {"strict", logical, "", "n", "", "unknown keys are errors, and a run that got nowhere ends with status 3"},
         }};

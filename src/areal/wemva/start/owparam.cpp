@@ -157,6 +157,21 @@ void read_fit_keys(qas::Session& session, Parms& par) {
     if (session.exist_file("stop_patience")) read(session, "stop_patience", par.stop_patience);
 }
 
+void read_restart_keys(qas::Session& session, Parms& par) {
+    if (session.exist_file("checkpoint")) read_name(session, "checkpoint", par.checkpoint);
+    if (session.exist_file("checkpoint_minutes")) read(session, "checkpoint_minutes", par.checkpoint_minutes);
+    if (session.exist_file("resume")) read_name(session, "resume", par.resume);
+    if (session.exist_file("progress")) read(session, "progress", par.progress);
+    if (par.checkpoint_minutes < 0.0f)
+        refuse("checkpoint_minutes=%g: 0 (before each shot) or more is needed", par.checkpoint_minutes);
+    if (par.resume == "yes") par.resume = "y";
+    if (par.resume == "no") par.resume = "n";
+    if (par.resume != "n" && par.resume != "y" && par.resume != "auto")
+        refuse("resume=%s: n, y or auto is needed", par.resume.c_str());
+    if (par.resume != "n" && par.checkpoint.empty())
+        refuse("resume=%s: checkpoint=FILE is needed too, the file to go on from", par.resume.c_str());
+}
+
 /// Keys beyond the classic set are read, and so recorded, only where they were given.
 void read_own_keys(qas::Session& session, Parms& par) {
     const auto given = [&](const char* key, auto& value) {
@@ -177,6 +192,7 @@ void read_own_keys(qas::Session& session, Parms& par) {
     given("reg_x", par.reg_x);
     given("reg_z", par.reg_z);
     read_fit_keys(session, par);
+    read_restart_keys(session, par);
     given("light", par.light);
 }
 
@@ -299,7 +315,8 @@ void write_headers(qas::Session& session, const Parms& par) {
         if (par.compensates()) write_model_shape(session, par, "illum");
         for (const char* tag : {"grad", "Velout"})
             if (session.exist_file(tag)) write_model_shape(session, par, tag);
-        if (session.exist_file("best")) write_model_shape(session, par, "best");
+        for (const char* tag : {"best", "accepted"})
+            if (session.exist_file(tag)) write_model_shape(session, par, tag);
         for (const char* tag : {"Dimage", "bkgimg"})
             if (session.exist_file(tag)) write_image_shape(session, par, tag);
         write_model_shape(session, par, standard_output);

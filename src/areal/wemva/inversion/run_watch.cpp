@@ -1,0 +1,154 @@
+#include "src/areal/wemva/inversion/run_watch.h"
+
+#include <unistd.h>
+
+#include <ctime>
+#include <string>
+#include <utility>
+
+#include "lib/base/warning.h"
+#include "lib/corelibs/qas/files/files.h"
+#include "lib/corelibs/qas/messages/help.h"
+#include "src/areal/wemva/restart/fingerprint.h"
+#include "src/areal/wemva/run/interruption.h"
+#include "src/areal/wemva/run/messages.h"
+
+namespace morvane {
+
+namespace {
+
+std::string inputs_of(qas::Session& session, const Parms& par) {
+    std::string lines = fingerprint_of_inputs(session, {"vel", "rec", "sou"});
+    if (par.dipflt) lines += fingerprint_of_inputs(session, {"dipfile"});
+    if (const auto horizon = session.getch<std::string>("horv0")) lines += fingerprint_of_file("horv0", *horizon);
+    return lines;
+}
+
+/// `then` as it was kept, `now` as it is: must be equal.
+void keep_same(Archive& archive, const char* name, const std::string& now, const std::string& file) {
+    std::string then = now;
+    archive.sequence(name, then);
+    compare_fingerprints("checkpoint=" + file, then, now);
+}
+
+std::string place(const RunState& state, const Position& position) {
+    if (position.pass == Position::Pass::none) return "behind evaluation " + std::to_string(state.outcome.evaluations);
+    return std::string(position.pass == Position::Pass::image ? "image" : "gradient") + " of evaluation " +
+           std::to_string(state.titer) + ", shot " + std::to_string(position.shot);
+}
+
+std::string time_stamp() {
+    const std::time_t now = std::time(nullptr);
+    char text[40];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&now));
+    return text;
+}
+
+std::string quoted(const std::string& word) {
+    if (!word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                                "_-+=./,:@%") == std::string::npos)
+        return word;
+    std::string text = "'";
+    for (const char c : word) {
+        if (c == '\'') text += "'\\'";
+        text += c;
+    }
+    return text += '\'';
+}
+
+}  // namespace
+
+std::string line_to_go_on(const qas::Session& session) {
+    std::string line;
+    bool resumes = false;
+    for (const std::string& word : session.words()) {
+        line += quoted(word) + " ";
+        resumes = resumes || word == "resume=y" || word == "resume=auto";
+    }
+    if (!resumes) line += "resume=y ";
+    line += "< /dev/null";
+    if (const std::string history = qas::findnm(STDOUT_FILENO); !history.empty()) line += " >> " + quoted(history);
+    return line;
+}
+
+RunWatch::RunWatch(InversionSetup& setup, RunState& state, EvaluationArrays& arrays)
+    : setup_(setup),
+      state_(state),
+      arrays_(arrays),
+      written_at_(monotonic_seconds()),
+      progress_(setup.session.program(), setup.par) {
+    const Parms& par = setup.par;
+    if (!par.checkpoint.empty()) {
+        file_.emplace(setup.session, par.checkpoint);
+        parameters_ = fingerprint_of_parameters(setup.session);
+        inputs_ = inputs_of(setup.session, par);
+        resumes_ = par.resume != "n" && (par.resume == "y" || file_->existed());
+        if (resumes_ && !file_->existed())
+            refuse("resume=y: checkpoint=%s is not there; resume=auto begins a new run then", par.checkpoint.c_str());
+        if (!resumes_ && file_->existed())
+            warn("checkpoint=%s is there, and this run begins anew; resume=y would have gone on from it",
+                 par.checkpoint.c_str());
+    }
+    interruption::listen();
+}
+
+RunWatch::~RunWatch() {
+    interruption::forget();
+}
+
+void RunWatch::keep(Archive& archive) {
+    const std::string& name = setup_.par.checkpoint;
+    keep_same(archive, "version", "version=" + std::string(qas::version()), name);
+    keep_same(archive, "parameters", parameters_, name);
+    keep_same(archive, "inputs", inputs_, name);
+    state_.archive(archive);
+    setup_.archive(archive);
+    if (report_) report_bytes_ = report_->sync();
+    archive.value("length of iterate.dat", report_bytes_);
+    arrays_.archive(archive);
+}
+
+void RunWatch::read() {
+    file_->read([this](Archive& archive) { keep(archive); });
+    const int done = state_.iter - 1;
+    if (setup_.par.niter < done)
+        refuse("checkpoint=%s: niter=%d, and the run has done %d iterations", setup_.par.checkpoint.c_str(),
+               setup_.par.niter, done);
+}
+
+void RunWatch::resume_outputs(qas::PlainOutput& report) {
+    setup_.resume_outputs();
+    report.resume(report_bytes_);
+    setup_.session.to_history<std::string>("resumed", time_stamp() + ", " + place(state_, arrays_.position));
+}
+
+void RunWatch::begin(qas::PlainOutput& report) {
+    report_ = &report;
+    if (!file_) return;
+    for (const qas::OutputExtent& extent : setup_.session.sync_outputs())
+        if (extent.data.empty() && extent.tag != "out")
+            refuse("checkpoint=%s: the data of output %s are not in an ordinary file, and could not be gone on with",
+                   setup_.par.checkpoint.c_str(), extent.tag.c_str());
+}
+
+void RunWatch::write() {
+    progress_.clear();
+    file_->write([this](Archive& archive) { keep(archive); });
+    written_at_ = monotonic_seconds();
+}
+
+void RunWatch::before_shot(const Position& position) {
+    const int signal = interruption::signal();
+    const double wait = 60.0 * static_cast<double>(setup_.par.checkpoint_minutes);
+    if (file_ && (signal != 0 || monotonic_seconds() - written_at_ >= wait)) write();
+    if (signal == 0) return progress_.show(state_.iter, state_.titer, position);
+    progress_.clear();
+    throw Interrupted{signal, file_ && file_->is_current()};
+}
+
+void RunWatch::finish() {
+    progress_.clear();
+    if (file_) write();
+}
+
+}  // namespace morvane
