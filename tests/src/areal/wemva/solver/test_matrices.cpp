@@ -12,6 +12,13 @@
 
 using namespace morvane;
 
+TEST(Dense, CholeskyNeedsPositivePivots) {
+    for (const auto& [last, info] : {std::pair{1.25, 0}, {1.0, 2}, {std::numeric_limits<double>::quiet_NaN(), 2}}) {
+        Vector a{4, -7, 2, last};  // the second pivot is last - 1
+        EXPECT_EQ(solver::dpofa(a.data(), 2, 2), info) << last;
+    }
+}
+
 TEST(Dense, TriangularSystemsOfAllFourKinds) {
     // Both triangles of one array, upper [2 1 3; . 4 5; . . 6] and lower [2 . .; 7 4 .; 8 9 6].
     const Vector t{2, 7, 8, -1, 1, 4, 9, -1, 3, 5, 6, -1};
