@@ -119,7 +119,7 @@ TEST(Dcsrch, ArgumentsAreCheckedAndTheLastFaultIsReported) {
           Row{3, -1, 0, -1, 0, 2, 5, "ERROR: GTOL .LT. ZERO"}, Row{3, -1, 0, 0, -1, 2, 5, "ERROR: XTOL .LT. ZERO"},
           Row{3, -1, 0, 0, 0, -2, 5, "ERROR: STPMIN .LT. ZERO"}, Row{6, 1, 0, 0, 0, 2, 5, "ERROR: INITIAL G .GE. ZERO"},
           Row{6, 1, -1, -1, -1, 7, 5, "ERROR: STPMAX .LT. STPMIN"}, Row{6, 1, 0, 0, -1, 2, 5, "ERROR: XTOL .LT. ZERO"},
-          Row{2, -1, 0, 0, 0, 2, 2, "FG"}}) {
+          Row{3, -1, 0, 0, 0, -2, -5, "ERROR: STPMAX .LT. STPMIN"}, Row{2, -1, 0, 0, 0, 2, 2, "FG"}}) {
         Search1d s = search(row.stp, row.stpmin, row.stpmax);
         s.ftol = row.ftol, s.gtol = row.gtol, s.xtol = row.xtol;
         s.call(0, row.g);
