@@ -156,9 +156,10 @@ Wavelet estimated(const Power& data, double length, bool line_source, bool minim
         return wavelet;
     }
     const std::vector<float> round = zero_phase(power);
-    Wavelet wavelet{{}, -(power.n / 2) * power.dt, power.dt};
-    wavelet.samples.assign(round.begin() + power.n / 2, round.end());
-    wavelet.samples.insert(wavelet.samples.end(), round.begin(), round.begin() + power.n / 2);
+    const int half = power.n / 2;
+    Wavelet wavelet{{}, -half * power.dt, power.dt};
+    wavelet.samples.assign(round.begin() + half, round.end());
+    wavelet.samples.insert(wavelet.samples.end(), round.begin(), round.begin() + half);
     return wavelet;
 }
 

@@ -120,7 +120,7 @@ public:
                 fxdecon(o1, o2);
                 if (filters) {
                     error_filters(filters, filter_size(d_), count);
-                    filters += pad2(d_.w1) * d_.noper;
+                    filters += std::ptrdiff_t{pad2(d_.w1)} * d_.noper;
                 }
                 for (int i2 = kept.first; i2 < kept.end; ++i2) {
                     ft_.inverse(&predicted_[static_cast<std::size_t>(i2)], static_cast<std::size_t>(d_.w2), d_.w1,

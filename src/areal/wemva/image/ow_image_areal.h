@@ -25,10 +25,10 @@ struct ImageCondition {
 
 /// Scratch of owimage: real and imaginary parts of both fields. One per thread.
 struct ImageScratch {
-    static constexpr int block = 32;  ///< samples that the adjoint sums at a time
-    Array<float, 2> part;             ///< (nx, 4)
-    Array<float, 2> padded;           ///< (nx + 2 block, 2) one field between zeros
-    Array<float, 2> sum;              ///< (nx up to whole blocks, 2)
+    static constexpr std::ptrdiff_t block = 32;  ///< samples that the adjoint sums at a time
+    Array<float, 2> part;                        ///< (nx, 4)
+    Array<float, 2> padded;                      ///< (nx + 2 block, 2) one field between zeros
+    Array<float, 2> sum;                         ///< (nx up to whole blocks, 2)
     explicit ImageScratch(int nx)
         : part({nx, 4}), padded({nx + 2 * block, 2}), sum({(nx + block - 1) / block * block, 2}) {}
 };

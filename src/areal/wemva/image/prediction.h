@@ -47,7 +47,9 @@ class Ftu {
     std::vector<float> cos_, sin_, inverse_cos_, inverse_sin_;
     std::vector<Float16> even_, odd_;
 
-    const float* row(const std::vector<float>& table, int i) const { return table.data() + i * (half_ + 1); }
+    const float* row(const std::vector<float>& table, int i) const {
+        return table.data() + std::ptrdiff_t{i} * (half_ + 1);
+    }
 
 public:
     /// @param n a power of two

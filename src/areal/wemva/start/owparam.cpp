@@ -297,7 +297,8 @@ void read_second_axis(qas::Session& session, Parms& par) {
     read(session, "jh", jh);
     sh.d = static_cast<float>(jh) * par.img.xm.d;
     read(session, "dh", sh.d);
-    sh.o = static_cast<float>(-(sh.n / 2)) * sh.d;
+    const int below_zero = sh.n / 2;
+    sh.o = static_cast<float>(-below_zero) * sh.d;
     read(session, "oh", sh.o);
     par.kept.nh0 = truncate(static_cast<float>(sh.n) * 0.5f) + 1;
 }
