@@ -332,9 +332,8 @@ m("driver", "patches: k2 from the depth axis", "Conditioning.StepsComeInTheirOrd
 m("driver", "patches: k1 from the midpoint axis", "Conditioning.StepsComeInTheirOrder Fx2d* Conditioning*",
   ("design.k1 = truncate(static_cast<float>(par.nz) * 1.5f / 6.0f);", "design.k1 = truncate(static_cast<float>(par.img.xm.n) * 1.5f / 6.0f);"))
 m("driver", "horizon edit after the panel of the model", "Conditioning*",
-  (("set_model(run, arrays, x);\ncheck_signs(arrays, x, titer);", ""),
-   ("write_panel(run, \"Velout\", titer, velocity);",
-    "write_panel(run, \"Velout\", titer, velocity);\nset_model(run, arrays, x);\ncheck_signs(arrays, x, titer);")))
+  ("set_model(run, arrays, x);\nif (arrays.position.pass == Position::Pass::none) write_model(run, arrays, x, titer);",
+   "if (arrays.position.pass == Position::Pass::none) write_model(run, arrays, x, titer);\nset_model(run, arrays, x);"))
 m("driver", "gradient: its sign after the conditioning", "Conditioning.StepsComeInTheirOrder Driver*",
   (("[](float s) { return -static_cast<double>(s); }", "[](float s) { return static_cast<double>(s); }"),
    ("g, !par_.quiet);\n}\nreturn seconds;", "g, !par_.quiet);\n}\nfor (double& s : g.flat()) s = -s;\nreturn seconds;")))
@@ -351,9 +350,9 @@ m("driver", "exact: columns that do not count", "Exact* Driver*",
 m("driver", "bounds: p_up of 1 is a factor", "Driver* *Setup*",
   ("const float p_up = given_up >= 1.0f ? 1.0f + given_up / 100.0f : given_up;", "const float p_up = given_up > 1.0f ? 1.0f + given_up / 100.0f : given_up;"))
 m("driver", "first step: fun is not scaled with its gradient", "Driver* Exact*",
-  ("state.fun = scale * fun;", "state.fun = fun;"))
+  ("solver.fun = state.scale * fun;", "solver.fun = fun;"))
 m("driver", "loop: one iteration more than niter", "Driver*",
-  ("while (cond && iter <= run.par.niter) {", "while (cond && iter <= run.par.niter + 1) {"))
+  ("solver.goes_on() && state.iter <= run.par.niter &&", "solver.goes_on() && state.iter <= run.par.niter + 1 &&"))
 m("driver", "panels: no count in the header", "Driver*",
   ('run.session.to_history<int>("n4", titer, tag);', 'if (titer == 1) run.session.to_history<int>("n4", titer, tag);'))
 m("driver", "horizon: its file may be an output", "Driver.Nothing*",
