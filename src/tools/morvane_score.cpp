@@ -49,7 +49,7 @@ std::string named(qas::Session& session, const std::string& tag) {
 
 Axis header_axis(qas::Session& session, const std::string& tag, int k) {
     const std::string number = std::to_string(k);
-    const Axis axis{session.from_aux<int>(tag, "n" + number),
+    Axis axis{session.from_aux<int>(tag, "n" + number),
                     session.from_aux<float>(tag, "d" + number),
                     session.from_aux<float>(tag, "o" + number, 0.0f),
                     {}};
@@ -97,7 +97,7 @@ std::map<int, double> fits_of(qas::Session& session) {
     std::ifstream stream(file);
     if (!stream) qaserr("course=%s cannot be opened\n", file.c_str());
     session.claim_input({file, "course=" + file});
-    const std::map<int, double> fits = read_fits(stream);
+    std::map<int, double> fits = read_fits(stream);
     if (fits.empty()) qaserr("course=%s holds no fit: run morvane with fit=y\n", file.c_str());
     return fits;
 }
