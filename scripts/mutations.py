@@ -287,7 +287,7 @@ m("model", "integer part: rounds down", "Truncate* Owparam*",
 m("start", "margins: padding copies nothing", "Owparam*",
   ("par.padtraces = par.tapertr;", "par.padtraces = 0;"))
 m("start", "offsets: origin of an even axis", "Owparam*",
-  ("sh.o = static_cast<float>(-(sh.n / 2)) * sh.d;", "sh.o = -0.5f * static_cast<float>(sh.n - 1) * sh.d;"))
+  ("sh.o = static_cast<float>(-below_zero) * sh.d;", "sh.o = -0.5f * static_cast<float>(sh.n - 1) * sh.d;"))
 m("start", "wavenumbers: the middle of an even axis is negative", "Owparam*",
   ("static_cast<float>(i <= half ? i : i - k.n) / length * two_pi", "static_cast<float>(i < half ? i : i - k.n) / length * two_pi"))
 m("start", "check: frequencies may be negative", "Owparam*",
