@@ -567,7 +567,7 @@ TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
         }
         const std::vector<std::string> rows = files::lines_of(files::read_text(survey.dir / "course.csv"));
         ASSERT_EQ(rows.size(), log_of_evaluations.size() + 1);
-        EXPECT_EQ(rows[0], "evaluation,iteration,accepted,fun,data,regularisation,gradient,step,share,fit");
+        EXPECT_EQ(rows[0], "evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit");
         std::vector<std::string> marked;
         std::string best;
         double greatest = -2.0;
@@ -575,16 +575,16 @@ TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
             std::vector<double> cells;
             std::stringstream stream(rows[i]);
             for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(std::stod(cell));
-            ASSERT_EQ(cells.size(), 10u) << rows[i];
+            ASSERT_EQ(cells.size(), 11u) << rows[i];
             EXPECT_EQ(cells[0], static_cast<double>(i));
-            EXPECT_NEAR(cells[3], cells[4] + cells[5], 1e-7 * cells[3]);
-            EXPECT_NEAR(cells[3], std::stod(log_of_evaluations[i - 1].substr(45, 15)), 1e-6 * cells[3]);
-            EXPECT_EQ(cells[7] > 0.0, i > 1) << "the largest step from the model accepted before";
-            EXPECT_LE(std::abs(cells[9]), 1.0);
-            if (cells[2] != 1.0) continue;
+            EXPECT_NEAR(cells[4], cells[5] + cells[6], 1e-7 * cells[4]);
+            EXPECT_NEAR(cells[4], std::stod(log_of_evaluations[i - 1].substr(45, 15)), 1e-6 * cells[4]);
+            EXPECT_EQ(cells[8] > 0.0, i > 1) << "the largest step from the model accepted before";
+            EXPECT_LE(std::abs(cells[10]), 1.0);
+            if (cells[3] != 1.0) continue;
             marked.push_back(std::to_string(i));
-            if (cells[9] > greatest) {
-                greatest = cells[9];
+            if (cells[10] > greatest) {
+                greatest = cells[10];
                 best = marked.back();
             }
         }
@@ -599,6 +599,47 @@ TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
         ASSERT_EQ(model.size(), velocity.size());
         for (std::size_t i = 0; i < model.size(); ++i) ASSERT_NEAR(model[i] * velocity[i], 1.0f, 1e-6f);
     }
+}
+
+// A stage goes on from the model that the one before accepted last, with knots and a count of its own.
+TEST(Driver, StagesContinueEachOther) {
+    TinySurvey survey(false);
+    files::write_text(survey.dir / "stages", "niter=2   # coarse\n\nniter=1 dxk=40 dzk=20 expdso=0.5 firststep=0.01\n");
+    for (const auto& [key, value] : std::map<std::string, std::string>{{"gradient", "exact"},
+                                                                       {"firststep", "0.02"},
+                                                                       {"nxk", "5"},
+                                                                       {"dxk", "80"},
+                                                                       {"oxk", "0"},
+                                                                       {"nzk", "4"},
+                                                                       {"dzk", "40"},
+                                                                       {"ozk", "-20"},
+                                                                       {"course", survey.dir / "course.csv"},
+                                                                       {"stages", survey.dir / "stages"}})
+        survey.arguments[key] = value;
+    const Outcome run = survey.run();
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string log = files::read_text(survey.dir / "log");
+    EXPECT_THAT(log, StartsWith(" stage = 1 of 2: niter=2"));
+    EXPECT_THAT(log, HasSubstr("\n stage = 2 of 2: niter=1 dxk=40 dzk=20 expdso=0.5 firststep=0.01\n"));
+    const std::vector<std::string> rows = files::lines_of(files::read_text(survey.dir / "course.csv"));
+    const int evaluations = static_cast<int>(rows.size()) - 1;
+    int first = 0, before = 0;  // of the second stage; accepted last in the first
+    for (int i = 1; i <= evaluations; ++i) {
+        const std::string& row = rows[static_cast<std::size_t>(i)];
+        int evaluation = 0, iteration = 0, stage = 0, accepted = 0;
+        ASSERT_EQ(std::sscanf(row.c_str(), "%d,%d,%d,%d,", &evaluation, &iteration, &stage, &accepted), 4);
+        EXPECT_EQ(evaluation, i);
+        EXPECT_EQ(iteration >= 3, stage == 2);
+        if (stage == 2 && first == 0) first = i;
+        if (stage == 1 && accepted == 1) before = i;
+    }
+    ASSERT_GT(before, 1);
+    ASSERT_GT(evaluations, first);
+    ASSERT_EQ(files::header_value(files::read_text(survey.dir / "velout.H"), "n4"), std::to_string(evaluations));
+    const std::vector<float> models = files::read_dataset(survey.dir / "velout.H");
+    EXPECT_EQ(panel_of(models, evaluations, first), panel_of(models, evaluations, before));
+    EXPECT_LT(mismatch(panel_of(models, evaluations, evaluations), panel_of(models, evaluations, first)), 0.011);
+    EXPECT_NE(panel_of(models, evaluations, evaluations), panel_of(models, evaluations, first));
 }
 
 TEST(Driver, ASingleThreadedRunRepeatsItselfBitByBit) {
@@ -715,6 +756,8 @@ TEST(Driver, NothingOfAnEarlierRunIsTouchedBeforeEveryCheckHasPassed) {
         {{{"horv0", "horizon"}, {"grad", d + "horizon"}}, 23, "(parameter grad) is horv0=horizon"},
         {{{"gradient", "exact"}, {"course", d + "rec.H@"}}, 23, ": this is the data file of header \"" + d + "rec.H\""},
         {{{"gradient", "exact"}, {"best", d + "vel.H"}}, 23, "(parameter best) is the file of header"},
+        {{{"gradient", "exact"}, {"stages", d + "absent"}}, 23, "absent: cannot read this file: No such file"},
+        {{{"gradient", "exact"}, {"stages", d + "horizon"}}, 23, "horizon: line 1 has "},
     };
     const Arguments first = survey.arguments;
     for (const auto& row : rows) {

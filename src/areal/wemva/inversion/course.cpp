@@ -20,7 +20,8 @@ std::string number(double value) {
 
 std::string course_line(const Parms& par, const CourseRow& row, bool accepted) {
     const Measures& m = row.measures;
-    std::string line = std::to_string(row.evaluation) + ',' + std::to_string(row.iteration) + (accepted ? ",1" : ",0");
+    std::string line = std::to_string(row.evaluation) + ',' + std::to_string(row.iteration) + ',' +
+                       std::to_string(row.stage) + (accepted ? ",1" : ",0");
     line += ',' + number(row.fun) + ',' + number(m.data) + ',' + number(m.regularisation);
     line += ',' + number(row.gradient) + ',' + number(row.step) + ',';
     if (zero_sample(par) >= 0) line += number(m.share);
@@ -37,7 +38,11 @@ Course::Course(qas::Session& session, const Parms& par)
 void Course::begin() {
     if (!file_) return;
     file_->begin();
-    file_->line("evaluation,iteration,accepted,fun,data,regularisation,gradient,step,share,fit");
+    file_->line("evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit");
+}
+
+void Course::begin_stage() {
+    fits_.clear();
 }
 
 void Course::evaluated(CourseRow row, std::span<const double> x) {

@@ -15,8 +15,8 @@ namespace morvane {
 
 /// What is known of an evaluation when it is done.
 struct CourseRow {
-    int evaluation = 1, iteration = 1;
-    bool start = false;  ///< it evaluates the model that the run starts from, which counts as accepted
+    int evaluation = 1, iteration = 1, stage = 1;
+    bool start = false;  ///< it evaluates the model that the stage starts from, which counts as accepted
     double fun = 0.0;
     double gradient = 0.0;  ///< norm of the projected gradient, by the solver's variables
     double step = 0.0;      ///< largest relative change of slowness since the model accepted before
@@ -37,12 +37,15 @@ public:
     void begin();
     /// In place of begin(), after archive() has read: goes on from there.
     void resume();
+    /// The next stage begins, from the model accepted last.
+    void begin_stage();
+    const std::vector<double>& accepted_model() const { return accepted_; }
     /// An evaluation of model x (slowness) is done. Fills in the step.
     void evaluated(CourseRow row, std::span<const double> x);
     /// The solver's next answer. Writes the row, and with `best` the model if it is accepted and fits better than all
     /// before.
     void answered(bool accepted);
-    /// Whether fit has risen by less than stop_rise over the last stop_patience accepted models.
+    /// Whether fit has risen by less than stop_rise over the last stop_patience accepted models of the stage.
     bool fit_has_settled() const;
     double last_rise() const;
     const FittingModel& first() const { return first_; }
@@ -62,15 +65,15 @@ private:
     std::optional<TextLog> file_;
     std::optional<CourseRow> waiting_;
     std::vector<double> accepted_, trial_;
-    std::vector<double> fits_;  // of the accepted models
+    std::vector<double> fits_;  // of the stage's accepted models
     FittingModel first_, best_;
     std::vector<float> best_model_;
     bool best_written_ = false;
     std::int64_t length_ = 0;  // of the file, as archive() read it
 };
 
-/// A row as the file has it: evaluation, iteration, accepted (1 or 0), fun, data, regularisation, gradient, step,
-/// share, fit; empty where there is no such measure.
+/// A row as the file has it: evaluation, iteration, stage, accepted (1 or 0), fun, data, regularisation, gradient,
+/// step, share, fit; empty where there is no such measure.
 std::string course_line(const Parms& par, const CourseRow& row, bool accepted);
 
 }  // namespace morvane

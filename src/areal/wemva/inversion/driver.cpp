@@ -96,20 +96,22 @@ void evaluate_trial(const Inversion& run, InversionSetup& setup, EvaluationArray
     std::vector<double> x(arrays.model.flat().size()), g(x.size());
     variables.model(solver.x, x);
     const int titer = state.titer;
+    const bool starts = solver.task.starts_with("FG_START");
     const double fun = state.fun = evaluate(run, arrays, x, g, state.iter, titer);
     variables.accept_edit(x, solver.x);
     variables.gradient(g, solver.g);
     setup.log.line(iteration_line(state.iter, titer, solver.task.field(), fun, x) +
                    parts_columns(run.par, arrays.measures));
-    setup.course.evaluated(
-        {titer, state.iter, solver.task.starts_with("FG_START"), fun, projected_norm(solver), 0.0, arrays.measures}, x);
+    setup.course.evaluated({titer, state.iter, state.stage, starts, fun, projected_norm(solver), 0.0, arrays.measures},
+                           x);
     if (!std::isfinite(fun))
         refuse(
             "evaluation %d: fun is not finite (%g): squares of the image residual leave the range of single "
             "precision; scale rec and sou down, or check the units",
             titer, fun);
-    if (titer == 1) {
-        state.outcome.first_fun = fun;
+    if (titer == 1) state.outcome.first_fun = fun;
+    if (starts) {
+        state.outcome.accepted_panel = titer;
         state.scale = first_step_scale(run.par, variables, solver, x);
     }
     solver.fun = state.scale * fun;
@@ -127,12 +129,13 @@ void write_accepted(const Inversion& run, std::span<const double> x, int count) 
     run.session.srite("accepted", velocity.data(), std::ssize(velocity) * static_cast<std::int64_t>(sizeof(float)));
 }
 
-/// Until the solver stops, niter iterations are done, or fit no longer rises with stop=fit. A state that was
-/// interrupted in an evaluation goes on with that.
+/// One stage of the run: until the solver stops, niter iterations are done, or fit no longer rises with stop=fit. A
+/// state that was interrupted in an evaluation goes on with that.
 void minimise(const Inversion& run, InversionSetup& setup, EvaluationArrays& arrays, RunState& state) {
     SolverState& solver = state.solver;
     Course& course = setup.course;
-    while (solver.goes_on() && state.iter <= run.par.niter && state.outcome.stopped.empty()) {
+    const int end = state.first_iter + run.par.niter;
+    while (solver.goes_on() && state.iter < end && state.outcome.stopped.empty()) {
         if (arrays.position.pass == Position::Pass::none) {
             solver.call(iprint);
             course.answered(solver.task.starts_with("NEW_X"));
@@ -150,6 +153,32 @@ void minimise(const Inversion& run, InversionSetup& setup, EvaluationArrays& arr
             write_accepted(run, x, state.outcome.accepted);
             if (course.fit_has_settled()) state.outcome.stopped = settled(run.par, course);
         }
+    }
+}
+
+/// A log line that tells of a stage.
+std::string stage_line(const InversionSetup& setup, int stage) {
+    const std::string& words = setup.stages[static_cast<std::size_t>(stage - 1)].words;
+    return " stage = " + std::to_string(stage) + " of " + std::to_string(setup.stages.size()) + ":" +
+           (words.starts_with(' ') ? "" : " ") + words;
+}
+
+/// All stages of the run, each from the model that the one before accepted last.
+void minimise_in_stages(InversionSetup& setup, const LateralFft& fft, Watch* watch,
+                        std::optional<EvaluationArrays>& arrays, RunState& state) {
+    for (;;) {
+        if (!setup.stages.empty()) setup.log.line(stage_line(setup, state.stage));
+        Inversion run = setup.inversion(fft);
+        run.watch = watch;
+        minimise(run, setup, *arrays, state);
+        if (state.stage >= static_cast<int>(setup.stages.size())) return;
+        setup.enter(setup.stages[static_cast<std::size_t>(state.stage)], setup.course.accepted_model());
+        setup.course.begin_stage();
+        ++state.stage;
+        state.first_iter = state.iter;
+        state.outcome.stopped.clear();
+        state.solver = SolverState(setup);
+        arrays.emplace(setup.par);
     }
 }
 
@@ -227,9 +256,9 @@ namespace {
 /// The run from its first evaluation, or from its checkpoint, to its end. Returns the signal that ended it; none: 0.
 std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state) {
     const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
-    EvaluationArrays arrays(setup.par);
+    std::optional<EvaluationArrays> arrays(std::in_place, setup.par);
     qas::PlainOutput report = claim_report(setup.session);
-    RunWatch watch(setup, state, arrays);
+    RunWatch watch(setup, state, *arrays);
     if (watch.resumes()) {
         watch.read();
         watch.resume_outputs(report);
@@ -238,11 +267,9 @@ std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state
         report.begin();
     }
     watch.begin(report);
-    Inversion run = setup.inversion(fft);
-    run.watch = &watch;
     std::optional<Interrupted> interrupted;
     try {
-        minimise(run, setup, arrays, state);
+        minimise_in_stages(setup, fft, &watch, arrays, state);
         watch.finish();
     } catch (const Interrupted& reason) {
         interrupted = reason;

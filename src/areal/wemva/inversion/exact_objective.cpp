@@ -101,7 +101,8 @@ public:
     double regularise(const Inversion& run, double data, std::span<const double> x, std::span<double> g) override {
         if (!(par_.regularise > 0.0f)) return 0.0;
         if (!first_data_) first_data_ = data;
-        const double value = roughness(par_, static_cast<double>(par_.regularise) * *first_data_, run.vel0, x, g);
+        const View<const float, 2> origin = run.origin.p ? run.origin : run.vel0;
+        const double value = roughness(par_, static_cast<double>(par_.regularise) * *first_data_, origin, x, g);
         if (!g.empty()) clear_above_horizon(run, {g.data(), run.vel0.n});
         return value;
     }

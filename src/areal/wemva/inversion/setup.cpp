@@ -38,6 +38,13 @@ Parms read_parms(qas::Session& session) {
     return par;
 }
 
+/// The stages; from here on the parameters are those of the first.
+std::vector<Stage> read_first_stage(qas::Session& session, Parms& par) {
+    std::vector<Stage> stages = read_stages(session, par);
+    if (!stages.empty()) par = stages.front().par;
+    return stages;
+}
+
 int read_pairs(qas::Session& session, const Parms& par) {
     const int mmax = session.from_param<int>("mmax", 10);
     const bool knots = par.exact() && par.spline_grad();
@@ -122,7 +129,7 @@ void set_relative_bounds(qas::Session& session, const Parms& par, std::span<cons
 /// ones, which the solver needs to take a first step of the gradient's size and to stay with physical models: a tenth
 /// to ten times the start model, or, where a reference velocity has to stay below all that they allow, seven to
 /// fourteen tenths; or none.
-VariableBounds sample_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
+VariableBounds read_bounds(qas::Session& session, const Parms& par, std::span<const double> start) {
     constexpr int both = 2;
     VariableBounds bounds(start.size());
     if (session.from_param<bool>("bounds", false)) {
@@ -181,6 +188,7 @@ std::vector<float> read_picks(qas::Session& session, const Parms& par) {
 InversionSetup::InversionSetup(qas::Session& s)
     : session(hold(s)),
       par(read_parms(session)),
+      stages(read_first_stage(session, par)),
       mmax(read_pairs(session, par)),
       spline(make_spline(par)),
       log(session, "log", session.from_param<std::string>("log", "log")),
@@ -188,12 +196,25 @@ InversionSetup::InversionSetup(qas::Session& s)
       course(session, par),
       taper(make_taper(par)),
       vel0(read_start_model(session, par)),
+      origin(vel0),
       vref(cluster(par, vel0)),
       start(vel0.flat().begin(), vel0.flat().end()),
       variables(start, par.exact() ? spline : std::nullopt),
-      bounds(variables.bounds(sample_bounds(session, par, start))),
+      sample_bounds(read_bounds(session, par, start)),
+      bounds(variables.bounds(sample_bounds)),
       slowest(slowest_model(par, variables, bounds, vel0)),
       pick1(read_picks(session, par)) {}
+
+void InversionSetup::enter(const Stage& stage, std::span<const double> model) {
+    par = stage.par;
+    spline = make_spline(par);
+    start.assign(model.begin(), model.end());
+    std::ranges::transform(start, vel0.flat().begin(), [](double s) { return static_cast<float>(s); });
+    vref = cluster(par, vel0);
+    variables = Variables(start, spline);
+    bounds = variables.bounds(sample_bounds);
+    slowest = slowest_model(par, variables, bounds, vel0);
+}
 
 void InversionSetup::begin_outputs() {
     if (par.niter > 0) session.open_outputs(outputs_with_data(par, session));
@@ -254,6 +275,7 @@ unsigned InversionSetup::planner_flags() const {
 Inversion InversionSetup::inversion(const LateralFft& fft) {
     Inversion run{par, session, listing, fft, taper, vel0, vref, pick1, spline};
     run.slowest = slowest;
+    run.origin = origin;
     return run;
 }
 

@@ -365,11 +365,15 @@ void check_added_terms(const Parms& par) {
                par.regularise);
 }
 
-/// The fit of predicted data, and stopping by it.
-void check_fit(const Parms& par, qas::Session& session) {
+void check_stop_rule(const Parms& par) {
     if (!(par.stop_rise >= 0.0f && par.stop_rise < 1.0f))
         refuse("stop_rise=%g: permitted is a rise of fit of 0 or more, and less than 1", par.stop_rise);
     if (par.stop_patience < 1) refuse("stop_patience=%d: permitted are 1 or more accepted models", par.stop_patience);
+}
+
+/// The fit of predicted data, and stopping by it.
+void check_fit(const Parms& par, qas::Session& session) {
+    check_stop_rule(par);
     for (const char* key : {"stop_rise", "stop_patience"})
         if (session.exist_file(key) && !par.stops_by_fit) warn("%s: without effect, since stop=fit is not given", key);
     if (!par.fit) return;
@@ -389,7 +393,7 @@ void check_exact(const Parms& par, qas::Session& session) {
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z", "fit",
-                                "course", "best", "stop", "stop_rise", "stop_patience"})
+                                "course", "best", "stop", "stop_rise", "stop_patience", "stages"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
         if (par.light && par.timeshift) warn("light=yes: without effect with timeshift=yes");
         return;
@@ -411,6 +415,18 @@ void check_exact(const Parms& par, qas::Session& session) {
     for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz"})
         if (session.exist_file(tag))
             warn("%s: gradient=exact forms no such wavefield; only its header is written", tag);
+}
+
+void check_stage(const Parms& par) {
+    if (par.niter < 1) refuse("niter=%d: a stage needs 1 or more iterations", par.niter);
+    if (par.firststep < 0.0f || par.firststep >= 1.0f)
+        refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
+    if (par.spline_grad() && (par.axk.n == not_given || par.azk.n == not_given))
+        refuse("stages: knots are needed in the run's own keys, across and in depth, where a stage sets some");
+    check_spline(par);
+    check_offsets(par);
+    check_added_terms(par);
+    check_stop_rule(par);
 }
 
 void check_settings(const Parms& par, qas::Session& session) {

@@ -17,6 +17,9 @@ void check_axes(const Parms& par, qas::Session& session);
 /// written yet.
 void check_settings(const Parms& par, qas::Session& session);
 
+/// What a stage may set: knots, weight, differences, regularisation, first step, iterations, stop rule.
+void check_stage(const Parms& par);
+
 /// The depth axis: levels lost to rounding, the top of the image against that of the model.
 void check_depths(const Parms& par);
 

@@ -228,6 +228,7 @@ KeyGroup own() {
             {"best", output, "", "", "gradient=exact", "slowness of the accepted model of the greatest fit"},
             {"stop", text, "", "", "gradient=exact", "fit: end the run when fit no longer rises"},
             {"stop_rise", real, "", "0.001", "stop", "rise of fit that is too little"},
+            {"stages", text, "", "", "gradient=exact", "file: a line of key=value words for each stage of the run"},
             {"stop_patience", integer, "", "2", "stop", "accepted models over which it is taken"},
             {"fftplan", text, "", "auto", "", "planning of transforms: auto, patient or estimate"},
             {"light", logical, "", "n", "gradient=classic", "illumination compensation of the image; writes illum"},

@@ -9,6 +9,7 @@
 #include "src/areal/wemva/start/checks.h"
 #include "src/areal/wemva/start/key_table.h"
 #include "src/areal/wemva/start/owparam.h"
+#include "src/areal/wemva/start/stages.h"
 #include "tests/tiny_survey.h"
 
 using namespace morvane;
@@ -511,6 +512,47 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
         EXPECT_EQ(start(survey).fatal, row.text);
         EXPECT_FALSE(std::filesystem::exists(survey.dir / "velout.H"))
             << "an earlier result would have been overwritten";
+    }
+}
+
+TEST(ReadStages, OverridesOfEachLineAndWhatIsWrongWithIt) {
+    const files::TempDir dir;
+    const std::string name = dir / "stages";
+    Parms run;
+    run.nz = 8;
+    run.img.xm = {24, 10.0f, 80.0f, {}};
+    run.img.z = {8, 10.0f, 0.0f, {}};
+    run.img.sh = {3, 10.0f, -10.0f, {}};
+    run.axk = {5, 80.0f, 0.0f, {}};
+    run.azk = {4, 40.0f, -20.0f, {}};
+    const auto read = [&](const std::string& text) {
+        files::write_text(name, text);
+        qas::Session session(std::vector<std::string>{"morvane", "stages=" + name});
+        return read_stages(session, run);
+    };
+    const std::vector<Stage> stages = read("# two\nniter=3\n expdso=0.25 dxk=30 dzk=20 nzk=9\r\n");
+    ASSERT_EQ(stages.size(), 2u);
+    EXPECT_EQ(stages[0].par.niter, 3);
+    EXPECT_EQ(stages[1].par.niter, run.niter);
+    EXPECT_EQ(stages[1].par.expdso, 0.25f);
+    EXPECT_EQ(stages[1].par.axk.n, 12) << "as far as those of the run, 4 times 80";
+    EXPECT_EQ(stages[1].par.azk.n, 9);
+    for (const auto& [text, message] : std::map<std::string, std::string>{
+             {"", "no stage in its 0 lines, one a line is needed"},
+             {"niter=2\nnh=5\n",
+              "line 2 has \"nh=5\"; a stage takes depthdiff, dxk, dzk, expdso, firststep, niter, nxk"},
+             {"niter", "line 1 has \"niter\"; a stage takes"},
+             {"niter=2.5", "line 1 has \"niter=2.5\"; a finite number is needed (a whole one for a count)"},
+             {"expdso=nan", "line 1 has \"expdso=nan\"; a finite number"},
+             {"niter=0", "line 1: niter=0: a stage needs 1 or more iterations"},
+             {"depthdiff=3", "line 1: depthdiff=3: permitted are 0 to 2 differences"},
+             {"dxk=-1", "line 1: dxk=-1: the distance of the knots must be positive"}}) {
+        try {
+            read(text);
+            ADD_FAILURE() << text;
+        } catch (const qas::Fatal& error) {
+            EXPECT_THAT(error.what(), HasSubstr("stages=" + name + ": " + message));
+        }
     }
 }
 
