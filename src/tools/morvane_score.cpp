@@ -50,9 +50,9 @@ std::string named(qas::Session& session, const std::string& tag) {
 Axis header_axis(qas::Session& session, const std::string& tag, int k) {
     const std::string number = std::to_string(k);
     Axis axis{session.from_aux<int>(tag, "n" + number),
-                    session.from_aux<float>(tag, "d" + number),
-                    session.from_aux<float>(tag, "o" + number, 0.0f),
-                    {}};
+              session.from_aux<float>(tag, "d" + number),
+              session.from_aux<float>(tag, "o" + number, 0.0f),
+              {}};
     if (axis.n < 1 || axis.n > 100000000 || !(axis.d != 0.0f))
         qaserr("%s=%s: n%d=%d, d%d=%g are no axis\n", tag.c_str(), named(session, tag).c_str(), k, axis.n, k,
                static_cast<double>(axis.d));
