@@ -3,6 +3,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "lib/base/index.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
@@ -78,8 +79,8 @@ AcousticFd::AcousticFd(const FdGrid& grid, View<const float, 2> velocity)
       top_(grid.absorb + grid.above),
       ld_((mx_ + 2 * halo + 15) / 16 * 16),
       source_factor_(1.0f / (grid.dx * grid.dz)),
-      v2_(static_cast<std::size_t>(mx_) * mz_),
-      now_(static_cast<std::size_t>(ld_) * (mz_ + 2 * halo)),
+      v2_(at(mx_) * at(mz_)),
+      now_(at(ld_) * at(mz_ + 2 * halo)),
       before_(now_.size()),
       cx_(scaled(second_derivative, 1.0 / (double(grid.dx) * grid.dx))),
       cz_(scaled(second_derivative, 1.0 / (double(grid.dz) * grid.dz))),
@@ -88,7 +89,7 @@ AcousticFd::AcousticFd(const FdGrid& grid, View<const float, 2> velocity)
     for (int iz = 0; iz < mz_; ++iz)
         for (int ix = 0; ix < mx_; ++ix) {
             const float vdt = grid.dt * velocity(std::clamp(ix - left_, 0, nx_ - 1), std::clamp(iz - top_, 0, nz_ - 1));
-            v2_[static_cast<std::size_t>(iz) * mx_ + ix] = vdt * vdt;
+            v2_[at(iz) * at(mx_) + at(ix)] = vdt * vdt;
         }
     // Damping grows with the square of the depth into the layer so that 1e-5 of a wave at normal incidence returns; the
     // frequency shift falls from pi fpeak to zero, which keeps the layer effective for grazing waves.
@@ -115,7 +116,7 @@ AcousticFd::AcousticFd(const FdGrid& grid, View<const float, 2> velocity)
 }
 
 std::span<const float> AcousticFd::row(int iz) const {
-    return {now_.data() + at(left_, top_ + iz), static_cast<std::size_t>(nx_)};
+    return {now_.data() + place(left_, top_ + iz), static_cast<std::size_t>(nx_)};
 }
 
 /// In a layer the derivative d/dx becomes d/dx + psi *: p_xx turns into p_xx + psi_x + zeta with
@@ -126,8 +127,8 @@ void AcousticFd::absorb_sides() {
         const int n = layer.n, first = side == 0 ? 0 : mx_ - n;
         const float* __restrict a = layer.a.data(), * __restrict b = layer.b.data();
         for (int iz = 0; iz < mz_; ++iz) {
-            const float* __restrict now = now_.data() + at(first, iz);
-            float* __restrict next = before_.data() + at(first, iz);
+            const float* __restrict now = now_.data() + place(first, iz);
+            float* __restrict next = before_.data() + place(first, iz);
             const float* __restrict v2 = v2_.data() + static_cast<std::ptrdiff_t>(iz) * mx_ + first;
             float* __restrict psi = layer.psi.data() + static_cast<std::ptrdiff_t>(iz) * (n + 2 * halo) + halo;
             float* __restrict zeta = layer.zeta.data() + static_cast<std::ptrdiff_t>(iz) * n;
@@ -149,16 +150,16 @@ void AcousticFd::absorb_caps() {
         const int n = layer.n, first = side == 0 ? 0 : mz_ - n;
         float* const psi_start = layer.psi.data() + static_cast<std::ptrdiff_t>(halo) * mx_;
         for (int j = 0; j < n; ++j) {
-            const float a = layer.a[j], b = layer.b[j];
-            const float* __restrict now = now_.data() + at(0, first + j);
+            const float a = layer.a[at(j)], b = layer.b[at(j)];
+            const float* __restrict now = now_.data() + place(0, first + j);
             float* __restrict psi = psi_start + static_cast<std::ptrdiff_t>(j) * mx_;
 #pragma omp simd
             for (int i = 0; i < mx_; ++i) psi[i] = b * psi[i] + a * derivative1(now + i, ld_, gz_.data());
         }
         for (int j = 0; j < n; ++j) {
-            const float a = layer.a[j], b = layer.b[j];
-            const float* __restrict now = now_.data() + at(0, first + j);
-            float* __restrict next = before_.data() + at(0, first + j);
+            const float a = layer.a[at(j)], b = layer.b[at(j)];
+            const float* __restrict now = now_.data() + place(0, first + j);
+            float* __restrict next = before_.data() + place(0, first + j);
             const float* __restrict v2 = v2_.data() + static_cast<std::ptrdiff_t>(first + j) * mx_;
             const float* __restrict psi = psi_start + static_cast<std::ptrdiff_t>(j) * mx_;
             float* __restrict zeta = layer.zeta.data() + static_cast<std::ptrdiff_t>(j) * mx_;
@@ -174,12 +175,12 @@ void AcousticFd::absorb_caps() {
 
 void AcousticFd::step(float source, int ix) {
     for (int iz = 0; iz < mz_; ++iz)
-        step_row(now_.data() + at(0, iz), before_.data() + at(0, iz),
+        step_row(now_.data() + place(0, iz), before_.data() + place(0, iz),
                  v2_.data() + static_cast<std::ptrdiff_t>(iz) * mx_, mx_, ld_, cx_, cz_);
     absorb_sides();
     absorb_caps();
-    before_[static_cast<std::size_t>(at(left_ + ix, top_))] +=
-        v2_[static_cast<std::size_t>(top_) * mx_ + left_ + ix] * source * source_factor_;
+    before_[static_cast<std::size_t>(place(left_ + ix, top_))] +=
+        v2_[at(top_) * at(mx_) + at(left_ + ix)] * source * source_factor_;
     std::swap(now_, before_);
 }
 
@@ -190,8 +191,8 @@ StepTransform::StepTransform(std::span<const float> freqs, int nt, float dt)
       sin_(cos_.size()) {
     for (int n = 0; n < nt; ++n)
         for (int k = 0; k < nf_; ++k) {
-            const double theta_dt = 2.0 * std::asin(std::numbers::pi * freqs[k] * dt);
-            const std::size_t i = static_cast<std::size_t>(n) * nf_ + k;
+            const double theta_dt = 2.0 * std::asin(std::numbers::pi * freqs[at(k)] * dt);
+            const std::size_t i = at(n) * at(nf_) + at(k);
             cos_[i] = static_cast<float>(std::cos(theta_dt * n) * dt);
             sin_[i] = static_cast<float>(std::sin(theta_dt * n) * dt);
         }
@@ -202,7 +203,7 @@ std::vector<std::complex<double>> StepTransform::of(std::span<const float> sampl
     const int last = std::min(nt_, static_cast<int>(samples.size()));
     for (int n = 0; n < last; ++n)
         for (int k = 0; k < nf_; ++k)
-            sum[k] += static_cast<double>(samples[n]) * std::complex<double>(cosine(n)[k], sine(n)[k]);
+            sum[at(k)] += static_cast<double>(samples[at(n)]) * std::complex<double>(cosine(n)[k], sine(n)[k]);
     return sum;
 }
 

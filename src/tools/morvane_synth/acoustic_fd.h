@@ -66,7 +66,7 @@ private:
 
     void absorb_sides();
     void absorb_caps();
-    std::ptrdiff_t at(int ix, int iz) const { return (iz + halo) * ld_ + ix + halo; }
+    std::ptrdiff_t place(int ix, int iz) const { return (iz + halo) * ld_ + ix + halo; }
 };
 
 /// Frequencies to which the time steps of a shot are transformed: F(f) = sum_n p(n dt) exp(+i theta n dt) dt with

@@ -6,6 +6,7 @@
 #include <numbers>
 #include <numeric>
 
+#include "lib/base/index.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
@@ -51,7 +52,7 @@ public:
         if (t <= 0) return 0.0;
         const auto above = std::ranges::upper_bound(time_, t);
         const auto i = std::clamp<std::ptrdiff_t>(above - time_.begin() - 1, 0, std::ssize(time_) - 2);
-        return offset_step_ * (i + (t - time_[i]) / (time_[i + 1] - time_[i]));
+        return offset_step_ * (static_cast<double>(i) + (t - time_[at(i)]) / (time_[at(i + 1)] - time_[at(i)]));
     }
 };
 
@@ -101,7 +102,7 @@ void inverse_transform(const std::vector<cf>& spectrum, std::span<float> samples
     for (std::ptrdiff_t i = 0; i < n; ++i) {
         double sum = 0.5 * spectrum[0].real();
         for (std::ptrdiff_t k = 1; k < std::ssize(spectrum); ++k)
-            sum += (std::complex<double>(spectrum[k]) * turn[static_cast<std::size_t>(i * k % n)]).real();
+            sum += (std::complex<double>(spectrum[at(k)]) * turn[static_cast<std::size_t>(i * k % n)]).real();
         samples[static_cast<std::size_t>(i)] = static_cast<float>(2.0 * sum / period);
     }
 }

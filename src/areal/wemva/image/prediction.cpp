@@ -5,6 +5,7 @@
 #include <cstring>
 #include <numbers>
 
+#include "lib/base/index.h"
 #include "lib/corelibs/qas/messages/qaserr.h"
 
 namespace morvane {
@@ -12,10 +13,6 @@ namespace morvane {
 namespace {
 
 constexpr float diagonal_only = -999.0f;
-
-std::size_t at(int i) {
-    return static_cast<std::size_t>(i);
-}
 
 /// sum += a b
 void add_product(const ComplexLanes& a, const ComplexLanes& b, ComplexLanes& sum) {

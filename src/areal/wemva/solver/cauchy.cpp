@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "lib/base/fixed_format.h"
+#include "lib/base/index.h"
 #include "src/areal/wemva/solver/console.h"
 #include "src/areal/wemva/solver/dense.h"
 
@@ -53,8 +54,8 @@ Path start_path(const Bounds& bounds, const CauchyVectors& vectors) {
         d[i] = neggi;
         if ((lower && neggi < 0) || (upper && neggi > 0)) {
             const double time = neggi < 0 ? tl / -neggi : tu / neggi;
-            iorder[path.nbreak] = static_cast<int>(i) + 1;
-            t[path.nbreak] = time;
+            iorder[at(path.nbreak)] = static_cast<int>(i) + 1;
+            t[at(path.nbreak)] = time;
             ++path.nbreak;
             if (path.nbreak == 1 || time < path.bkmin) {
                 path.bkmin = time;
@@ -62,7 +63,7 @@ Path start_path(const Bounds& bounds, const CauchyVectors& vectors) {
             }
         } else {
             --path.nfree;
-            iorder[path.nfree - 1] = static_cast<int>(i) + 1;
+            iorder[at(path.nfree - 1)] = static_cast<int>(i) + 1;
             if (neggi != 0) path.bnded = false;
         }
     }
@@ -124,13 +125,13 @@ struct Walk {
     /// bound. The first is known; the others come from a heap.
     std::pair<double, int> next_breakpoint(int segment) {
         const auto& [x, g, iorder, iwhere, t, d, xcp] = vectors;
-        if (segment == 1) return {path.bkmin, iorder[path.ibkmin - 1]};
+        if (segment == 1) return {path.bkmin, iorder[at(path.ibkmin - 1)]};
         if (segment == 2 && path.ibkmin != path.nbreak) {
-            t[path.ibkmin - 1] = t[path.nbreak - 1];
-            iorder[path.ibkmin - 1] = iorder[path.nbreak - 1];
+            t[at(path.ibkmin - 1)] = t[at(path.nbreak - 1)];
+            iorder[at(path.ibkmin - 1)] = iorder[at(path.nbreak - 1)];
         }
         hpsolb(nleft, t.data(), iorder.data(), segment - 2);
-        return {t[nleft - 1], iorder[nleft - 1]};
+        return {t[at(nleft - 1)], iorder[at(nleft - 1)]};
     }
 
     /// Leave variable b, from 0, at its bound from here on. @return its component of d
@@ -297,14 +298,14 @@ bool freev(FreeSet& set, std::span<const int> iwhere, bool updatd, bool cnstnd, 
     ileave = n + 1;
     if (iter > 0 && cnstnd) {
         for (int i = 0; i < n; ++i) {
-            const int k = index[i];
-            const bool is_active = iwhere[k - 1] > 0;
+            const int k = index[at(i)];
+            const bool is_active = iwhere[at(k - 1)] > 0;
             if (i < nfree && is_active) {
                 --ileave;
-                indx2[ileave - 1] = k;
+                indx2[at(ileave - 1)] = k;
                 report(k, " leaves the set of free variables");
             } else if (i >= nfree && !is_active) {
-                indx2[nenter] = k;
+                indx2[at(nenter)] = k;
                 ++nenter;
                 report(k, " enters the set of free variables");
             }
@@ -319,10 +320,10 @@ bool freev(FreeSet& set, std::span<const int> iwhere, bool updatd, bool cnstnd, 
     nfree = 0;
     int last = n;
     for (int i = 1; i <= n; ++i) {
-        if (iwhere[i - 1] <= 0) {
-            index[nfree++] = i;
+        if (iwhere[at(i - 1)] <= 0) {
+            index[at(nfree++)] = i;
         } else {
-            index[--last] = i;
+            index[at(--last)] = i;
         }
     }
     if (iprint >= 99) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "lib/base/fixed_format.h"
+#include "lib/base/index.h"
 #include "src/areal/wemva/solver/bounds.h"
 #include "src/areal/wemva/solver/cauchy.h"
 #include "src/areal/wemva/solver/console.h"
@@ -266,7 +267,7 @@ bool converged(Run& run) {
 void store_pair(Run& run) {
     const std::ptrdiff_t n = run.n;
     const Search& search = run.search;
-    for (std::ptrdiff_t i = 0; i < n; ++i) run.r[i] = run.g[i] - run.r[i];
+    for (std::ptrdiff_t i = 0; i < n; ++i) run.r[at(i)] = run.g[at(i)] - run.r[at(i)];
     const double rr = ddot(n, run.r.data(), run.r.data());
     double dr = search.gd - search.gdold;
     double ddum = -search.gdold;

@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/base/index.h"
 #include "lib/base/simd_math.h"
 
 namespace morvane {
 
 namespace {
-
-std::size_t at(std::ptrdiff_t i) {
-    return static_cast<std::size_t>(i);
-}
 
 /// out = in * table, or out += in * table
 template <bool add>

@@ -4,15 +4,12 @@
 #include <cstring>
 #include <type_traits>
 
+#include "lib/base/index.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 
 namespace morvane {
 
 namespace {
-
-std::size_t at(std::ptrdiff_t i) {
-    return static_cast<std::size_t>(i);
-}
 
 /// Lane k of row i goes to lane i of row k.
 void transpose(Float8 (&row)[levels_at_a_time]) {

@@ -1,15 +1,12 @@
 #include "src/areal/wemva/step/medium.h"
 
+#include "lib/base/index.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 #include "src/areal/wemva/step/pspi_level.h"
 
 namespace morvane {
 
 namespace {
-
-std::size_t at(std::ptrdiff_t i) {
-    return static_cast<std::size_t>(i);
-}
 
 /// The levels of the finite-difference form.
 template <class Real>

@@ -2,15 +2,12 @@
 
 #include <algorithm>
 
+#include "lib/base/index.h"
 #include "src/areal/wemva/step/ffd_derivative.h"
 
 namespace morvane {
 
 namespace {
-
-std::size_t at(std::ptrdiff_t i) {
-    return static_cast<std::size_t>(i);
-}
 
 int stage_count(const DepthStep& step) {
     return static_cast<int>(step.stages.size());
