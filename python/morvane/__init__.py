@@ -11,7 +11,7 @@ Arrays count as NumPy does: axis 1 of the header, the fastest, is the last. NumP
 the report (`morvane_report`, or `python3 -m morvane.report`).
 """
 from .dataset import Dataset, Error, read, write
-from .runs import Run, course, parameters, run
+from .runs import Run, course, parameters, program, run
 from .figures import show
 
-__all__ = ["Dataset", "Error", "Run", "course", "parameters", "read", "run", "show", "write"]
+__all__ = ["Dataset", "Error", "Run", "course", "parameters", "program", "read", "run", "show", "write"]

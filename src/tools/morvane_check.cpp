@@ -107,7 +107,8 @@ std::vector<Verdict> judge_focus(const Inversion& run, Shots& shots, const std::
     for (const Variant& variant : {Variant{true, true}, Variant{true, false}, Variant{false, true}})
         signs.push_back(image(variant));
     std::vector<Verdict> out{judge_signs(signs, judge(records.direct, 1.0, 3.0) != Level::ok)};
-    if (out[0].level != Level::wrong) {
+    constexpr std::size_t enough = 8;  // shots whose images can focus
+    if (out[0].level != Level::wrong && used.size() >= enough) {
         constexpr double largest_error = 0.15;  // of the start velocity
         const double period = 1.0 / records.peak, depth = (run.par.img.z.n - 1) * static_cast<double>(run.par.v.z.d);
         std::vector<double> shifts;

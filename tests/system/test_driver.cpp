@@ -905,7 +905,7 @@ TEST(Driver, HelpNamesTheRequiredKeysAndTheManual) {
         if (!std::filesystem::exists(MORVANE_BIN_DIR "/" + program)) continue;  // without libsegyio
         const files::TempDir dir;
         const Outcome run = files::run_program(program, {"--version"}, dir.text());
-        EXPECT_THAT(run.out, testing::MatchesRegex(program + "( [(]morvane[)])? [0-9.]+\n"));
+        EXPECT_THAT(run.out, testing::MatchesRegex(program + "( [(]morvane[)])? [0-9.]+( [(]commit [0-9a-f]+[)])?\n"));
         EXPECT_NE(
             files::run_program("/bin/sh", {"-c", MORVANE_BIN_DIR "/" + program + " --help >/dev/full"}, dir.text())
                 .status,

@@ -253,9 +253,9 @@ double time_zero(const std::vector<double>& shifts, const std::vector<Focus>& im
 Verdict judge_time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest,
                         double period) {
     const double t0 = time_zero(shifts, images, steepest);
-    const Level level = judge(std::abs(t0), 0.22, 0.36);
+    const Level level = judge(std::abs(t0), 0.3, 0.36);
     const std::string text =
-        strprintf("the image focuses best with the records %.3g later, %.2f periods (at most 0.22)", t0 * period, t0);
+        strprintf("the image focuses best with the records %.3g later, %.2f periods (at most 0.3)", t0 * period, t0);
     return {level, "time zero",
             level == Level::ok ? text
                                : text +
