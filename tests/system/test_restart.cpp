@@ -73,6 +73,7 @@ TEST(Restart, OnlyTheSameRunGoesOn) {
         {{{"normalise", "y"}}, "normalise was not given when the checkpoint was written, and is \"y\" now"},
         {{{"niter", "1"}}, "niter=1, and the run has done 2 iterations"},
         {{{"Velout", survey.dir / "other.H"}}, "Velout was"},
+        {{{"grad", "|cat >/dev/null"}, {"resume", "n"}}, "the data of output grad are not in an ordinary file"},
         {{{"resume", "maybe"}}, "resume=maybe: n, y or auto is needed"},
         {{{"checkpoint_minutes", "-1"}}, "checkpoint_minutes=-1: 0 (before each shot) or more is needed"},
         {{{"checkpoint", survey.dir / "rec.H"}}, "this is header"},

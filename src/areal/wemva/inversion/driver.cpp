@@ -259,6 +259,7 @@ std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state
     std::optional<EvaluationArrays> arrays(std::in_place, setup.par);
     qas::PlainOutput report = claim_report(setup.session);
     RunWatch watch(setup, state, *arrays);
+    watch.check_outputs();
     if (watch.resumes()) {
         watch.read();
         watch.resume_outputs(report);

@@ -12,6 +12,7 @@
 #include "src/areal/wemva/restart/fingerprint.h"
 #include "src/areal/wemva/run/interruption.h"
 #include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/start/checks.h"
 
 namespace morvane {
 
@@ -124,7 +125,11 @@ void RunWatch::resume_outputs(qas::PlainOutput& report) {
 
 void RunWatch::begin(qas::PlainOutput& report) {
     report_ = &report;
+}
+
+void RunWatch::check_outputs() {
     if (!file_) return;
+    setup_.session.open_outputs(outputs_with_data(setup_.par, setup_.session));
     for (const qas::OutputExtent& extent : setup_.session.sync_outputs())
         if (extent.data.empty() && extent.tag != "out")
             refuse("checkpoint=%s: the data of output %s are not in an ordinary file, and could not be gone on with",
@@ -143,7 +148,7 @@ void RunWatch::before_shot(const Position& position) {
     if (file_ && (signal != 0 || monotonic_seconds() - written_at_ >= wait)) write();
     if (signal == 0) return progress_.show(state_.iter, state_.titer, position);
     progress_.clear();
-    throw Interrupted{signal, file_ && file_->is_current()};
+    throw Interrupted{signal, file_ && file_->is_usable()};
 }
 
 void RunWatch::finish() {

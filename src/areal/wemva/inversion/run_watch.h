@@ -33,6 +33,9 @@ public:
     void read();
     /// The outputs go on from there, and the history says so. @param report the solver's, "iterate.dat"
     void resume_outputs(qas::PlainOutput& report);
+    /// To be called before the outputs begin, so that what is refused leaves them as they were.
+    /// Errors: an output whose data are not in an ordinary file, or in several.
+    void check_outputs();
     /// To be called when outputs have begun: the checkpoint holds how far the report is, too.
     void begin(qas::PlainOutput& report);
     /// Checkpoint when it is due; ends the run after a signal.

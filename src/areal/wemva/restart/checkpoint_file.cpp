@@ -50,7 +50,7 @@ bool CheckpointFile::write_new(const Keep& keep) {
 
 /// At any moment FILE or FILE.1 is whole.
 bool CheckpointFile::put_into_place() const {
-    if (holds_something(name_)) {
+    if (newest_is_whole_ && holds_something(name_)) {
         if (::unlink(older_.c_str()) != 0 && errno != ENOENT) return false;
         if (::link(name_.c_str(), older_.c_str()) != 0 && ::rename(name_.c_str(), older_.c_str()) != 0) return false;
     }
@@ -60,21 +60,25 @@ bool CheckpointFile::put_into_place() const {
 void CheckpointFile::write(const Keep& keep) {
     claims_.clear();
     errno = 0;
-    current_ = write_new(keep);
-    if (current_) return;
+    if (write_new(keep)) {
+        usable_ = newest_is_whole_ = true;
+        return;
+    }
     const int reason = errno;
     ::unlink(newer_.c_str());
     warn("checkpoint=%s cannot be written: %s; the run goes on, and the checkpoint before it stays", name_.c_str(),
          std::strerror(reason));
 }
 
-void CheckpointFile::read(const Keep& restore) const {
+void CheckpointFile::read(const Keep& restore) {
     std::string trouble;
     for (const std::string& name : {name_, older_}) {
         try {
             ArchiveReader archive(name);
             if (!trouble.empty()) warn("%s: going on from %s, the one before it", trouble.c_str(), name.c_str());
             restore(archive);
+            usable_ = true;
+            newest_is_whole_ = name == name_;
             return;
         } catch (const ArchiveError& error) {
             trouble += (trouble.empty() ? "checkpoint=" : "; ") + name + " " + error.reason;

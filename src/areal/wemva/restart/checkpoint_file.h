@@ -19,21 +19,22 @@ public:
     CheckpointFile(qas::Session& session, const std::string& name);
     /// Whether there was one to go on from when the run began.
     bool existed() const { return existed_; }
-    /// Whether the last write succeeded, and there was one.
-    bool is_current() const { return current_; }
+    /// Whether this run has written one, or read the one it goes on from.
+    bool is_usable() const { return usable_; }
     /// @param keep hands everything over to the archive
     /// A file that cannot be written is warned about, and the old one stays.
     void write(const Keep& keep);
     /// Reads FILE or, with a warning, FILE.1 if that is gone or damaged.
     /// Errors: neither can be used; what is wrong with each.
-    void read(const Keep& restore) const;
+    void read(const Keep& restore);
 
 private:
     bool write_new(const Keep& keep);
     bool put_into_place() const;
 
     std::string name_, older_, newer_;
-    bool existed_, current_ = false;
+    bool existed_, usable_ = false;
+    bool newest_is_whole_ = true;           // FILE, and so worth keeping as FILE.1
     std::vector<qas::PlainOutput> claims_;  // until the first is written
     qas::Descriptor lock_;                  // on the file that was written last
 };

@@ -120,7 +120,7 @@ TEST(CheckpointFile, TheOneBeforeServesAndAFailedWriteLeavesBoth) {
         State state = sample();
         for (state.count = 1; state.count <= 3; ++state.count) {
             file.write([&](Archive& archive) { state.archive(archive); });
-            EXPECT_TRUE(file.is_current());
+            EXPECT_TRUE(file.is_usable());
         }
         auto second = session();
         EXPECT_THROW(CheckpointFile(*second, name), qas::Fatal) << "another run writes it";
@@ -129,6 +129,18 @@ TEST(CheckpointFile, TheOneBeforeServesAndAFailedWriteLeavesBoth) {
     const std::string whole = files::read_text(name);
     files::write_text(name, whole.substr(0, whole.size() / 2));
     EXPECT_EQ(read(), 2);
+    {
+        auto s = session();
+        CheckpointFile file(*s, name);
+        State state;
+        const auto keep = [&](Archive& archive) { state.archive(archive); };
+        file.read(keep);
+        file.write([&](Archive& archive) {
+            keep(archive);
+            std::filesystem::remove(name + ".new");  // ends as a kill before the last rename does
+        });
+    }
+    EXPECT_EQ(read(), 2) << "a damaged file does not take the place of the good one before it";
     std::filesystem::remove(name);
     EXPECT_EQ(read(), 2) << "killed between two renames";
     files::write_text(name, whole);
@@ -142,7 +154,7 @@ TEST(CheckpointFile, TheOneBeforeServesAndAFailedWriteLeavesBoth) {
             state.archive(archive);
             std::filesystem::remove(name + ".new");  // cannot get into place then
         });
-        EXPECT_FALSE(file.is_current());
+        EXPECT_FALSE(file.is_usable());
     }
     EXPECT_EQ(read(), 3);
     files::write_text(name, "");
