@@ -268,7 +268,7 @@ void InversionSetup::finish_outputs() {
 
 unsigned InversionSetup::planner_flags() const {
     if (par.fftplan == "patient") return FFTW_PATIENT;
-    if (par.fftplan == "estimate") return FFTW_ESTIMATE;
+    if (par.fftplan == "estimate" || par.reproducible) return FFTW_ESTIMATE;
     return plan_flags(par.node == node_default ? omp_get_max_threads() : par.node);
 }
 

@@ -96,7 +96,8 @@ struct Parms {
     float stop_rise = 0.001f;          ///< the run ends when fit has risen by less ...
     int stop_patience = 2;             ///< ... over so many accepted models
     bool light = false;                ///< illumination compensation of the stacked image
-    float firststep = 0.0f;  ///< largest relative change of slowness in the first trial; 0: as the solver takes it
+    float firststep = 0.0f;     ///< largest relative change of slowness in the first trial; 0: as the solver takes it
+    bool reproducible = false;  ///< exact: the same bits for any number of threads and ranks
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
     std::string checkpoint;        ///< file to go on from later; empty: none is written
     float checkpoint_minutes = 10.0f;

@@ -395,6 +395,10 @@ void check_exact(const Parms& par, qas::Session& session) {
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z", "fit",
                                 "course", "best", "stop", "stop_rise", "stop_patience", "stages"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
+        if (par.reproducible)
+            refuse(
+                "reproducible=yes: not with gradient=classic, in which a thread carries the margins of its columns from "
+                "frequency to frequency, so that the image depends on which thread takes which; gradient=exact clears them");
         if (par.light && par.timeshift) warn("light=yes: without effect with timeshift=yes");
         return;
     }
@@ -436,6 +440,8 @@ void check_settings(const Parms& par, qas::Session& session) {
                node_default);
     if (par.fftplan != "auto" && par.fftplan != "patient" && par.fftplan != "estimate")
         refuse("fftplan=%s: permitted are auto, patient and estimate", par.fftplan.c_str());
+    if (par.reproducible && par.fftplan == "patient")
+        refuse("fftplan=patient: not with reproducible=yes, since plans that are measured differ in their last bits");
     if (par.l1norm)
         for (const auto& [key, value] :
              {std::pair("windx", par.windx), std::pair("windh", par.windh), std::pair("windz", par.windz)})

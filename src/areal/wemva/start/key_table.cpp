@@ -238,6 +238,7 @@ KeyGroup own() {
             {"checkpoint_minutes", real, "minutes", "10", "checkpoint",
              "time between two of them; 0: before each shot"},
             {"resume", text, "", "n", "checkpoint", "y: go on from the checkpoint; auto: if it is there, else begin"},
+            {"reproducible", logical, "", "n", "gradient=exact", "the same bits for any number of threads and ranks"},
             {"progress", logical, "", "y", "", "tell on the standard error how far the run is, once a minute"},
             {"quiet", logical, "", "n", "", "no lines of progress on the standard error"},
             {"strict", logical, "", "n", "", "unknown keys are errors, and a run that got nowhere ends with status 3"},

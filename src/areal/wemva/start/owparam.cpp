@@ -194,6 +194,7 @@ void read_own_keys(qas::Session& session, Parms& par) {
     read_fit_keys(session, par);
     read_restart_keys(session, par);
     given("light", par.light);
+    given("reproducible", par.reproducible);
 }
 
 void read_run(qas::Session& session, Parms& par) {

@@ -488,6 +488,11 @@ TEST(Owparam, ImpossibleInputIsRefusedWithItsText) {
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "regularise", "1"); }},
         {"reg_z=-5: permitted is a length of 0 or more\n",
          [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "reg_z", "-5"); }},
+        {"reproducible=yes: not with gradient=classic, in which a thread carries the margins of its columns from "
+         "frequency to frequency, so that the image depends on which thread takes which; gradient=exact clears them\n",
+         [](TinySurvey& s) { set(s, "reproducible", "y"); }},
+        {"fftplan=patient: not with reproducible=yes, since plans that are measured differ in their last bits\n",
+         [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "reproducible", "y"), set(s, "fftplan", "patient"); }},
         {"best: takes effect with gradient=exact only\n", [](TinySurvey& s) { set(s, "best", "b.H"); }},
         {"stop=fun: permitted is fit\n", [](TinySurvey& s) { set(s, "gradient", "exact"), set(s, "stop", "fun"); }},
         {"fit=no: stop=fit needs the fit\n",
