@@ -16,11 +16,11 @@
 #include "lib/corelibs/qas/messages/notes.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/setup.h"
+#include "src/areal/wemva/program/scratch_run.h"
 #include "src/areal/wemva/run/denormals.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/start/key_table.h"
 #include "src/tools/morvane_check/verdict.h"
-#include "src/tools/morvane_taylor/scratch_run.h"
 
 namespace morvane {
 namespace {

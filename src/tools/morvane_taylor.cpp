@@ -13,10 +13,10 @@
 #include "lib/corelibs/qas/messages/notes.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/setup.h"
+#include "src/areal/wemva/program/scratch_run.h"
 #include "src/areal/wemva/run/denormals.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/start/key_table.h"
-#include "src/tools/morvane_taylor/scratch_run.h"
 #include "src/tools/morvane_taylor/taylor.h"
 
 namespace morvane {

@@ -163,18 +163,26 @@ std::string stage_line(const InversionSetup& setup, int stage) {
            (words.starts_with(' ') ? "" : " ") + words;
 }
 
+/// The members of the team enter the stage too.
+void tell_stage(InversionSetup& setup, Team& team, int stage) {
+    team.begin({task_enter_stage, stage});
+    share(team, std::span(setup.start));
+}
+
 /// All stages of the run, each from the model that the one before accepted last.
-void minimise_in_stages(InversionSetup& setup, const LateralFft& fft, Watch* watch,
+void minimise_in_stages(InversionSetup& setup, const LateralFft& fft, Watch* watch, Team& team,
                         std::optional<EvaluationArrays>& arrays, RunState& state) {
     for (;;) {
         if (!setup.stages.empty()) setup.log.line(stage_line(setup, state.stage));
         Inversion run = setup.inversion(fft);
         run.watch = watch;
+        run.team = &team;
         minimise(run, setup, *arrays, state);
         if (state.stage >= static_cast<int>(setup.stages.size())) return;
         setup.enter(setup.stages[static_cast<std::size_t>(state.stage)], setup.course.accepted_model());
         setup.course.begin_stage();
         ++state.stage;
+        tell_stage(setup, team, state.stage);
         state.first_iter = state.iter;
         state.outcome.stopped.clear();
         state.solver = SolverState(setup);
@@ -245,6 +253,15 @@ void refuse_without_success(const Parms& par, const SolverState& state, const Ou
 
 namespace {
 
+/// Several processes read the inputs, each its own shots, and one alone writes.
+void check_team(qas::Session& session) {
+    for (const char* tag : {"vel", "rec", "sou"})
+        if (session.data_size(tag) < 0)
+            refuse("%s: its data are a pipe or socket, which only one rank could read; put them into a file", tag);
+    for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz", "zzz"})
+        if (session.exist_file(tag)) refuse("%s: is written by a run of one rank only", tag);
+}
+
 /// Ends as the signal would have ended it.
 [[noreturn]] void end_by(int signal) {
     std::fflush(nullptr);
@@ -254,12 +271,14 @@ namespace {
 }
 
 /// The run from its first evaluation, or from its checkpoint, to its end. Returns the signal that ended it; none: 0.
-std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state) {
+std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state, Team& team) {
     const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
     std::optional<EvaluationArrays> arrays(std::in_place, setup.par);
     qas::PlainOutput report = claim_report(setup.session);
-    RunWatch watch(setup, state, *arrays);
+    RunWatch watch(setup, state, *arrays, team);
     watch.check_outputs();
+    team.begin({task_set_up, 0});
+    team.meet();
     if (watch.resumes()) {
         watch.read();
         watch.resume_outputs(report);
@@ -270,7 +289,7 @@ std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state
     watch.begin(report);
     std::optional<Interrupted> interrupted;
     try {
-        minimise_in_stages(setup, fft, &watch, arrays, state);
+        minimise_in_stages(setup, fft, &watch, team, arrays, state);
         watch.finish();
     } catch (const Interrupted& reason) {
         interrupted = reason;
@@ -283,7 +302,8 @@ std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state
 
 }  // namespace
 
-void invert(qas::Session& session) {
+void invert(qas::Session& session, Team& team) {
+    if (team.size() > 1) check_team(session);
     session.begin_prog();
     InversionSetup setup(session);
     RunState state(setup);
@@ -291,7 +311,7 @@ void invert(qas::Session& session) {
     if (setup.par.niter > 0 && state.solver.refuses()) {
         state.solver.call(without_file);
     } else if (setup.par.niter > 0) {
-        interrupted = run_to_the_end(setup, state);
+        interrupted = run_to_the_end(setup, state, team);
     } else {
         setup.begin_outputs();
         setup.finish_outputs();

@@ -52,25 +52,6 @@ void check_result(const Parms& par, const EvaluationArrays& arrays, const char* 
            static_cast<long long>(bad), samples.size(), what, cause.c_str());
 }
 
-/// Divides by the illumination where there is any.
-void compensate(View<float, 3> image, View<const float, 2> illumination) {
-    for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
-        for (std::ptrdiff_t ih = 0; ih < image.n[1]; ++ih)
-            for (std::ptrdiff_t ix = 0; ix < image.n[0]; ++ix)
-                image(ix, ih, iz) =
-                    image(ix, ih, iz) * illumination(ix, iz) / (illumination(ix, iz) * illumination(ix, iz) + 0.5f);
-}
-
-/// Before the sums of a shot are added: if it took too long after a signal they are wanting, and the run ends here.
-void drop_if_overdue(const Inversion& run, const Position& position) {
-    if (run.watch && interruption::is_overdue()) run.watch->before_shot(position);
-}
-
-void list_shot(const Inversion& run, int ishot, float start) {
-    run.listing.line("EXTRAPOLATED WAVEFIELDS = " + column_int(ishot, 4) + " OUT OF " +
-                     column_int(run.par.rec.xd.n, 4) + " IN " + minutes(start, owexec_time(), 6) + " min");
-}
-
 void write_panel(const Inversion& run, const char* tag, int titer, std::span<const float> samples) {
     if (!run.panels) return;
     run.session.to_history<int>("n4", titer, tag);
@@ -101,104 +82,6 @@ void check_signs(EvaluationArrays& arrays, std::span<const double> x, int titer)
         "of physical models. The run goes on, and this is said once; bounds, or firststep=0.03, or both would keep it within",
         titer, wrong, x.size(), *std::ranges::min_element(x));
 }
-
-}  // namespace
-
-EvaluationArrays::EvaluationArrays(const Parms& par)
-    : objective(make_objective(par)),
-      shots(par, objective->is_smooth()),
-      model({par.img.xm.n, par.img.z.n}),
-      b_image({par.img.xm.n, par.nsecdim, par.img.z.n}),
-      deltai({par.kxm.n, par.nsecdim, par.img.z.n}),
-      deltas({par.kxm.n, par.img.z.n}),
-      scats({par.img.xm.n, par.img.z.n}),
-      illum(par.compensates() ? Array<float, 2>({par.kxm.n, par.img.z.n}) : Array<float, 2>()),
-      illumination(par.compensates() ? Array<float, 2>({par.img.xm.n, par.img.z.n}) : Array<float, 2>()) {
-    if (!par.fit) return;
-    zero_offset = model;
-    zero_window = deltas;
-    fit_sums = Array<double, 2>({3, par.rec.w.n});
-}
-
-void EvaluationArrays::archive(Archive& archive) {
-    archive.value("position", position);
-    archive.value("measures", measures);
-    archive.value("warned of signs", warned_of_signs);
-    archive.values("illumination", illumination);
-    objective->archive(archive);
-    if (position.pass == Position::Pass::none) return;
-    archive.values("image", b_image);
-    if (position.pass != Position::Pass::gradient) return;
-    archive.values("update", scats);
-    archive.values("zero-offset image", zero_offset);
-    archive.values("sums of fit", fit_sums);
-}
-
-void form_image(const Inversion& run, EvaluationArrays& arrays, int iter) {
-    const Parms& par = run.par;
-    Shots& shots = arrays.shots;
-    Position& at = arrays.position;
-    if (at.pass == Position::Pass::none) {
-        at = {Position::Pass::image, 1};
-        arrays.b_image.fill(0.0f);
-    }
-    const float start1 = owexec_time();
-    shots.rewind(run, at.shot);
-    for (; at.shot <= par.rec.xd.n; ++at.shot) {
-        const int ishot = at.shot;
-        if (run.watch) run.watch->before_shot(at);
-        const float start = owexec_time();
-        shots.load(run, arrays.model, ishot);
-        arrays.deltai.fill(0.0f);
-        arrays.illum.fill(0.0f);
-        const int nodes = owwei_init(par);
-        owwei(shots.context(run, nodes), shots.recv, shots.source, shots.vel, arrays.deltai, arrays.illum);
-        drop_if_overdue(run, at);
-        stack(arrays.deltai, arrays.b_image, shots.first_column(), nodes);
-        if (par.compensates()) {
-            stack(arrays.illum, arrays.illumination, shots.first_column());
-            compensate(arrays.b_image, arrays.illumination);
-        }
-        list_shot(run, ishot, start);
-    }
-    run.listing.line("COMPUTED BACKGROUND IMAGE IN " + minutes(start1, owexec_time(), 10) + " min OF ITERATION # " +
-                     column_int(iter, 4));
-}
-
-void back_project(const Inversion& run, EvaluationArrays& arrays) {
-    const Parms& par = run.par;
-    Shots& shots = arrays.shots;
-    Position& at = arrays.position;
-    if (at.pass != Position::Pass::gradient) {
-        at = {Position::Pass::gradient, 1};
-        arrays.scats.fill(0.0f);
-        arrays.fit_sums.fill(0.0);
-    }
-    shots.rewind(run, at.shot);
-    for (; at.shot <= par.rec.xd.n; ++at.shot) {
-        const int ishot = at.shot;
-        if (run.watch) run.watch->before_shot(at);
-        const float start = owexec_time();
-        const Array<double, 2> fit_before = arrays.fit_sums;
-        shots.load(run, arrays.model, ishot);
-        arrays.deltas.fill(0.0f);
-        const int nodes = owwemva_init(par, ishot);
-        cut_window(arrays.b_image, arrays.deltai, shots.first_column());
-        WaveContext context = shots.context(run, nodes);
-        const Prediction prediction{arrays.zero_window, arrays.fit_sums};
-        if (par.fit) {
-            cut_window(arrays.zero_offset, arrays.zero_window, shots.first_column());
-            context.prediction = &prediction;
-        }
-        arrays.objective->back_project(context, shots, arrays.deltai, arrays.deltas, run.session);
-        if (interruption::is_overdue()) arrays.fit_sums = fit_before;
-        drop_if_overdue(run, at);
-        stack(arrays.deltas, arrays.scats, shots.first_column());
-        list_shot(run, ishot, start);
-    }
-}
-
-namespace {
 
 /// Energy at zero offset over that at all offsets, in the columns that count in fun; 0 without energy.
 double zero_offset_share(const Parms& par, View<const float, 3> image) {

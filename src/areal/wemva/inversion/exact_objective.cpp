@@ -7,8 +7,8 @@
 #include "src/areal/wemva/image/smoothing.h"
 #include "src/areal/wemva/image/weights.h"
 #include "src/areal/wemva/inversion/objective.h"
-#include "src/areal/wemva/inversion/regularisation.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
+#include "src/areal/wemva/model/regularisation.h"
 #include "src/areal/wemva/run/messages.h"
 
 namespace morvane {

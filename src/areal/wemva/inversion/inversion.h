@@ -9,6 +9,7 @@
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/run/text_log.h"
 #include "src/areal/wemva/step/ow_fftw_areal.h"
+#include "src/areal/wemva/team/team.h"
 
 namespace morvane {
 
@@ -39,6 +40,7 @@ struct Inversion {
     std::optional<base_spln2d> spline;  ///< between knots and image grid, if there are knots
     bool panels = true;                 ///< whether evaluations append to the outputs
     Watch* watch = nullptr;             ///< none: an evaluation is never interrupted
+    Team* team = nullptr;               ///< none: this process alone
     View<const float, 2> origin = {};   ///< (img.xm.n, img.z.n) what a change is regularised against; empty: vel0
     View<const float, 2> slowest = {};  ///< (img.xm.n, img.z.n) the greatest slowness a trial can have; empty: vel0
 };

@@ -72,10 +72,11 @@ std::string line_to_go_on(const qas::Session& session) {
     return line;
 }
 
-RunWatch::RunWatch(InversionSetup& setup, RunState& state, EvaluationArrays& arrays)
+RunWatch::RunWatch(InversionSetup& setup, RunState& state, EvaluationArrays& arrays, Team& team)
     : setup_(setup),
       state_(state),
       arrays_(arrays),
+      team_(team),
       written_at_(monotonic_seconds()),
       progress_(setup.session.program(), setup.par) {
     const Parms& par = setup.par;
@@ -138,7 +139,7 @@ void RunWatch::check_outputs() {
 
 void RunWatch::write() {
     progress_.clear();
-    file_->write([this](Archive& archive) { keep(archive); });
+    team_.undisturbed([this] { file_->write([this](Archive& archive) { keep(archive); }); });
     written_at_ = monotonic_seconds();
 }
 

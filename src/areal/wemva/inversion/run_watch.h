@@ -24,7 +24,7 @@ class RunWatch : public Watch {
 public:
     /// Claims the files of the checkpoint, if one is asked for; from now on signals are only noted.
     /// Errors: resume=y without a checkpoint; those of CheckpointFile.
-    RunWatch(InversionSetup& setup, RunState& state, EvaluationArrays& arrays);
+    RunWatch(InversionSetup& setup, RunState& state, EvaluationArrays& arrays, Team& team);
     ~RunWatch() override;
     /// Whether the run goes on from a checkpoint.
     bool resumes() const { return resumes_; }
@@ -50,6 +50,7 @@ private:
     InversionSetup& setup_;
     RunState& state_;
     EvaluationArrays& arrays_;
+    Team& team_;
     std::optional<CheckpointFile> file_;
     qas::PlainOutput* report_ = nullptr;
     std::int64_t report_bytes_ = 0;

@@ -50,23 +50,28 @@ Shots::Shots(const Parms& par, bool freezes)
     references.resize(static_cast<std::size_t>(par.areal ? 1 : par.rec.xd.n));
 }
 
-void Shots::rewind(const Inversion& run, int first) {
+void Shots::rewind(const Inversion& run) {
     const Parms& par = run.par;
     for (const char* tag : {"rec", "sou"})
         if (run.session.sseek(tag, 0, 0) != 0) refuse("%s: its data cannot be read again from their start", tag);
-    if (first > 1) run.session.sseek("rec", (first - 1) * bytes(recv.flat()), 0);
-    if (par.areal) {
-        if (first > 1) run.session.sseek("sou", (first - 1) * bytes(source.flat()), 0);
-        return;
-    }
+    next_ = 1;
+    if (par.areal) return;
     Array<cf, 1> source1({par.sou.w.n});
     run.session.sreed("sou", source1.view().p, bytes(source1.flat()));
     check_data("sou", 1, {source1.view().p, {source1.n()[0], 1}});
     for (int iw = 0; iw < par.sou.w.n; ++iw) source(par.isp - 1, iw) = source1(iw);
 }
 
+void Shots::seek(const Inversion& run, int ishot) {
+    if (ishot == next_) return;
+    run.session.sseek("rec", (ishot - 1) * bytes(recv.flat()), 0);
+    if (run.par.areal) run.session.sseek("sou", (ishot - 1) * bytes(source.flat()), 0);
+}
+
 void Shots::load(const Inversion& run, View<const float, 2> model, int ishot) {
     const Parms& par = run.par;
+    seek(run, ishot);
+    next_ = ishot + 1;
     ishot_ = ishot;
     ish_ = 1;
     if (par.areal) {

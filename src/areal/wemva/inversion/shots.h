@@ -1,5 +1,5 @@
 #pragma once
-/// The shots of a survey: their wavefields, read one after the other, and their windows of model and image.
+/// The shots of a survey: their wavefields, read one at a time, and their windows of model and image.
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -19,9 +19,9 @@ public:
     /// @param freezes whether the reference velocities of the start model serve for every model, and margins are
     /// cleared
     Shots(const Parms& par, bool freezes);
-    /// Puts both datasets to where shot `first` starts; with one source function, reads it and sets it at its trace.
-    void rewind(const Inversion& run, int first = 1);
-    /// Reads the wavefields of the next shot and cuts its slowness out of the model.
+    /// Puts both datasets to their start; with one source function, reads it and sets it at its trace.
+    void rewind(const Inversion& run);
+    /// Reads the wavefields of this shot and cuts its slowness out of the model.
     /// @param model (img.xm.n, img.z.n)
     /// Ends the run when the data hold numbers that are not finite, naming the dataset and the shot.
     void load(const Inversion& run, View<const float, 2> model, int ishot);
@@ -36,10 +36,13 @@ public:
     std::vector<ReferenceTable> references;  ///< frozen: of each shot's window of the start model (areal: of the model)
 
 private:
+    void seek(const Inversion& run, int ishot);
+
     Array<float, 2> start_;      // (kxm.n, img.z.n) frozen: window of the start model
     std::vector<Arena> memory_;  // work arrays of the passes, one arena per thread
     bool freezes_;
     int ishot_ = 1, ish_ = 1;
+    int next_ = 1;  // the shot that the datasets stand at
 };
 
 std::int64_t count_not_finite(std::span<const float> samples);

@@ -56,6 +56,19 @@ int cut_image(const Parms& par, View<const float, 2> velint, View<float, 2> vel)
     return ni;
 }
 
+namespace {
+
+float window_start(const Parms& par, int ixs) {
+    return par.rec.xd.o + par.rec.h.o - static_cast<float>(par.padtraces + par.tapertr) * par.rec.h.d +
+           static_cast<float>(ixs - 1) * par.rec.xd.d;
+}
+
+}  // namespace
+
+int window_column(const Parms& par, int ixs) {
+    return truncate((window_start(par, ixs) - par.img.xm.o) / par.img.xm.d + 1.5f);
+}
+
 int owgrab_vel(const Parms& par, qas::Session& session, View<const float, 2> velint, View<float, 2> vel, bool imagem,
                int ixs) {
     if (imagem) {
@@ -63,9 +76,8 @@ int owgrab_vel(const Parms& par, qas::Session& session, View<const float, 2> vel
         if (session.exist_file("xxx")) write_velocity(par, session, "xxx", vel, par.img.xm.o);
         return ni;
     }
-    const float xv = par.rec.xd.o + par.rec.h.o - static_cast<float>(par.padtraces + par.tapertr) * par.rec.h.d +
-                     static_cast<float>(ixs - 1) * par.rec.xd.d;
-    const int ni = truncate((xv - par.img.xm.o) / par.img.xm.d + 1.5f);
+    const float xv = window_start(par, ixs);
+    const int ni = window_column(par, ixs);
     if (!par.quiet) list_write({static_cast<double>(xv), static_cast<long long>(ni)});
     copy_columns(velint, ni - 1, vel);
     if (session.exist_file("zzz")) write_velocity(par, session, "zzz", vel, xv);

@@ -14,6 +14,9 @@ namespace morvane {
 /// @return the column of velint, counted from 1, at which the image starts
 int cut_image(const Parms& par, View<const float, 2> velint, View<float, 2> vel);
 
+/// First column, counted from 1, of the image that the window of shot `ixs` holds.
+int window_column(const Parms& par, int ixs);
+
 /// Copies a part of a model; columns are shifted, never interpolated, and depth rows are taken one to one from the top.
 /// imagem true:  the image out of the input model. If the parameter "xxx" is given, 1/vel also goes to that dataset.
 /// imagem false: the window of a shot out of the image; its first coordinate and column are listed on standard error.

@@ -11,6 +11,7 @@ namespace {
 
 constexpr int signals[] = {SIGINT, SIGTERM, SIGUSR1};
 std::atomic<int> noted = 0;
+std::atomic<bool> dropping = false;
 std::atomic<double> noted_at = 0.0;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<double>::is_always_lock_free);
 
@@ -45,12 +46,23 @@ int signal() {
 }
 
 bool is_overdue() {
-    return noted != 0 && now() - noted_at > patience_s;
+    return dropping || (noted != 0 && now() - noted_at > patience_s);
+}
+
+void note_signal(int number) {
+    int none = 0;
+    noted_at = now();
+    noted.compare_exchange_strong(none, number);
+}
+
+void drop() {
+    dropping = true;
 }
 
 void forget() {
     for (const int number : signals) std::signal(number, SIG_DFL);
     noted = 0;
+    dropping = false;
 }
 
 }  // namespace morvane::interruption

@@ -11,6 +11,10 @@ int signal();
 bool is_overdue();
 /// How long work may take to come to its end after a signal.
 inline constexpr double patience_s = 10.0;
+/// As if this signal had come; one that came before stays.
+void note_signal(int number);
+/// The work at hand is to be dropped at once.
+void drop();
 /// Forgets the signal and listens no longer.
 void forget();
 

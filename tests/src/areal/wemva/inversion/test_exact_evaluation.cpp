@@ -6,9 +6,9 @@
 
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/evaluation.h"
-#include "src/areal/wemva/inversion/regularisation.h"
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/model/lloyd_vel.h"
+#include "src/areal/wemva/model/regularisation.h"
 #include "src/areal/wemva/model/variables.h"
 #include "src/areal/wemva/start/owparam.h"
 #include "src/areal/wemva/step/ow_taper_areal.h"

@@ -1,4 +1,4 @@
-#include "src/areal/wemva/inversion/regularisation.h"
+#include "src/areal/wemva/model/regularisation.h"
 
 #include <cstddef>
 

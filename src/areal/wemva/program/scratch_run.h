@@ -1,5 +1,5 @@
 #pragma once
-/// A run beside the user's: nothing that the parameters name is written, nothing is said.
+/// A run beside another one: nothing that the parameters name is written, nothing is said.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
