@@ -255,9 +255,14 @@ namespace {
 
 /// Several processes read the inputs, each its own shots, and one alone writes.
 void check_team(qas::Session& session) {
-    for (const char* tag : {"vel", "rec", "sou"})
-        if (session.data_size(tag) < 0)
-            refuse("%s: its data are a pipe or socket, which only one rank could read; put them into a file", tag);
+    for (const char* tag : {"vel", "rec", "sou"}) {
+        const std::string header = session.getch<std::string>(tag).value_or(tag);
+        const bool is_stream = header.find_first_of("|:") != std::string::npos ||
+                               (std::filesystem::exists(header) && !std::filesystem::is_regular_file(header));
+        if (is_stream || (std::filesystem::exists(header) && session.data_size(tag) < 0))
+            refuse("%s: its header or data are a pipe or socket, which one rank alone could read; put them into files",
+                   tag);
+    }
     for (const char* tag : {"ddws", "ddwr", "ddwsz", "ddwrz", "zzz"})
         if (session.exist_file(tag)) refuse("%s: is written by a run of one rank only", tag);
 }
