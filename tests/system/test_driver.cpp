@@ -642,6 +642,64 @@ TEST(Driver, StagesContinueEachOther) {
     EXPECT_NE(panel_of(models, evaluations, evaluations), panel_of(models, evaluations, first));
 }
 
+// What a stage leaves out counts as if it were not there: frequencies as zeros in the data, offsets as a run of fewer.
+TEST(Driver, AStageTakesAPartOfFrequenciesAndOffsets) {
+    const auto set_up = [](TinySurvey& survey, const std::string& nh, const std::string& stage) {
+        files::write_text(survey.dir / "stages", stage);
+        for (const auto& [key, value] : std::map<std::string, std::string>{
+                 {"gradient", "exact"}, {"firststep", "0.02"}, {"nh", nh}, {"stages", survey.dir / "stages"}})
+            survey.arguments[key] = value;
+    };
+    for (const bool areal : {false, true}) {
+        TinySurvey whole(areal), part(areal);
+        set_up(whole, "3", "niter=1");
+        set_up(part, "5", "niter=1 fmin=12 fmax=14 nh=3");
+        const std::size_t plane = 2 * TinySurvey::traces;
+        for (std::size_t i = 0; i < whole.rec.samples.size(); ++i)
+            if (i / plane % TinySurvey::frequencies != 1) whole.rec.samples[i] = 0.0f;
+        for (const TinySurvey* survey : {&whole, &part}) {
+            const Outcome run = survey->run();
+            ASSERT_EQ(run.status, 0) << run.err;
+        }
+        EXPECT_EQ(files::read_dataset(part.dir / "velout.H"), files::read_dataset(whole.dir / "velout.H"));
+        EXPECT_EQ(files::read_text(part.dir / "grad.H@"), files::read_text(whole.dir / "grad.H@"));
+        const std::vector<float> wide = files::read_dataset(part.dir / "bkgimg.H"),
+                                 narrow = files::read_dataset(whole.dir / "bkgimg.H");
+        ASSERT_EQ(3 * wide.size(), 5 * narrow.size());
+        const std::size_t nx = narrow.size() / 3 / TinySurvey::nz /
+                               std::stoul(files::header_value(files::read_text(whole.dir / "bkgimg.H"), "n4"));
+        for (std::size_t i = 0; i < wide.size(); ++i) {
+            const std::size_t offset = i / nx % 5, rest = i / nx / 5;
+            const float expected = offset == 0 || offset == 4 ? 0.0f : narrow[(rest * 3 + offset - 1) * nx + i % nx];
+            ASSERT_EQ(wide[i], expected) << i;
+        }
+    }
+}
+
+// Bounds of a stage count from the start model of the run or of the stage.
+TEST(Driver, BoundsOfAStage) {
+    for (const auto& [words, most] :
+         {std::pair("p_up=1 p_lo=1 bounds_of=run", 0.0101), std::pair("p_up=1 p_lo=1 bounds_of=stage", 0.0202)}) {
+        TinySurvey survey(false);
+        files::write_text(survey.dir / "stages", "niter=1 p_up=1 p_lo=1\nniter=2 firststep=0.1 " + std::string(words));
+        survey.arguments["gradient"] = "exact";
+        survey.arguments["firststep"] = "0.1";
+        survey.arguments["stages"] = survey.dir / "stages";
+        const Outcome run = survey.run();
+        ASSERT_EQ(run.status, 0) << run.err;
+        const std::vector<float> models = files::read_dataset(survey.dir / "velout.H");
+        const int panels = std::stoi(files::header_value(files::read_text(survey.dir / "velout.H"), "n4"));
+        double largest = 0.0;
+        for (int panel = 2; panel <= panels; ++panel) {
+            const std::vector<float> model = panel_of(models, panels, panel), start = panel_of(models, panels, 1);
+            for (std::size_t i = 0; i < model.size(); ++i)
+                largest = std::max(largest, std::abs(static_cast<double>(start[i]) / model[i] - 1.0));
+        }
+        EXPECT_LT(largest, most) << words;
+        EXPECT_GT(largest, 0.9 * most) << words;
+    }
+}
+
 TEST(Driver, ASingleThreadedRunRepeatsItselfBitByBit) {
     TinySurvey a(false), b(false);
     for (TinySurvey* survey : {&a, &b}) {

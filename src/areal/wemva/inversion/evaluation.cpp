@@ -58,6 +58,16 @@ void write_panel(const Inversion& run, const char* tag, int titer, std::span<con
     run.session.srite(tag, samples.data(), bytes(samples));
 }
 
+/// A panel of gathers. Offsets of the run that the stage leaves out are 0.
+void write_gathers(const Inversion& run, const char* tag, int titer, View<const float, 3> image) {
+    const std::ptrdiff_t offsets = run.par.limits.panel_offsets;
+    if (!run.panels || offsets <= image.n[1]) return write_panel(run, tag, titer, image.flat());
+    Array<float, 3> panel({image.n[0], offsets, image.n[2]});
+    for (std::ptrdiff_t iz = 0; iz < image.n[2]; ++iz)
+        std::ranges::copy(image.slice(iz).flat(), panel.view().slice(iz).slice((offsets - image.n[1]) / 2).p);
+    write_panel(run, tag, titer, panel.flat());
+}
+
 void print_extremes(const Parms& par, std::span<const double> g) {
     if (par.quiet) return;
     const auto [least, most] = std::ranges::minmax(g);
@@ -119,7 +129,7 @@ void write_model(const Inversion& run, EvaluationArrays& arrays, std::span<const
 void evaluate_image(const Inversion& run, EvaluationArrays& arrays, int iter, int titer) {
     const Parms& par = run.par;
     form_image(run, arrays, iter);
-    write_panel(run, "bkgimg", titer, arrays.b_image.flat());
+    write_gathers(run, "bkgimg", titer, arrays.b_image);
     if (run.panels && par.compensates())  // its n4 stays as it is
         run.session.srite("illum", arrays.illumination.view().p, bytes(arrays.illumination.flat()));
     check_result(par, arrays, "stacked image", titer, arrays.b_image.flat());
@@ -128,7 +138,7 @@ void evaluate_image(const Inversion& run, EvaluationArrays& arrays, int iter, in
 
 double evaluate_residual(const Inversion& run, EvaluationArrays& arrays, int titer) {
     arrays.objective->form_residual(run, arrays.b_image, titer);
-    write_panel(run, "Dimage", titer, arrays.b_image.flat());
+    write_gathers(run, "Dimage", titer, arrays.b_image);
     check_result(run.par, arrays, "image residual", titer, arrays.b_image.flat());
     const double fun = arrays.objective->value(arrays.b_image, titer);
     if (titer == 1 && fun == 0.0)

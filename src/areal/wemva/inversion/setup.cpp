@@ -108,10 +108,8 @@ void set_constant_bounds(qas::Session& session, std::span<const double> start, V
 }
 
 /// Bounds as factors of the start model; a value of 1 or more is a percentage.
-void set_relative_bounds(qas::Session& session, const Parms& par, std::span<const double> start,
+void set_relative_bounds(float given_up, float given_lo, const Parms& par, std::span<const double> start,
                          VariableBounds& bounds) {
-    const float given_up = required_real(session, "p_up");
-    const float given_lo = required_real(session, "p_lo");
     const float p_up = given_up >= 1.0f ? 1.0f + given_up / 100.0f : given_up;
     const float p_lo = given_lo >= 1.0f ? 1.0f - given_lo / 100.0f : given_lo;
     if (p_up < 1.0f)
@@ -136,7 +134,7 @@ VariableBounds read_bounds(qas::Session& session, const Parms& par, std::span<co
         if (session.from_param<bool>("cbounds", false))
             set_constant_bounds(session, start, bounds);
         else
-            set_relative_bounds(session, par, start, bounds);
+            set_relative_bounds(required_real(session, "p_up"), required_real(session, "p_lo"), par, start, bounds);
     } else if (par.exact() || par.firststep > 0.0f) {
         const bool narrow = par.exact() && par.ffd();
         const double least = narrow ? 0.7 : 0.1, most = narrow ? 1.4 : 10.0;
@@ -144,6 +142,23 @@ VariableBounds read_bounds(qas::Session& session, const Parms& par, std::span<co
         std::ranges::transform(start, bounds.u.begin(), [&](double x) { return most * x; });
     } else {
         return bounds;
+    }
+    std::ranges::fill(bounds.nbd, both);
+    return bounds;
+}
+
+/// Bounds of a stage that begins at `start`, wide enough for that: its own, relative to that or to the start model of
+/// the run, or those of the run.
+VariableBounds stage_bounds(const Parms& par, const VariableBounds& of_run, View<const float, 2> origin,
+                            std::span<const double> start) {
+    constexpr int both = 2;
+    if (par.limits.p_up == 0.0f) return of_run;
+    VariableBounds bounds(start.size());
+    const std::vector<double> first(origin.flat().begin(), origin.flat().end());
+    set_relative_bounds(par.limits.p_up, par.limits.p_lo, par, par.limits.bounds_of_stage ? start : first, bounds);
+    for (std::size_t i = 0; i < start.size(); ++i) {
+        bounds.l[i] = std::min(bounds.l[i], start[i]);
+        bounds.u[i] = std::max(bounds.u[i], start[i]);
     }
     std::ranges::fill(bounds.nbd, both);
     return bounds;
@@ -201,7 +216,7 @@ InversionSetup::InversionSetup(qas::Session& s)
       start(vel0.flat().begin(), vel0.flat().end()),
       variables(start, par.exact() ? spline : std::nullopt),
       sample_bounds(read_bounds(session, par, start)),
-      bounds(variables.bounds(sample_bounds)),
+      bounds(variables.bounds(stage_bounds(par, sample_bounds, origin, start))),
       slowest(slowest_model(par, variables, bounds, vel0)),
       pick1(read_picks(session, par)) {}
 
@@ -212,7 +227,7 @@ void InversionSetup::enter(const Stage& stage, std::span<const double> model) {
     std::ranges::transform(start, vel0.flat().begin(), [](double s) { return static_cast<float>(s); });
     vref = cluster(par, vel0);
     variables = Variables(start, spline);
-    bounds = variables.bounds(sample_bounds);
+    bounds = variables.bounds(stage_bounds(par, sample_bounds, origin, start));
     slowest = slowest_model(par, variables, bounds, vel0);
 }
 

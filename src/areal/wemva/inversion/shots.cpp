@@ -23,6 +23,21 @@ void check_data(const char* tag, int ishot, View<const cf, 2> field) {
                samples.size());
 }
 
+/// A shot's field. Of a stage that leaves frequencies out just those that count; the others are 0.
+void read_shot(const Inversion& run, const char* tag, int ishot, View<cf, 2> field) {
+    const Parms& par = run.par;
+    std::ranges::fill(field.flat(), cf{});
+    const std::int64_t first = par.first_frequency(), count = par.end_frequency() - first;
+    if (count == field.n[1]) {
+        run.session.sreed(tag, field.p, bytes(field.flat()));
+    } else {
+        const std::int64_t slice = bytes(field.slice(0).flat());
+        run.session.sseek(tag, ((ishot - 1) * field.n[1] + first) * slice, 0);
+        run.session.sreed(tag, field.slice(first).p, count * slice);
+    }
+    check_data(tag, ishot, field);
+}
+
 /// Reference velocities of the start model in the window that begins at column ish, counted from 1. Those of the
 /// finite-difference form stay below every velocity that a trial can have.
 ReferenceTable freeze_references(const Inversion& run, View<const float, 2> start, int ish) {
@@ -75,16 +90,12 @@ void Shots::load(const Inversion& run, View<const float, 2> model, int ishot) {
     ishot_ = ishot;
     ish_ = 1;
     if (par.areal) {
-        source.fill({});
-        run.session.sreed("sou", source.view().p, bytes(source.flat()));
-        check_data("sou", ishot, source);
+        read_shot(run, "sou", ishot, source);
         std::ranges::copy(model.flat(), vel.flat().begin());
     } else {
         ish_ = owgrab_vel(par, run.session, model, vel, false, ishot);
     }
-    recv.fill({});
-    run.session.sreed("rec", recv.view().p, bytes(recv.flat()));
-    check_data("rec", ishot, recv);
+    read_shot(run, "rec", ishot, recv);
 }
 
 WaveContext Shots::context(const Inversion& run, int nodes) {

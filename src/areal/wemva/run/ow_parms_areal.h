@@ -43,6 +43,16 @@ struct Kept {
     Axis ayk{not_given, 1.0f, 0.0f, {}};  ///< crossline knots
 };
 
+/// What a stage narrows. A default-constructed value narrows nothing.
+struct StageLimits {
+    float fmin = -std::numeric_limits<float>::infinity();  ///< frequencies that count, cycles/s
+    float fmax = std::numeric_limits<float>::infinity();
+    int first_frequency = 0, end_frequency = 0;  ///< their indices in rec.w; an end of 0: all
+    int panel_offsets = 0;                       ///< offsets of the outputs' panels; 0: as many as the stage has
+    float p_up = 0.0f, p_lo = 0.0f;              ///< bounds, as the run's keys; 0: those of the run
+    bool bounds_of_stage = false;                ///< relative to the start model of the stage, not of the run
+};
+
 /// All run parameters. A default-constructed value holds the defaults, so a test sets only what it needs.
 struct Parms {
     DatGrid rec;  ///< rec.w in rad/s (o, d and all) after owparam
@@ -98,6 +108,7 @@ struct Parms {
     bool light = false;                ///< illumination compensation of the stacked image
     float firststep = 0.0f;     ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     bool reproducible = false;  ///< exact: the same bits for any number of threads and ranks
+    StageLimits limits;         ///< of the stage
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
     std::string checkpoint;        ///< file to go on from later; empty: none is written
     float checkpoint_minutes = 10.0f;
@@ -111,6 +122,9 @@ struct Parms {
     float dsecdim = 1.0f, osecdim = 0.0f;
     Kept kept;
 
+    /// The frequencies that are read and computed, from 0.
+    int first_frequency() const { return limits.first_frequency; }
+    int end_frequency() const { return limits.end_frequency > 0 ? limits.end_frequency : rec.w.n; }
     bool spline_grad() const { return axk.n != not_given || azk.n != not_given; }
     bool exact() const { return gradient == "exact"; }
     /// Whether image column ix, from 0, counts in fun.

@@ -530,6 +530,7 @@ TEST(ReadStages, OverridesOfEachLineAndWhatIsWrongWithIt) {
     run.img.sh = {3, 10.0f, -10.0f, {}};
     run.axk = {5, 80.0f, 0.0f, {}};
     run.azk = {4, 40.0f, -20.0f, {}};
+    run.rec.w = {5, 2.0f * pi_f, 10.0f * pi_f, {}};  // 5 to 9 Hz
     const auto read = [&](const std::string& text) {
         files::write_text(name, text);
         qas::Session session(std::vector<std::string>{"morvane", "stages=" + name});
@@ -542,15 +543,36 @@ TEST(ReadStages, OverridesOfEachLineAndWhatIsWrongWithIt) {
     EXPECT_EQ(stages[1].par.expdso, 0.25f);
     EXPECT_EQ(stages[1].par.axk.n, 12) << "as far as those of the run, 4 times 80";
     EXPECT_EQ(stages[1].par.azk.n, 9);
+    EXPECT_EQ(stages[1].par.end_frequency(), 5);
+    const Parms narrow = read("fmin=6 fmax=8.5 nh=1 p_up=5 p_lo=10 bounds_of=stage").front().par;
+    EXPECT_EQ(narrow.first_frequency(), 1);
+    EXPECT_EQ(narrow.end_frequency(), 4);
+    EXPECT_EQ(narrow.nsecdim, 1);
+    EXPECT_EQ(narrow.osecdim, 0.0f);
+    EXPECT_EQ(narrow.limits.panel_offsets, 3);
+    EXPECT_TRUE(narrow.limits.bounds_of_stage);
     for (const auto& [text, message] : std::map<std::string, std::string>{
              {"", "no stage in its 0 lines, one a line is needed"},
-             {"niter=2\nnh=5\n",
-              "line 2 has \"nh=5\"; a stage takes depthdiff, dxk, dzk, expdso, firststep, niter, nxk"},
+             {"niter=2\nzmax=5\n",
+              "line 2 has \"zmax=5\"; a stage takes bounds_of, depthdiff, dxk, dzk, expdso, firststep, fmax, fmin, nh"},
              {"niter", "line 1 has \"niter\"; a stage takes"},
-             {"niter=2.5", "line 1 has \"niter=2.5\"; a finite number is needed (a whole one for a count)"},
+             {"niter=2.5", "line 1 has \"niter=2.5\"; a finite number is needed (a whole one for a count;"},
              {"expdso=nan", "line 1 has \"expdso=nan\"; a finite number"},
              {"niter=0", "line 1: niter=0: a stage needs 1 or more iterations"},
              {"depthdiff=3", "line 1: depthdiff=3: permitted are 0 to 2 differences"},
+             {"fmin=4", "line 1: fmin=4: the frequencies of rec are 5 to 9"},
+             {"fmax=9.5", "line 1: fmax=9.5: the frequencies of rec are 5 to 9"},
+             {"fmin=6.2 fmax=6.8",
+              "line 1: fmin=6.2 fmax=6.8: no frequency of rec lies between them; they are 1 apart"},
+             {"fmin=7 fmax=6", "line 1: fmin=7 fmax=6: no frequency of rec lies between them"},
+             {"nh=5", "line 1: nh=5: permitted are odd numbers up to the 3 of the run"},
+             {"nh=2", "line 1: nh=2: permitted are odd numbers"},
+             {"nh=0", "line 1: nh=0: permitted are odd numbers"},
+             {"bounds_of=model", "line 1 has \"bounds_of=model\"; a finite number is needed"},
+             {"bounds_of=stage", "line 1: p_up=0 p_lo=0: bounds of a stage need both, each more than 0"},
+             {"p_up=10", "line 1: p_up=10 p_lo=0: bounds of a stage need both"},
+             {"p_up=10 p_lo=100", "line 1: p_lo=100: a lower bound of slowness that is positive is needed"},
+             {"p_up=0.9 p_lo=0.5", "line 1: p_up=0.9: a factor of 1 or more, or a percentage, is needed"},
              {"dxk=-1", "line 1: dxk=-1: the distance of the knots must be positive"}}) {
         try {
             read(text);
