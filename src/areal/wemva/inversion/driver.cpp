@@ -169,11 +169,13 @@ void tell_stage(InversionSetup& setup, Team& team, int stage) {
     share(team, std::span(setup.start));
 }
 
-/// All stages of the run, each from the model that the one before accepted last.
-void minimise_in_stages(InversionSetup& setup, const LateralFft& fft, Watch* watch, Team& team,
+/// All stages of the run, each from the model that the one before accepted last; a run that goes on does so in one that
+/// has begun.
+void minimise_in_stages(InversionSetup& setup, const LateralFft& fft, RunWatch* watch, Team& team,
                         std::optional<EvaluationArrays>& arrays, RunState& state) {
-    for (;;) {
-        if (!setup.stages.empty()) setup.log.line(stage_line(setup, state.stage));
+    if (state.stage > 1) tell_stage(setup, team, state.stage);
+    for (bool goes_on = watch->resumes();; goes_on = false) {
+        if (!setup.stages.empty() && !goes_on) setup.log.line(stage_line(setup, state.stage));
         Inversion run = setup.inversion(fft);
         run.watch = watch;
         run.team = &team;
@@ -323,7 +325,8 @@ void invert(qas::Session& session, Team& team) {
     }
     print_closing_line(session, setup.par, state.solver, state.outcome, setup.course);
     if (interrupted && interrupted->can_go_on) {
-        std::fprintf(stderr, "to go on: %s\n", line_to_go_on(session).c_str());
+        std::fprintf(stderr, "to go on%s: %s\n", team.size() > 1 ? ", under mpirun as before" : "",
+                     line_to_go_on(session).c_str());
         throw qas::Exit(exit_to_be_resumed);
     }
     if (interrupted) end_by(interrupted->signal);

@@ -51,7 +51,7 @@ struct RunState {
     SolverState solver;
     Outcome outcome;
     int iter = 1, titer = 1;
-    int stage = 1, first_iter = 1;  ///< of the stage; a run with a checkpoint has one
+    int stage = 1, first_iter = 1;  ///< first_iter: of the stage
     double fun = 0.0;
     double scale = 1.0;  ///< of firststep
     explicit RunState(const InversionSetup& setup) : solver(setup) {}

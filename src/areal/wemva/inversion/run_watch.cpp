@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "lib/base/warning.h"
 #include "lib/corelibs/qas/files/files.h"
@@ -21,7 +23,8 @@ namespace {
 std::string inputs_of(qas::Session& session, const Parms& par) {
     std::string lines = fingerprint_of_inputs(session, {"vel", "rec", "sou"});
     if (par.dipflt) lines += fingerprint_of_inputs(session, {"dipfile"});
-    if (const auto horizon = session.getch<std::string>("horv0")) lines += fingerprint_of_file("horv0", *horizon);
+    for (const char* key : {"horv0", "stages"})
+        if (const auto file = session.getch<std::string>(key)) lines += fingerprint_of_file(key, *file);
     return lines;
 }
 
@@ -103,6 +106,7 @@ void RunWatch::keep(Archive& archive) {
     keep_same(archive, "version", "version=" + std::string(qas::version()), name);
     keep_same(archive, "parameters", parameters_, name);
     keep_same(archive, "inputs", inputs_, name);
+    keep_stage(archive);
     state_.archive(archive);
     setup_.archive(archive);
     if (report_) report_bytes_ = report_->sync();
@@ -110,12 +114,27 @@ void RunWatch::keep(Archive& archive) {
     arrays_.archive(archive);
 }
 
+/// What comes behind has the sizes of the stage.
+void RunWatch::keep_stage(Archive& archive) {
+    archive.value("stage", state_.stage);
+    archive.value("first iteration of the stage", state_.first_iter);
+    if (setup_.stages.empty()) return;
+    std::vector<double> model = setup_.start;
+    archive.values("start model of the stage", std::span(model));
+    if (!archive.reads()) return;
+    if (state_.stage < 1 || state_.stage > static_cast<int>(setup_.stages.size()))
+        throw ArchiveError{"has stage " + std::to_string(state_.stage) + " of " + std::to_string(setup_.stages.size())};
+    setup_.enter(setup_.stages[static_cast<std::size_t>(state_.stage - 1)], model);
+    state_.solver = SolverState(setup_);
+    arrays_ = EvaluationArrays(setup_.par);
+}
+
 void RunWatch::read() {
     file_->read([this](Archive& archive) { keep(archive); });
-    const int done = state_.iter - 1;
+    const int done = state_.iter - state_.first_iter;
     if (setup_.par.niter < done)
-        refuse("checkpoint=%s: niter=%d, and the run has done %d iterations", setup_.par.checkpoint.c_str(),
-               setup_.par.niter, done);
+        refuse("checkpoint=%s: niter=%d, and the %s has done %d iterations", setup_.par.checkpoint.c_str(),
+               setup_.par.niter, setup_.stages.empty() ? "run" : "stage", done);
 }
 
 void RunWatch::resume_outputs(qas::PlainOutput& report) {

@@ -45,6 +45,7 @@ public:
 
 private:
     void keep(Archive& archive);
+    void keep_stage(Archive& archive);
     void write();
 
     InversionSetup& setup_;

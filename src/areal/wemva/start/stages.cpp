@@ -174,7 +174,6 @@ Stage read_stage(const Place& place, const std::string& text, const Parms& par) 
 
 std::vector<Stage> read_stages(qas::Session& session, const Parms& par) {
     if (!session.exist_file("stages")) return {};
-    if (!par.checkpoint.empty()) refuse("stages: not with checkpoint, which holds one stage");
     const auto name = session.from_param<std::string>("stages");
     std::ifstream file(name);
     if (!file || std::filesystem::is_directory(name))
