@@ -131,8 +131,9 @@ TEST(MpiTeam, StagesReachEveryRank) {
     for (const auto& [key, value] :
          {std::pair("nxk", "5"), {"dxk", "40"}, {"oxk", "70"}, {"nzk", "4"}, {"dzk", "30"}, {"ozk", "-10"}})
         survey.arguments[key] = value;
+    survey.arguments["nh"] = "5";
     survey.arguments["stages"] = survey.dir / "stages";
-    files::write_text(survey.dir / "stages", "niter=1 expdso=2\nniter=1 dxk=20 depthdiff=1\n");
+    files::write_text(survey.dir / "stages", "niter=1 expdso=2 fmax=12 nh=3\nniter=1 dxk=20 depthdiff=1\n");
     ASSERT_EQ(survey.run().status, 0);
     const std::vector<std::string> expected = survey.left();
     EXPECT_THAT(expected[5], HasSubstr("stage = 2 of 2"));

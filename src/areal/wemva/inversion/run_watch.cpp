@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <utility>
@@ -139,7 +141,11 @@ void RunWatch::read() {
 
 void RunWatch::resume_outputs(qas::PlainOutput& report) {
     setup_.resume_outputs();
-    report.resume(report_bytes_);
+    // each stage begins the report anew, so that the one before may have been emptied behind the checkpoint
+    std::error_code unknown;
+    const auto there = static_cast<std::int64_t>(std::filesystem::file_size("iterate.dat", unknown));
+    const bool more_stages = state_.stage < static_cast<int>(setup_.stages.size());
+    report.resume(more_stages && !unknown ? std::min(report_bytes_, there) : report_bytes_);
     setup_.session.to_history<std::string>("resumed", time_stamp() + ", " + place(state_, arrays_.position));
 }
 
