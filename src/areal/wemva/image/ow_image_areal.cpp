@@ -155,6 +155,10 @@ ImageCondition::ImageCondition(const Parms& par) : w(par.rec.w.all) {
     rotated = kind == Kind::offset && par.migration;
 }
 
+cf ImageCondition::receiver_phase(int iw) const {
+    return rotated ? migration_phase(w[static_cast<std::size_t>(iw)]) : cf(1.0f);
+}
+
 void owimage_forward(const ImageCondition& condition, int iw, View<const cf, 1> ws, View<const cf, 1> wr,
                      View<float, 2> image, ImageScratch& scratch) {
     using Kind = ImageCondition::Kind;
@@ -215,8 +219,7 @@ void owimage_transpose(const ImageCondition& condition, int iw, Spread side, Vie
                        View<const cf, 1> known, View<const float, 2> image, View<cf, 1> out, ImageScratch& scratch,
                        View<const float, 2> next) {
     const bool source = side == Spread::source;
-    cf phase = 1.0f;
-    if (condition.rotated) phase = migration_phase(condition.w[static_cast<std::size_t>(iw)]);
+    const cf phase = condition.receiver_phase(iw);
     const Rows rows(scratch);
     const float* const k = parts(known.p);
     for (std::ptrdiff_t i = 0; i < known.n[0]; ++i) {

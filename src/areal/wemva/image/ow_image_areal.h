@@ -21,6 +21,8 @@ struct ImageCondition {
     std::vector<float> hto;  ///< time shift of each sample (time_shift)
     std::vector<float> w;    ///< angular frequencies
     explicit ImageCondition(const Parms& par);
+    /// What the receiver field of frequency iw is turned by.
+    cf receiver_phase(int iw) const;
 };
 
 /// Scratch of owimage: real and imaginary parts of both fields. One per thread.

@@ -107,6 +107,7 @@ WaveContext Shots::context(const Inversion& run, int nodes) {
         if (table.empty()) table = freeze_references(run, start_, ish_);
         context.frozen = {&table, start_};
         context.clear_margins = true;
+        context.reproducible = run.par.reproducible;
     }
     return context;
 }

@@ -1,115 +1,170 @@
-// The derivative of the image with respect to slowness, by the recursion of the migration itself, and its transpose.
+// The passes of the exact mode: the image, its derivative with respect to slowness by the recursion of the migration
+// itself, and the transpose of that.
+#include "src/areal/wemva/passes/exact.h"
+
 #include <algorithm>
 #include <cassert>
 #include <vector>
 
-#include "src/areal/wemva/passes/frequency_loop.h"
-#include "src/areal/wemva/step/step_derivative.h"
+#include "lib/base/index.h"
+#include "src/areal/wemva/passes/frequency_blocks.h"
 
 namespace morvane {
 
 namespace {
 
+BlockPair take_pair(const Parms& par, Arena& arena) {
+    return {arena.take<cf>(par.kxm.n, lane_count), arena.take<cf>(par.kxm.n, lane_count)};
+}
+
+BlockPair first_columns(BlockPair pair, int count) {
+    pair.source.n[1] = pair.receiver.n[1] = count;
+    return pair;
+}
+
+void clear_pair(const BlockPair& pair) {
+    clear_samples(pair.source);
+    clear_samples(pair.receiver);
+}
+
+/// to = from * taper
+void taper_pair(const WaveContext& context, const BlockPair& from, const BlockPair& to) {
+    for (std::ptrdiff_t i = 0; i < from.source.n[1]; ++i) {
+        apply_taper(context.taper, from.source.slice(i), to.source.slice(i));
+        apply_taper(context.taper, from.receiver.slice(i), to.receiver.slice(i));
+    }
+}
+
+void add_illumination(View<const cf, 2> ws, View<float, 1> illum) {
+    for (std::ptrdiff_t b = 0; b < ws.n[1]; ++b) {
+        const float* const z = parts(ws.slice(b).p);
+        for (std::ptrdiff_t i = 0; i < ws.n[0]; ++i) illum.p[i] += z[2 * i] * z[2 * i] + z[2 * i + 1] * z[2 * i + 1];
+    }
+}
+
+/// What a thread needs in every pass.
 struct Slot {
-    View<cf, 2> ws, wr;                          // (nx, nz) fields at every depth, before the taper
-    View<cf, 3> source_record, receiver_record;  // (nx, columns, nz) of the step that starts at the level
-    View<cf, 1> ts, tr;                          // fields of one depth after the taper
-    View<cf, 1> as, ar;                          // running adjoint fields, or running changes of the fields
-    View<cf, 1> predicted;                       // running predicted receiver field
-    StepTables tables;
-    StepScratch steps;
-    ImageScratch imaging;
-    View<float, 2> gradient;  // (nx, nz)
-    View<float, 3> image;     // (nx, nsecdim, nz)
-    Slot(const Parms& par, const Medium& medium, bool transposed, Arena& arena)
-        : ws(arena.take<cf>(par.kxm.n, par.img.z.n)),
-          wr(arena.take<cf>(par.kxm.n, par.img.z.n)),
-          source_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
-          receiver_record(arena.take<cf>(par.kxm.n, record_columns(par, medium), par.img.z.n)),
-          ts(arena.take<cf>(par.kxm.n)),
-          tr(arena.take<cf>(par.kxm.n)),
-          as(arena.take<cf>(par.kxm.n)),
-          ar(arena.take<cf>(par.kxm.n)),
-          predicted(arena.take<cf>(transposed ? par.kxm.n : 0)),
-          tables(par, medium, par.img.z.n, arena),
-          steps(par.kxm.n),
-          imaging(par.kxm.n),
-          gradient(arena.take<float>(par.kxm.n, transposed ? par.img.z.n : 0)),
-          image(arena.take<float>(par.kxm.n, par.nsecdim, transposed ? 0 : par.img.z.n)) {}
-    void clear() {
-        clear_samples(gradient);
-        clear_samples(image);
+    BlockPair fields;  // running, after the taper
+    BlockSteps steps;
+    BlockImaging imaging;
+    Slot(const WaveContext& context, const Medium& medium, const SharedImage& shared, Arena& arena)
+        : fields(take_pair(context.par, arena)),
+          steps(context.par, medium, context.fft, arena),
+          imaging(context, shared, arena) {}
+};
+
+/// And what it needs where background fields are kept.
+struct RecordingSlot : Slot {
+    BlockRecord record;
+    BlockPair carried;         // running adjoint fields, or changes of the fields
+    View<cf, 2> predicted;     // running predicted receiver fields
+    View<float, 2> gradients;  // (nx, lane_count) of the frequencies at a level
+    RecordingSlot(const WaveContext& context, const Medium& medium, const SharedImage& shared, Arena& arena)
+        : Slot(context, medium, shared, arena),
+          record(context.par, medium, arena),
+          carried(take_pair(context.par, arena)),
+          predicted(arena.take<cf>(context.par.kxm.n, context.prediction ? lane_count : 0)),
+          gradients(arena.take<float>(context.par.kxm.n, lane_count)) {}
+};
+
+/// A pass over a shot: what all its blocks share.
+template <class SlotType>
+struct Pass {
+    const WaveContext& context;
+    View<const cf, 2> recv, source;
+    DepthRange depths;
+    Medium medium;
+    ImageCondition condition;
+    std::vector<Arena> own;
+    std::span<Arena> arenas;
+    SharedImage shared;
+    Turns turns;
+    std::vector<SlotType> slots;
+
+    Pass(const WaveContext& with, View<const cf, 2> receivers, View<const cf, 2> sources, View<const float, 2> vel)
+        : context(with),
+          recv(receivers),
+          source(sources),
+          depths(with.par),
+          medium(prepare_medium(with.par, vel, with.sref, with.frozen)),
+          condition(with.par),
+          arenas(arenas_of(with, own)),
+          shared(with, condition, arenas[0]),
+          turns(std::max(0, depths.end - depths.first), with.reproducible) {
+        slots.reserve(arenas.size());
+        for (Arena& arena : arenas) slots.emplace_back(context, medium, shared, arena);
     }
-    /// The sides of the step that arrives at a level.
-    SteppedField source(View<cf, 1> field, int level) {
-        return {+1, field, ws.slice(level), source_record.slice(level - 1)};
+
+    /// `work(slot, block)` for every block, whose surface fields are in the slot's.
+    template <class Work>
+    void run(Work work) {
+        over_blocks(context, shared.worthwhile_block(), slots, turns, [&](SlotType& slot, const Block& block) {
+            slot.steps.set_frequencies(block.first, block.count);
+            slot.imaging.start(block);
+            for (int i = 0; i < block.count; ++i) {
+                load_surface(context.par, source, block.first + i, true, slot.fields.source.slice(i));
+                load_surface(context.par, recv, block.first + i, true, slot.fields.receiver.slice(i));
+            }
+            work(slot, block);
+        });
     }
-    SteppedField receiver(View<cf, 1> field, int level) {
-        return {-1, field, wr.slice(level), receiver_record.slice(level - 1)};
+    template <class Work>
+    void in_turn(int iz, const Block& block, Work work) {
+        turns.pass(iz - depths.first, block.turn, work);
     }
 };
 
-struct Frequency {
-    const WaveContext& context;
-    const ImageCondition& condition;
-    int iw;
-    bool steps;
-    DepthRange depths;
-    Slot& slot;
+struct RecordedPass : Pass<RecordingSlot> {
+    using Pass::Pass;
 
-    void background(View<const cf, 2> recv, View<const cf, 2> source) const {
-        const Parms& par = context.par;
-        load_surface(par, source, iw, true, slot.ts);
-        load_surface(par, recv, iw, true, slot.tr);
-        if (steps) slot.tables.prepare(iw, 0, par.img.z.n);
+    void background(RecordingSlot& slot, const Block& block) const {
+        const BlockPair fields = first_columns(slot.fields, block.count);
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            if (steps) {
-                apply_step_recorded(slot.tables.step(iz - 1), context.fft, slot.source(slot.ts, iz),
-                                    slot.receiver(slot.tr, iz), slot.steps);
-            } else {
-                copy(slot.ts, slot.ws.slice(iz));
-                copy(slot.tr, slot.wr.slice(iz));
-            }
-            taper_fields(iz);
+            slot.steps.prepare(iz - 1);
+            slot.steps.carry(fields, context.taper, slot.record);
         }
     }
 
-    void taper_fields(int iz) const {
-        apply_taper(context.taper, slot.ws.slice(iz), slot.ts);
-        apply_taper(context.taper, slot.wr.slice(iz), slot.tr);
-    }
-
-    void transposed(View<const float, 3> deltai) const {
-        clear_samples(slot.as);
-        clear_samples(slot.ar);
+    void transposed(RecordingSlot& slot, const Block& block, View<const float, 3> deltai, View<float, 2> deltas) {
+        const BlockPair carried = first_columns(slot.carried, block.count);
+        View<float, 2> gradients = slot.gradients;
+        gradients.n[1] = block.count;
+        clear_pair(carried);
         clear_samples(slot.predicted);
         for (int iz = depths.end - 1; iz >= depths.first; --iz) {
-            const View<const float, 2> image = deltai.slice(iz), next = deltai.slice(iz - 1);
-            owimage_transpose(condition, iw, Spread::source, context.taper, slot.wr.slice(iz), image, slot.as,
-                              slot.imaging, next);
-            owimage_transpose(condition, iw, Spread::receiver, context.taper, slot.ws.slice(iz), image, slot.ar,
-                              slot.imaging, next);
-            if (!steps) continue;
-            if (context.prediction) predict(iz);
-            apply_step_transposed(slot.tables.step(iz - 1), context.fft, slot.source(slot.as, iz),
-                                  slot.receiver(slot.ar, iz), slot.gradient.slice(iz - 1), slot.steps);
+            slot.imaging.spread(slot.record.after(iz - 1, block.count), iz, deltai, carried);
+            slot.steps.prepare(iz - 1);
+            if (context.prediction) predict(slot, block, iz);
+            slot.steps.transposed(carried, slot.record, gradients);
+            in_turn(iz, block, [&] {
+                for (int i = 0; i < block.count; ++i) add_to(gradients.slice(i).flat(), deltas.slice(iz - 1).flat());
+            });
         }
+        if (!context.prediction) return;
+        for (int i = 0; i < block.count; ++i)
+            if (slot.steps.steps(i)) compare(slot.predicted.slice(i), block.first + i);
     }
 
-    /// The receiver side of the transpose for the zero-offset image of level iz and the field from below, one level up.
-    void predict(int iz) const {
+    /// The receiver side of the transpose for the zero-offset image of level iz and the fields from below, one level
+    /// up.
+    void predict(RecordingSlot& slot, const Block& block, int iz) const {
         const float *const image = context.prediction->image.slice(iz).p, *const taper = context.taper.p;
-        const cf* const ws = slot.ws.slice(iz).p;
-        for (std::ptrdiff_t i = 0; i < slot.predicted.n[0]; ++i)
-            slot.predicted(i) = taper[i] * (slot.predicted(i) + image[i] * taper[i] * ws[i]);
-        apply_receiver_step_transposed(slot.tables.step(iz - 1), context.fft, slot.predicted, slot.steps);
+        View<cf, 2> predicted = slot.predicted;
+        predicted.n[1] = block.count;
+        const BlockPair fields = slot.record.after(iz - 1, block.count);
+        for (int b = 0; b < block.count; ++b) {
+            const cf* const ws = fields.source.slice(b).p;
+            cf* const d = predicted.slice(b).p;
+            for (std::ptrdiff_t i = 0; i < predicted.n[0]; ++i) d[i] = taper[i] * (d[i] + image[i] * taper[i] * ws[i]);
+        }
+        slot.steps.transposed(predicted);
     }
 
-    void compare(View<const cf, 2> recv) const {
+    void compare(View<const cf, 1> predicted_field, int iw) const {
         const Parms& par = context.par;
         double both = 0.0, predicted = 0.0, recorded = 0.0;
         for (int i = 0; i < par.rec.h.n; ++i) {
-            const std::complex<double> r = recv(i, iw), d = slot.predicted(i + par.tapertr + par.padtraces);
+            const std::complex<double> r = recv(i, iw), d = predicted_field(i + par.tapertr + par.padtraces);
             if (r == 0.0) continue;
             both += r.real() * d.real() + r.imag() * d.imag();
             predicted += std::norm(d);
@@ -121,59 +176,69 @@ struct Frequency {
         sums(2) += recorded;
     }
 
-    void derivative(View<const float, 2> deltas) const {
-        clear_samples(slot.as);
-        clear_samples(slot.ar);
-        if (!steps) return;
+    void derivative(RecordingSlot& slot, const Block& block, View<const float, 2> deltas, View<float, 3> deltai) {
+        const BlockPair changes = first_columns(slot.carried, block.count);
+        const BlockPair fields = first_columns(slot.fields, block.count);
+        clear_pair(changes);
         for (int iz = depths.first; iz < depths.end; ++iz) {
-            apply_step_derivative(slot.tables.step(iz - 1), context.fft, slot.source(slot.as, iz),
-                                  slot.receiver(slot.ar, iz), deltas.slice(iz - 1), slot.steps);
-            apply_taper(context.taper, slot.as);
-            apply_taper(context.taper, slot.ar);
-            taper_fields(iz);
-            const View<float, 2> image = slot.image.slice(iz);
-            owimage_forward(condition, iw, slot.as, slot.tr, image, slot.imaging);
-            owimage_forward(condition, iw, slot.ts, slot.ar, image, slot.imaging);
+            slot.steps.prepare(iz - 1);
+            slot.steps.derivative(changes, slot.record, deltas.slice(iz - 1));
+            taper_pair(context, changes, changes);
+            taper_pair(context, slot.record.after(iz - 1, block.count), fields);
+            in_turn(iz, block, [&] {
+                for (const BlockPair& pair :
+                     {BlockPair{changes.source, fields.receiver}, BlockPair{fields.source, changes.receiver}}) {
+                    slot.imaging.load(pair);
+                    slot.imaging.add(pair, iz, deltai.slice(iz));
+                }
+            });
         }
     }
 };
 
-/// `work` runs on each frequency after its background fields are kept, `sum` on the slots.
-template <class Work, class Sum>
-void over_backgrounds(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
-                      View<const float, 2> vel, bool transposed, Work work, Sum sum) {
-    assert(context.frozen.references != nullptr && context.clear_margins);
-    const ImageCondition condition(context.par);
-    const auto each = [&](Slot& slot, int iw, int /*inode*/) {
-        const Frequency frequency{context, condition, iw, steps_at(context.par, iw), DepthRange(context.par), slot};
-        frequency.background(recv, source);
-        work(frequency);
-    };
-    over_frequencies<Slot>(context, vel, transposed, each, sum);
-}
-
 }  // namespace
+
+void migrate_blocks(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
+                    View<const float, 2> vel, View<float, 3> image, View<float, 2> illum) {
+    Pass<Slot> pass(context, recv, source, vel);
+    const int top = context.par.nzmin - 1;
+    pass.shared.clear();
+    pass.run([&](Slot& slot, const Block& block) {
+        const BlockPair fields = first_columns(slot.fields, block.count);
+        for (int iz = pass.depths.first; iz < pass.depths.end; ++iz) {
+            slot.steps.prepare(iz - 1);
+            slot.steps.carry(fields, context.taper);
+            slot.imaging.load(fields);
+            pass.in_turn(iz, block, [&] {
+                if (illum.size() > 0) add_illumination(fields.source, illum.slice(iz));
+                slot.imaging.add(fields, iz, image.slice(iz - top));
+            });
+        }
+    });
+    pass.shared.add_to(image, top);
+}
 
 void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                     View<const float, 2> vel, View<float, 2> deltas, View<const float, 3> deltai) {
-    over_backgrounds(
-        context, recv, source, vel, true,
-        [&](const Frequency& frequency) {
-            frequency.transposed(deltai);
-            if (context.prediction && frequency.steps) frequency.compare(recv);
-        },
-        [&](const std::vector<Slot>& slots) {
-            reduce(slots, deltas, 0, deltas.n[1], [](const Slot& slot) { return slot.gradient; });
-        });
+    assert(context.frozen.references != nullptr && context.clear_margins);
+    RecordedPass pass(context, recv, source, vel);
+    pass.shared.take(deltai);
+    pass.run([&](RecordingSlot& slot, const Block& block) {
+        pass.background(slot, block);
+        pass.transposed(slot, block, deltai, deltas);
+    });
 }
 
 void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source,
                       View<const float, 2> vel, View<const float, 2> deltas, View<float, 3> deltai) {
-    over_backgrounds(
-        context, recv, source, vel, false, [&](const Frequency& frequency) { frequency.derivative(deltas); },
-        [&](const std::vector<Slot>& slots) {
-            reduce(slots, deltai, 0, deltai.n[2], [](const Slot& slot) { return slot.image; });
-        });
+    assert(context.frozen.references != nullptr && context.clear_margins);
+    RecordedPass pass(context, recv, source, vel);
+    pass.shared.clear();
+    pass.run([&](RecordingSlot& slot, const Block& block) {
+        pass.background(slot, block);
+        pass.derivative(slot, block, deltas, deltai);
+    });
+    pass.shared.add_to(deltai, 0);
 }
 
 }  // namespace morvane

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "src/areal/wemva/passes/exact.h"
 #include "src/areal/wemva/passes/frequency_loop.h"
 
 namespace morvane {
@@ -63,12 +64,13 @@ void migrate_frequency(const WaveContext& context, const ImageCondition& conditi
 
 void owwei(const WaveContext& context, View<const cf, 2> recv, View<const cf, 2> source, View<const float, 2> vel,
            View<float, 3> image, View<float, 2> illum) {
+    if (context.clear_margins) return migrate_blocks(context, recv, source, vel, image, illum);
     const Parms& par = context.par;
     const ImageCondition condition(par);
     const bool illuminate = illum.size() > 0;
     const auto each = [&](Slot& slot, int iw, int /*inode*/) {
-        load_surface(par, source, iw, context.clear_margins, slot.ws);
-        load_surface(par, recv, iw, context.clear_margins, slot.wr);
+        load_surface(par, source, iw, false, slot.ws);
+        load_surface(par, recv, iw, false, slot.wr);
         migrate_frequency(context, condition, iw, slot);
     };
     over_frequencies<Slot>(context, vel, illuminate, each, [&](const std::vector<Slot>& slots) {

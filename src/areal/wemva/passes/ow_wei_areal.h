@@ -28,6 +28,7 @@ struct WaveContext {
     View<const float, 1> taper;   ///< (kxm.n) lateral taper
     View<const float, 3> sref;    ///< (nref, 2, img.z.n) region table of lloyd_vel1, or empty
     FixedReferences frozen = {};  ///< what stays while the model changes
+    bool reproducible = false;    ///< clear margins: sums in the order of the frequencies, whatever `nodes` is
     bool clear_margins = false;   ///< start each frequency from clear columns; otherwise a thread carries margins over
     const Prediction* prediction = nullptr;  ///< owwei_gradient: data to predict and compare; null: none
     std::vector<Arena>* memory = nullptr;    ///< keeps the threads' work arrays for the next pass; null: none are kept

@@ -30,11 +30,14 @@ void product(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* 
 /// out = in * weight, or out += in * weight
 template <bool add>
 void weighted(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
-    const float* const x = parts(in.p);
+    const std::ptrdiff_t n = in.n[0];
+    const float *const x = parts(in.p), *const share = weight.p;
     float* const y = parts(out);
-    for (std::ptrdiff_t i = 0; i < in.n[0]; ++i) {
-        y[2 * i] = (add ? y[2 * i] : 0.0f) + weight.p[i] * x[2 * i];
-        y[2 * i + 1] = (add ? y[2 * i + 1] : 0.0f) + weight.p[i] * x[2 * i + 1];
+#pragma GCC ivdep
+    for (std::ptrdiff_t i = 0; i < n; ++i) {
+        const float re = share[i] * x[2 * i], im = share[i] * x[2 * i + 1];
+        y[2 * i] = add ? y[2 * i] + re : re;
+        y[2 * i + 1] = add ? y[2 * i + 1] + im : im;
     }
 }
 
@@ -84,53 +87,19 @@ void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out) {
     weighted<false>(in, weight, out);
 }
 
-StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels, Arena& arena)
-    : par_(par),
-      medium_(medium),
-      stages_(par, medium.stages, most_levels, arena),
-      fine_(par, medium.fine, most_levels, arena),
-      nrefs_(1),
-      steps_(at(most_levels)) {
-    const std::ptrdiff_t nx = par.kxm.n;
-    for (const MediumLevel& level : medium.levels) nrefs_ = std::max(nrefs_, static_cast<int>(level.vref.size()));
-    phase_ = arena.take<cf>(nx, nrefs_, most_levels);
-    space_ = arena.take<cf>(nx, nrefs_, most_levels);
-    work_ = arena.take<float>(nx, 2);
-}
-
-void StepTables::prepare(int iw, int first, int count) {
-    const float w = par_.rec.w.all[at(iw)];
-    first_ = first;
-    for (int j = 0; j < count; ++j) {
-        DepthStep& step = steps_[at(j)];
-        step.level = &medium_.levels[at(first + j)];
-        const auto nref = static_cast<std::ptrdiff_t>(step.level->vref.size());
-        View<cf, 2> phase = phase_.slice(j), space = space_.slice(j);
-        step.blends = step.level->dweight.n()[0] > 0;
-        phase.n[1] = nref;
-        space.n[1] = step.blends ? 1 : nref;
-        prepare_phases(w, step, phase, space);
-    }
-    prepare_stages(stages_, w, first, count);
-    prepare_stages(fine_, w, first, count);
-}
-
-template <class Real>
-void StepTables::prepare_stages(FfdTables<Real>& tables, float w, int first, int count) {
-    if (tables.empty()) return;
-    tables.prepare(w, first, count);
-    for (int j = 0; j < count; ++j) steps_[at(j)].stages = tables.stages(first + j);
-}
-
-void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space) {
+void prepare_phases(const Parms& par, float w, View<cf, 2> phase, View<cf, 2> space, View<float, 2> work,
+                    DepthStep& step) {
     const MediumLevel& level = *step.level;
-    const std::ptrdiff_t nx = par_.kxm.n;
-    const float dz = par_.v.z.d;
+    step.blends = level.dweight.n()[0] > 0;
+    phase.n[1] = static_cast<std::ptrdiff_t>(level.vref.size());
+    space.n[1] = step.blends ? 1 : phase.n[1];
+    const std::ptrdiff_t nx = par.kxm.n;
+    const float dz = par.v.z.d;
     const float dz_w = dz * w;
     const float unscale = 1.0f / static_cast<float>(nx);  // both transforms
-    float* const angle = work_.slice(0).p;
-    float* const scale = work_.slice(1).p;
-    const float* const kx = par_.kxm.all.data();
+    float* const angle = work.slice(0).p;
+    float* const scale = work.slice(1).p;
+    const float* const kx = par.kxm.all.data();
     for (std::ptrdiff_t k = 0; k < phase.n[1]; ++k) {
         const float w_over_c = w / level.vref[at(k)];
         const float k2 = w_over_c * w_over_c;
@@ -155,6 +124,39 @@ void StepTables::prepare_phases(float w, DepthStep& step, View<cf, 2> phase, Vie
     step.phase = phase;
     step.space = space;
     step.dz_w = dz_w;
+}
+
+StepTables::StepTables(const Parms& par, const Medium& medium, int most_levels, Arena& arena)
+    : par_(par),
+      medium_(medium),
+      stages_(par, medium.stages, most_levels, arena),
+      fine_(par, medium.fine, most_levels, arena),
+      nrefs_(1),
+      steps_(at(most_levels)) {
+    const std::ptrdiff_t nx = par.kxm.n;
+    for (const MediumLevel& level : medium.levels) nrefs_ = std::max(nrefs_, static_cast<int>(level.vref.size()));
+    phase_ = arena.take<cf>(nx, nrefs_, most_levels);
+    space_ = arena.take<cf>(nx, nrefs_, most_levels);
+    work_ = arena.take<float>(nx, 2);
+}
+
+void StepTables::prepare(int iw, int first, int count) {
+    const float w = par_.rec.w.all[at(iw)];
+    first_ = first;
+    for (int j = 0; j < count; ++j) {
+        DepthStep& step = steps_[at(j)];
+        step.level = &medium_.levels[at(first + j)];
+        prepare_phases(par_, w, phase_.slice(j), space_.slice(j), work_, step);
+    }
+    prepare_stages(stages_, w, first, count);
+    prepare_stages(fine_, w, first, count);
+}
+
+template <class Real>
+void StepTables::prepare_stages(FfdTables<Real>& tables, float w, int first, int count) {
+    if (tables.empty()) return;
+    tables.prepare(w, first, count);
+    for (int j = 0; j < count; ++j) steps_[at(j)].stages = tables.stages(first + j);
 }
 
 StepScratch::StepScratch(int nx) : spectrum({nx}), shifted({nx}), field({nx}), stages(nx) {}

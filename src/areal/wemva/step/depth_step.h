@@ -31,6 +31,12 @@ struct DepthStep {
     std::span<const FfdStage> stages;
 };
 
+/// The phase shift's factors of the step's level at angular frequency w.
+/// @param phase, space (nx, >= references) where they go
+/// @param work         (nx, 2)
+void prepare_phases(const Parms& par, float w, View<cf, 2> phase, View<cf, 2> space, View<float, 2> work,
+                    DepthStep& step);
+
 /// Tables of the steps through a range of levels at one frequency. One per thread.
 class StepTables {
 public:
@@ -45,7 +51,6 @@ public:
     static int batch(const Parms& par) { return par.ffd() ? levels_at_a_time : 1; }
 
 private:
-    void prepare_phases(float w, DepthStep& step, View<cf, 2> phase, View<cf, 2> space);
     template <class Real>
     void prepare_stages(FfdTables<Real>& tables, float w, int first, int count);
 
@@ -63,7 +68,7 @@ private:
 /// out = in * table, sample by sample, the table as it is or its conjugate. May run in place.
 void multiply(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
 void multiply_add(View<const cf, 1> in, View<const cf, 1> table, bool conjugate, cf* out);
-/// out = in * weight, sample by sample.
+/// out = in * weight, sample by sample. May run in place.
 void weigh(View<const cf, 1> in, View<const float, 1> weight, cf* out);
 
 /// Scratch of apply_step. One per thread.

@@ -5,31 +5,12 @@
 #include <type_traits>
 
 #include "lib/base/index.h"
+#include "lib/base/lanes.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 
 namespace morvane {
 
 namespace {
-
-/// Lane k of row i goes to lane i of row k.
-void transpose(Float8 (&row)[levels_at_a_time]) {
-    static_assert(levels_at_a_time == 8);
-    Float8 a[8], b[8];
-    for (int i = 0; i < 8; i += 2) {
-        a[i] = __builtin_shufflevector(row[i], row[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-        a[i + 1] = __builtin_shufflevector(row[i], row[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-    }
-    for (int i = 0; i < 8; i += 4) {
-        for (int j = 0; j < 2; ++j) {
-            b[i + 2 * j] = __builtin_shufflevector(a[i + j], a[i + j + 2], 0, 1, 8, 9, 4, 5, 12, 13);
-            b[i + 2 * j + 1] = __builtin_shufflevector(a[i + j], a[i + j + 2], 2, 3, 10, 11, 6, 7, 14, 15);
-        }
-    }
-    for (int i = 0; i < 4; ++i) {
-        row[i] = __builtin_shufflevector(b[i], b[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        row[i + 4] = __builtin_shufflevector(b[i], b[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-    }
-}
 
 /// Eight numbers of a lane at a time from `row` to the columns of `count` lanes from `lane` on.
 void store_rows(Float8 (&row)[levels_at_a_time], int lane, int count, std::ptrdiff_t numbers, float* column,

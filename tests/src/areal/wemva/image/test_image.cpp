@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "src/areal/wemva/image/offset_band.h"
 #include "src/areal/wemva/image/ow_image_areal.h"
 #include "src/areal/wemva/step/ow_scttr_areal.h"
 #include "tests/dot_test.h"
@@ -112,6 +113,101 @@ TEST(Image, EitherSideIsTheTransposeOfTheForwardImage) {
             EXPECT_LT(mismatch<float>(parts(x.flat()), ax.flat(), y.flat(), parts(back.flat())), 1e-6) << nh;
         }
     }
+}
+
+namespace {
+
+struct Band {
+    int nx, nh, samples, first;  // samples between offsets; the first offset, in samples
+    bool rotated;
+};
+const Band bands[] = {{33, 9, 1, -4, false}, {64, 21, 1, -10, true},  {70, 81, 1, -40, false}, {17, 8, 1, 0, false},
+                      {40, 11, 2, -9, true}, {50, 16, 3, -24, false}, {23, 10, 1, -30, false}, {9, 12, 1, 20, false},
+                      {1, 8, 1, -4, false},  {130, 97, 1, -48, false}};
+
+struct BandCase {
+    static constexpr int frequencies = 13;
+    Parms par;
+    Array<cf, 2> ws, wr;
+    std::vector<cf> phase;
+    explicit BandCase(const Band& band)
+        : par(WaveCase{.nx = band.nx, .nw = frequencies, .nh = band.nh}.parms()),
+          ws({band.nx, frequencies}),
+          wr({band.nx, frequencies}) {
+        par.migration = band.rotated;
+        par.img.sh.d = static_cast<float>(band.samples) * par.img.xm.d;
+        par.img.sh.o = static_cast<float>(band.first) * par.img.xm.d;
+        randomize(ws.flat(), 5);
+        randomize(wr.flat(), 6);
+        for (int iw = 0; iw < frequencies; ++iw) phase.push_back(ImageCondition(par).receiver_phase(iw));
+    }
+};
+
+}  // namespace
+
+TEST(OffsetBand, SumsTheFrequenciesOfABlockAsTheImageDoes) {
+    for (const Band& shape : bands) {
+        BandCase c(shape);
+        const ImageCondition condition(c.par);
+        const OffsetBand band(condition, shape.nx);
+        ASSERT_TRUE(band.serves());
+        Arena arena;
+        BandKernels kernels(band, arena);
+        std::vector<float> slice(static_cast<std::size_t>(band.size()));
+        kernels.load(c.ws, c.wr, c.phase.data());
+        for (int time = 0; time < 2; ++time) kernels.add(slice.data(), nullptr);
+        Array<float, 2> image({shape.nx, shape.nh}), expected({shape.nx, shape.nh});
+        image.fill(1.0f);
+        band.add_to(slice.data(), image);
+        ImageScratch scratch(shape.nx);
+        for (int time = 0; time < 2; ++time)
+            for (int iw = 0; iw < BandCase::frequencies; ++iw)
+                owimage_forward(condition, iw, c.ws.view().slice(iw), c.wr.view().slice(iw), expected, scratch);
+        for (float& v : expected.flat()) v += 1.0f;
+        EXPECT_LT(relative_difference<float>(image.flat(), expected.flat()), 1e-6) << shape.nx << ' ' << shape.nh;
+    }
+}
+
+TEST(OffsetBand, SpreadsOntoEitherSideAsTheTransposeDoes) {
+    for (const Band& shape : bands) {
+        BandCase c(shape);
+        const ImageCondition condition(c.par);
+        const OffsetBand band(condition, shape.nx);
+        Arena arena;
+        const BandKernels kernels(band, arena);
+        Array<float, 2> image({shape.nx, shape.nh});
+        randomize(image.flat(), 7);
+        std::vector<float> slice(static_cast<std::size_t>(band.size()), 99.0f);
+        band.take(image, slice.data());
+        const std::vector<float> taper(static_cast<std::size_t>(shape.nx), 1.0f);
+        ImageScratch scratch(shape.nx);
+        Array<float, 3> known({lane_count, 2, shape.nx}), sum({lane_count, 2, shape.nx});
+        for (const Spread side : {Spread::source, Spread::receiver}) {
+            const bool source = side == Spread::source;
+            const Array<cf, 2>& other = source ? c.wr : c.ws;
+            Array<cf, 2> turned = other, out({shape.nx, BandCase::frequencies}), expected = out;
+            for (int iw = 0; iw < BandCase::frequencies; ++iw) {
+                const cf phase = c.phase[static_cast<std::size_t>(iw)];
+                for (cf& z : turned.view().slice(iw).flat()) z *= source ? phase : std::conj(phase);
+                owimage_transpose(condition, iw, side, {taper.data(), {shape.nx}}, other.view().slice(iw), image.view(),
+                                  expected.view().slice(iw), scratch);
+            }
+            to_lanes(turned, known);
+            kernels.spread(side, known.view(), BandCase::frequencies, slice.data(), sum, slice.data());
+            from_lanes(sum.view(), out.view());
+            EXPECT_LT(relative_difference<cf>(out.flat(), expected.flat()), 1e-6)
+                << shape.nx << ' ' << shape.nh << ' ' << source;
+        }
+    }
+}
+
+TEST(OffsetBand, LeavesOtherImagesAlone) {
+    Parms few = WaveCase{.nx = 30, .nh = 7}.parms(), uneven = WaveCase{.nx = 30, .nh = 9}.parms(), shifts = uneven,
+          backward = uneven;
+    uneven.img.sh.d *= 1.5f;
+    shifts.timeshift = true;
+    backward.img.sh.d *= -1.0f;
+    for (const Parms& par : {few, uneven, shifts, backward}) EXPECT_FALSE(OffsetBand(ImageCondition(par), 30).serves());
 }
 
 TEST(Image, MultiplesCorrelateTheReceiverFieldWithItselfWithoutConjugate) {

@@ -14,13 +14,15 @@ struct Kind {
     const char* extrap;
     int nref, dipop;
     bool regions, migration, timeshift;
+    int nh = 5, samples = 1;  // offsets, and samples between them
 };
 const Kind kinds[] = {
-    {"one reference", "pspi", 1, 45, false, false, false}, {"blend", "pspi", 3, 45, false, false, false},
-    {"regions", "pspi", 1, 45, true, false, false},        {"ffd 45", "ffd", 1, 45, false, false, false},
-    {"ffd 65", "ffd", 1, 65, false, false, false},         {"ffd 80", "ffd", 1, 80, false, false, false},
-    {"ffd 89", "ffd", 1, 89, false, false, false},         {"ffd 15", "ffd", 1, 15, false, false, false},
-    {"rotated image", "pspi", 1, 45, false, true, false},  {"time shifts", "ffd", 1, 45, false, false, true},
+    {"one reference", "pspi", 1, 45, false, false, false},   {"blend", "pspi", 3, 45, false, false, false},
+    {"regions", "pspi", 1, 45, true, false, false},          {"ffd 45", "ffd", 1, 45, false, false, false},
+    {"ffd 65", "ffd", 1, 65, false, false, false},           {"ffd 80", "ffd", 1, 80, false, false, false},
+    {"ffd 89", "ffd", 1, 89, false, false, false},           {"ffd 15", "ffd", 1, 15, false, false, false},
+    {"rotated image", "pspi", 1, 45, false, true, false},    {"time shifts", "ffd", 1, 45, false, false, true},
+    {"many offsets", "ffd", 1, 80, false, false, false, 21}, {"wide steps", "pspi", 3, 45, false, true, false, 9, 2},
 };
 
 Shot shot_of(const Kind& kind, float variation, int nx = 33) {
@@ -30,11 +32,13 @@ Shot shot_of(const Kind& kind, float variation, int nx = 33) {
                          .extrap = kind.extrap,
                          .nref = kind.nref,
                          .dipop = kind.dipop,
-                         .nh = 5,
+                         .nh = kind.nh,
                          .tapertr = 4,
                          .padtraces = 2}
                     .parms();
     par.migration = kind.migration;
+    par.img.sh.d *= static_cast<float>(kind.samples);
+    par.img.sh.o *= static_cast<float>(kind.samples);
     if (kind.timeshift) {
         par.timeshift = true;
         par.img.th = {5, 0.006f, -0.012f, {}};
@@ -73,7 +77,7 @@ TEST(ExactDerivative, IsTheTransposeOfTheGradientAtThirtyPercentVariation) {
         for (const int nx : {32, 33}) {
             const Shot shot = shot_of(kind, 0.3f, nx);
             Array<float, 2> deltas({nx, 12});
-            Array<float, 3> deltai({nx, 5, 12});
+            Array<float, 3> deltai({nx, kind.nh, 12});
             randomize(deltas.flat(), 41);
             randomize(deltai.flat(), 42);
             const Array<float, 3> forward = shot.derivative(deltas);
@@ -92,10 +96,10 @@ TEST(Fit, PredictionIsTheTransposeOfTheZeroOffsetImage) {
         for (const int nodes : {1, 3}) {
             const Shot shot = shot_of(kind, 0.3f);
             const int zero = zero_sample(shot.par);
-            ASSERT_EQ(zero, 2);
+            ASSERT_EQ(zero, kind.nh / 2);
             Array<float, 2> r({33, 12}), deltas({33, 12});
             randomize(r.flat(), 43);
-            const Array<float, 3> image = shot.image_with(shot.exact_context(), shot.vel), none({33, 5, 12});
+            const Array<float, 3> image = shot.image_with(shot.exact_context(), shot.vel), none({33, kind.nh, 12});
             double expected = 0.0, recorded = 0.0;
             for (int iz = 0; iz < 12; ++iz)
                 for (int ix = 0; ix < 33; ++ix) {

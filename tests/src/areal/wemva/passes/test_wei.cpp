@@ -106,6 +106,45 @@ TEST(Migration, ThreadsAgreeWithOneThread) {
     }
 }
 
+// Blocks of frequencies are cut differently for each number of threads.
+TEST(ExactPasses, AreTheSameBitsOnAnyNumberOfThreadsIfAsked) {
+    struct Form {
+        const char* extrap;
+        int dipop, nh, nw;
+    };
+    for (const Form& form : {Form{"pspi", 45, 11, 37}, {"ffd", 80, 3, 21}, {"ffd", 45, 9, 5}}) {
+        WaveCase wave{.nx = 26, .nz = 9, .nw = form.nw, .extrap = form.extrap, .nref = 3, .dipop = form.dipop};
+        wave.nh = form.nh;
+        wave.tapertr = 3;
+        wave.f0 = 0.0f;
+        const Shot shot(wave, 0.2f);
+        Array<float, 3> deltai({26, form.nh, 9});
+        randomize(deltai.flat(), 8);
+        struct Result {
+            Array<float, 3> image;
+            Array<float, 2> illum, gradient;
+        };
+        const auto run = [&](int nodes, bool reproducible) {
+            WaveContext context = shot.exact_context(nodes);
+            context.reproducible = reproducible;
+            Result r{deltai, Array<float, 2>({26, 9}), Array<float, 2>({26, 9})};
+            owwei(context, shot.recv.view(), shot.source.view(), shot.vel.view(), r.image, r.illum);
+            owwei_gradient(context, shot.recv.view(), shot.source.view(), shot.vel.view(), r.gradient, deltai.view());
+            return r;
+        };
+        const Result one = run(1, false);
+        EXPECT_GT(norm<float>(one.gradient.flat()), 0.0);
+        for (const int nodes : {1, 2, 3, 5, 40}) {
+            const Result same = run(nodes, true), close = run(nodes, false);
+            EXPECT_TRUE(std::ranges::equal(same.image.flat(), one.image.flat())) << form.extrap << nodes;
+            EXPECT_TRUE(std::ranges::equal(same.illum.flat(), one.illum.flat())) << form.extrap << nodes;
+            EXPECT_TRUE(std::ranges::equal(same.gradient.flat(), one.gradient.flat())) << form.extrap << nodes;
+            EXPECT_LT(relative_difference<float>(close.image.flat(), one.image.flat()), 1e-5);
+            EXPECT_LT(relative_difference<float>(close.gradient.flat(), one.gradient.flat()), 1e-5);
+        }
+    }
+}
+
 // The second round finds what the passes of the first, of other shapes too, left in the arrays.
 TEST(Passes, KeptMemoryChangesNothing) {
     for (const char* extrap : {"pspi", "ffd"}) {
