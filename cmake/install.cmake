@@ -24,7 +24,7 @@ endforeach()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME morvane)
-set(CPACK_PACKAGE_CONTACT "the morvane authors <morvane@localhost>")
+set(CPACK_PACKAGE_CONTACT "the morvane authors <maintainers@morvane.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "slowness models that focus the image, from recorded wavefields")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)

@@ -3,7 +3,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,6 +15,8 @@
 #include "src/areal/wemva/program/scratch_run.h"
 #include "src/areal/wemva/run/denormals.h"
 #include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/run/muted.h"
+#include "src/areal/wemva/run/program_end.h"
 #include "src/areal/wemva/start/key_table.h"
 #include "src/tools/morvane_taylor/taylor.h"
 
@@ -195,18 +196,11 @@ int main(int argc, char** argv) {
         return *status;
     flush_denormals();
     qas::Session session(argc, argv);
-    try {
+    return end_of(session, [&] {
         check_keys(session, keys);
         const Plan plan = read_plan(session);
         const std::vector<SlopeCheck> exact = test_mode(session.words(), "exact", plan, keys);
         test_mode(session.words(), "classic", plan, keys);
         return conclude(exact);
-    } catch (const StrictEnd& error) {
-        qas::report_fatal(error, session);
-        return StrictEnd::status;
-    } catch (const qas::Fatal& error) {
-        return qas::report_fatal(error, session);
-    } catch (const std::exception& error) {
-        return qas::report_fatal(qas::Fatal(std::string(error.what()) + "\n"), session);
-    }
+    });
 }

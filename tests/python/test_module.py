@@ -296,11 +296,13 @@ class Runs(InFolder):
 
     def test_the_page_needs_nothing_else(self):
         self.text("run/messages", "morvane: warning: <b>this & that</b>\n")
-        status, said = self.report("run", "true=run/true", "out=p.html")
+        self.text("run/course.csv", "# by evaluation\nevaluation,accepted,fit\n1,1,0.71\n2,0,\n99,1,0.9\n3,1,0.75\n")
+        status, said = self.report("run", "true=run/true", "out=p.html", "course=course.csv")
         self.assertEqual(status, 0, said)
         with open("p.html", encoding="utf-8") as file:
             text = file.read()
         page = Page(text)
+        self.assertTrue(any(p["alt"] == "Fit by evaluation, from 0.71 to 0.75" for p in page.pictures))
         self.assertTrue(all(a.startswith("data:") for a in page.addresses), page.addresses)
         self.assertNotIn("<script", text)
         self.assertNotIn("@import", text)

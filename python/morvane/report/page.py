@@ -80,7 +80,20 @@ def _convergence(facts):
             figures.append(_figure(
                 pictures.curve(x[:n], scale * np.asarray(values[:n]), accepted[:n], label, log=label.startswith("rms")),
                 "%s by evaluation, from %.4g to %.4g %s" % (caption, scale * values[0], scale * values[n - 1], label), caption))
+    at, fit = _fit(facts)
+    if len(at):
+        figures.insert(1, _figure(pictures.curve(at, fit, accepted[at - 1], "fit", from_zero=False),
+                                  "Fit by evaluation, from %.4g to %.4g" % (fit[0], fit[-1]),
+                                  "Fit: how well the image predicts the data (1: entirely)"))
     return '<div class="pair">%s</div>%s' % ("".join(figures), _course_rows(facts))
+
+
+def _fit(facts):
+    """Evaluations, from 1, whose fit the file of course= tells, and those fits."""
+    table = facts.table or {}
+    pairs = [(int(i), f) for i, f in zip(table.get("evaluation", ()), table.get("fit", ()))
+             if 1 <= i <= facts.evaluations and np.isfinite(f)]
+    return np.array([i for i, _ in pairs], int), [f for _, f in pairs]
 
 
 def _course_rows(facts):

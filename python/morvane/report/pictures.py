@@ -57,7 +57,7 @@ def gathers(panels, positions, h, z, limit, title, unit):
     return png(figure)
 
 
-def curve(x, values, accepted, label, log=False):
+def curve(x, values, accepted, label, log=False, from_zero=True):
     """A number by evaluation; those of accepted models filled and joined."""
     figure, axes = plt.subplots(figsize=(WIDTH, 2.5), layout="constrained")
     x, values = np.asarray(x), np.asarray(values, float)
@@ -65,7 +65,7 @@ def curve(x, values, accepted, label, log=False):
     axes.plot(x[accepted], values[accepted], "o-", color="tab:blue", ms=5, linewidth=1)
     if log and (values[np.isfinite(values)] > 0).all():
         axes.set_yscale("log")
-    else:
+    elif from_zero:
         axes.set_ylim(bottom=0)
     axes.xaxis.get_major_locator().set_params(integer=True)
     axes.set(xlabel="evaluation (filled: accepted)", ylabel=label)

@@ -9,6 +9,7 @@
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/program/scratch_run.h"
 #include "src/areal/wemva/run/interruption.h"
+#include "src/areal/wemva/run/muted.h"
 
 namespace morvane {
 

@@ -1,18 +1,13 @@
 #include "src/areal/wemva/program/program.h"
 
 #include <csignal>
-#include <cstdio>
-#include <exception>
-#include <new>
-#include <string>
 
 #include "lib/corelibs/qas/messages/help.h"
-#include "lib/corelibs/qas/messages/qaserr.h"
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/driver.h"
 #include "src/areal/wemva/program/member.h"
 #include "src/areal/wemva/run/denormals.h"
-#include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/run/program_end.h"
 #include "src/areal/wemva/start/key_table.h"
 
 namespace morvane {
@@ -33,27 +28,12 @@ Keys with their defaults, and in brackets what makes them count. "kept": read an
 docs/parameters.md tells of each what is permitted, docs/datasets.md of the dataset format.
 )";
 
-int report(const char* text, qas::Session& session) {
-    return qas::report_fatal(qas::Fatal(text), session);
-}
-
 int lead(qas::Session& session, const qas::KeyTable& keys, Team& team) {
-    try {
+    return end_of(session, [&] {
         check_keys(session, keys);
         invert(session, team);
         return 0;
-    } catch (const StrictEnd& error) {
-        qas::report_fatal(error, session);
-        return StrictEnd::status;
-    } catch (const qas::Fatal& error) {
-        return qas::report_fatal(error, session);
-    } catch (const std::bad_alloc&) {
-        return report(
-            "not enough memory for this run: fewer threads (node), offsets (nh) or a smaller image need less\n",
-            session);
-    } catch (const std::exception& error) {
-        return report((std::string("unexpected failure: ") + error.what() + "\n").c_str(), session);
-    }
+    });
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #pragma once
-/// A run beside another one: nothing that the parameters name is written, nothing is said.
-#include <cstdio>
+/// A run beside another one: nothing that the parameters name is written.
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -36,25 +35,6 @@ struct Scratch {
         words.push_back("stdout=" + (path / "history").string());
         return words;
     }
-};
-
-/// A standard stream to which the wavefield routines report their progress, silent meanwhile.
-class Muted {
-    std::FILE* stream_;
-    int kept_;
-
-public:
-    explicit Muted(std::FILE* stream) : stream_(stream), kept_(dup(fileno(stream))) {
-        std::fflush(stream_);
-        if (std::freopen("/dev/null", "w", stream_) == nullptr) kept_ = -1;
-    }
-    ~Muted() {
-        std::fflush(stream_);
-        dup2(kept_, fileno(stream_));
-        close(kept_);
-    }
-    Muted(const Muted&) = delete;
-    Muted& operator=(const Muted&) = delete;
 };
 
 }  // namespace morvane
