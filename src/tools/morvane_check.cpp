@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <fstream>
 #include <numeric>
 #include <string>
@@ -19,7 +18,10 @@
 #include "src/areal/wemva/program/scratch_run.h"
 #include "src/areal/wemva/run/denormals.h"
 #include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/run/muted.h"
+#include "src/areal/wemva/run/program_end.h"
 #include "src/areal/wemva/start/key_table.h"
+#include "src/tools/morvane_check/time_zero.h"
 #include "src/tools/morvane_check/verdict.h"
 
 namespace morvane {
@@ -98,28 +100,40 @@ std::vector<int> middle_shots(int all, int wanted) {
     return used;
 }
 
-std::vector<Verdict> judge_focus(const Inversion& run, Shots& shots, const std::vector<int>& used,
-                                 const Records& records, const ModelRange& model, qas::Session& session) {
-    const auto image = [&](const Variant& variant) { return focus_of(run, shots, run.vel0, used, variant); };
-    const double start = seconds();
-    std::vector<Focus> signs{image({})};
-    const double migration = seconds() - start;
-    for (const Variant& variant : {Variant{true, true}, Variant{true, false}, Variant{false, true}})
-        signs.push_back(image(variant));
-    std::vector<Verdict> out{judge_signs(signs, judge(records.direct, 1.0, 3.0) != Level::ok)};
-    constexpr std::size_t enough = 8;  // shots whose images can focus
-    if (out[0].level != Level::wrong && used.size() >= enough) {
-        constexpr double largest_error = 0.15;  // of the start velocity
-        const double period = 1.0 / records.peak, depth = (run.par.img.z.n - 1) * static_cast<double>(run.par.v.z.d);
-        std::vector<double> shifts;
-        std::vector<Focus> images;
-        for (int k = -8; k <= 8; ++k) {
-            shifts.push_back(0.375 * k);
-            images.push_back(k == 0 ? signs[0] : image({false, false, 0.375 * k * period}));
-        }
-        out.push_back(judge_time_zero(shifts, images, largest_error * 2.0 * depth / (model.median * period), period));
+/// Both estimates of the time at which the records begin.
+Verdict look_at_time_zero(const Inversion& run, FewShots& few, FewShots& fewer, const Focus& as_is,
+                          const Records& records, const ModelRange& model) {
+    constexpr double largest_error = 0.15;  // of the start velocity
+    const double period = 1.0 / records.peak;
+    const double deepest = 2.0 * (run.par.img.z.n - 1) * static_cast<double>(run.par.v.z.d) / (model.median * period);
+    std::vector<double> shifts;
+    std::vector<Focus> images;
+    for (int k = -10; k <= 10; ++k) {
+        shifts.push_back(0.3 * k);
+        images.push_back(k == 0 ? as_is : few.focus({false, false, 0.3 * k * period}));
     }
-    for (Verdict& verdict : judge_cost(run.par, session, migration, used.size())) out.push_back(std::move(verdict));
+    const double by_focus = time_zero_by_focus(shifts, images, largest_error * deepest);
+    return judge_time_zero(by_focus, time_zero_by_fit(fewer, period, std::clamp(0.5 / deepest, 0.005, 0.05)), period);
+}
+
+std::vector<Verdict> judge_focus(const Inversion& run, const std::vector<int>& used, const Records& records,
+                                 const ModelRange& model, qas::Session& session) {
+    FewShots few(run.par, run.fft, run.taper, run.vref, load_shots(run, used), 1);
+    std::vector<int> second;
+    for (std::size_t i = 0; i < used.size(); ++i) second.push_back(used[i]);
+    FewShots fewer(run.par, run.fft, run.taper, run.vref, load_shots(run, second), 1);
+    const double start = seconds();
+    std::array<Focus, 4> signs;
+    signs[0] = few.focus({});
+    const double migration = seconds() - start;
+    std::array<double, 4> fit{};
+    for (std::size_t i = 1; i < 4; ++i) signs[i] = few.focus(sign_variants[i]);
+    for (std::size_t i = 0; i < 4; ++i) fit[i] = few.fit(sign_variants[i]);
+    std::vector<Verdict> out{judge_signs(signs, judge(records.direct, 1.0, 3.0) != Level::ok), judge_fit(fit)};
+    constexpr std::size_t enough = 8;  // shots whose images can focus
+    if (std::max(out[0].level, out[1].level) != Level::wrong && few.size() >= enough)
+        out.push_back(look_at_time_zero(run, few, fewer, signs[0], records, model));
+    for (Verdict& verdict : judge_cost(run.par, session, migration, few.size())) out.push_back(std::move(verdict));
     return out;
 }
 
@@ -152,7 +166,7 @@ std::vector<Verdict> check(qas::Session& session, const qas::KeyTable& keys) {
     if (verdicts[0].level == Level::wrong) return verdicts;
     add(judge_sampling(par, model, records));
     add(judge_records(par, records));
-    if (!used.empty()) add(judge_focus(run, shots, used, records, model, session));
+    if (!used.empty()) add(judge_focus(run, used, records, model, session));
     return verdicts;
 }
 
@@ -179,15 +193,8 @@ int main(int argc, char** argv) {
         return *status;
     flush_denormals();
     qas::Session session(argc, argv);
-    try {
+    return end_of(session, [&] {
         check_keys(session, keys);
         return conclude(check(session, keys));
-    } catch (const StrictEnd& error) {
-        qas::report_fatal(error, session);
-        return StrictEnd::status;
-    } catch (const qas::Fatal& error) {
-        return qas::report_fatal(error, session);
-    } catch (const std::exception& error) {
-        return qas::report_fatal(qas::Fatal(std::string(error.what()) + "\n"), session);
-    }
+    });
 }

@@ -119,6 +119,29 @@ class Check(unittest.TestCase):
                 status, verdicts, said = self.verdicts(self.changed(**changes), "shots=0", *words)
                 self.assertEqual((status, verdicts.get(line)), (1, "look"), said)
 
+    def test_a_run_warns_of_another_sign(self):
+        conjugate = lambda samples, d, o: samples.conj()
+        said, left = {}, {}
+        for name, changes, words in (("right", {}, []), ("not looked at", {}, ["check_signs=n"]),
+                                     ("both", {"rec": conjugate, "sou": conjugate}, []), ("rec", {"rec": conjugate}, []),
+                                     ("sou", {"sou": conjugate}, []),
+                                     ("told not to look", {"rec": conjugate}, ["check_signs=n"])):
+            folder = self.changed(**changes)
+            status, out, err = program(folder, "morvane", "par=morvane.par", "niter=1", "node=1", "fftplan=estimate", *words)
+            self.assertEqual(status, 0, err)
+            said[name] = [line for line in err.split("\n") if "evaluation 1" in line]
+            left[name] = []
+            for output in ("Velout.H@", "bkgimg.H@", "Dimage.H@", "grad.H@", "log"):
+                with open(os.path.join(folder, output), "rb") as file:
+                    left[name].append(file.read())
+            left[name].append(out.count("NUM.THREADS"))
+        self.assertEqual((said["right"], said["not looked at"], said["told not to look"]), ([], [], []))
+        self.assertEqual(left["right"], left["not looked at"])
+        for name, cure in (("both", "conjugates of rec and sou"), ("rec", "conjugate of rec"), ("sou", "conjugate of sou")):
+            self.assertEqual(len(said[name]), 1)
+            self.assertIn("warning: evaluation 1: ", said[name][0])
+            self.assertIn(cure, said[name][0])
+
     def test_refusals(self):
         folder = os.path.join(self.folder, "right")
         for words, told in ((["shots=-1"], "shots=-1"), (["nh=1"], "nh=1"), (["vel=none"], "none")):

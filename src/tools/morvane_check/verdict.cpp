@@ -11,69 +11,6 @@ namespace {
 
 using qas::strprintf;
 
-constexpr const char* cure_of_signs[] = {"", "take the complex conjugates of rec and sou: U(w) = sum u(t) exp(+i w t)",
-                                         "take the complex conjugate of rec", "take the complex conjugate of sou"};
-
-/// Depths down to which the image holds a third of its energy: nearer the surface an error of velocity matters less.
-std::size_t shallow_end(const Focus& focus) {
-    const double third = std::accumulate(focus.all.begin(), focus.all.end(), 0.0) / 3.0;
-    double sum = 0.0;
-    for (std::size_t i = 0; i < focus.all.size(); ++i)
-        if ((sum += focus.all[i]) >= third) return i + 1;
-    return focus.all.size();
-}
-
-/// Running sums over 2 half + 1 depths.
-std::vector<double> running(const std::vector<double>& values, std::size_t half) {
-    std::vector<double> sums(values.size());
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const std::size_t end = std::min(values.size(), i + half + 1);
-        for (std::size_t j = i > half ? i - half : 0; j < end; ++j) sums[i] += values[j];
-    }
-    return sums;
-}
-
-/// Shares at zero offset by time shift and depth.
-class TimeShares {
-    const std::vector<double>& shifts_;
-    std::vector<std::vector<double>> share_;
-    std::vector<double> weight_;  // 0 where there is too little energy, or where the slopes leave the shifts
-
-public:
-    TimeShares(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest) : shifts_(shifts) {
-        const std::size_t nz = images[0].all.size(), half = std::max<std::size_t>(2, nz / 32);
-        std::vector<double> energy(nz);
-        for (const Focus& image : images) {
-            share_.push_back(running(image.zero, half));
-            const std::vector<double> all = running(image.all, half);
-            for (std::size_t i = 0; i < nz; ++i) {
-                share_.back()[i] = all[i] > 0.0 ? share_.back()[i] / all[i] : 0.0;
-                energy[i] += image.all[i];
-            }
-        }
-        const double least = 0.1 * std::ranges::max(energy);
-        for (std::size_t i = 0; i < nz; ++i) {
-            const bool inside = steepest * static_cast<double>(i) / static_cast<double>(nz) <= shifts.back() + 0.5;
-            weight_.push_back(energy[i] >= least && inside ? 1.0 / (static_cast<double>(i) + 10.0) : 0.0);
-        }
-    }
-    /// The weighted mean of the shares at shift t0 + slope z / depth.
-    double along(double t0, double slope) const {
-        const double step = shifts_[1] - shifts_[0];
-        double sum = 0.0, weights = 0.0;
-        for (std::size_t i = 0; i < weight_.size(); ++i) {
-            const double at =
-                (t0 + slope * static_cast<double>(i) / static_cast<double>(weight_.size()) - shifts_[0]) / step;
-            weights += weight_[i];
-            if (at < 0.0 || at > static_cast<double>(shifts_.size() - 1)) continue;
-            const std::size_t k = std::min(static_cast<std::size_t>(at), shifts_.size() - 2);
-            const double part = at - static_cast<double>(k);
-            sum += weight_[i] * ((1.0 - part) * share_[k][i] + part * share_[k + 1][i]);
-        }
-        return weights > 0.0 ? sum / weights : 0.0;
-    }
-};
-
 Verdict judge_gaps(const Parms& par, const Records& r) {
     const double most = std::ranges::max(r.data);
     int empty = 0, first = -1;
@@ -220,42 +157,37 @@ std::vector<Verdict> judge_records(const Parms& par, const Records& r) {
     return out;
 }
 
-Verdict judge_signs(const std::vector<Focus>& signs, bool direct_wave) {
-    double share[4] = {};
-    for (std::size_t i = 0; i < 4; ++i) share[i] = signs[i].share(0, shallow_end(signs[i]));
-    const std::size_t best = static_cast<std::size_t>(std::max_element(share + 1, share + 4) - share);
+Verdict judge_signs(const std::array<Focus, 4>& signs, bool direct_wave) {
+    const SignShares share = shares_of(signs);
+    const std::size_t best = best_other(share);
     const std::string text = strprintf("zero-offset share %.3g as they are, %.3g both conjugated, %.3g rec, %.3g sou",
                                        share[0], share[1], share[2], share[3]);
     const double ratio = share[0] > 0.0 ? share[best] / share[0] : 2.0;
     if (ratio < 0.87) return {Level::ok, "signs", text};
-    if (ratio > 2.0) return {Level::wrong, "signs", text + ": " + cure_of_signs[best]};
+    if (ratio > 2.0) return {Level::wrong, "signs", text + ": " + cure_of_sign(best)};
     if (direct_wave) return {Level::look, "signs", text + ": not to be judged while the direct wave is in"};
-    if (ratio > 1.15) return {Level::wrong, "signs", text + ": " + cure_of_signs[best]};
+    if (ratio > 1.15) return {Level::wrong, "signs", text + ": " + cure_of_sign(best)};
     return {Level::look, "signs",
             text + " (others at most 0.87 of the first): the start model is far off, or the data do not focus"};
 }
 
-double time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest) {
-    const TimeShares shares(shifts, images, steepest);
-    constexpr int slopes = 12;
-    std::vector<std::pair<double, double>> best;  // score, t0
-    for (int i = -12; i <= 12; ++i) {
-        double most = 0.0;
-        for (int j = -slopes; j <= slopes; ++j)  // among equals the smaller error of velocity
-            most = std::max(most, shares.along(0.125 * i, steepest * j / slopes) * (1.0 - 0.1 * std::abs(j) / slopes));
-        best.emplace_back(most, 0.125 * i);
-    }
-    const double enough = 0.97 * std::ranges::max(best).first;  // the middle of what is nearly as good
-    const auto good = [&](const std::pair<double, double>& p) { return p.first >= enough; };
-    return 0.5 * (std::ranges::find_if(best, good)->second + std::find_if(best.rbegin(), best.rend(), good)->second);
+Verdict judge_fit(const std::array<double, 4>& fit) {
+    const double other = *std::max_element(fit.begin() + 1, fit.end());
+    const std::string text =
+        strprintf("the image predicts the data with a fit of %.3f, with other signs of %.3f at most", fit[0], other);
+    if (fit[0] < other) return {Level::wrong, "fit", text + ": " + cure_of_sign(best_other(fit))};
+    if (fit[0] < 0.4) return {Level::look, "fit", text + " (at least 0.4): the image explains little of the data"};
+    return {Level::ok, "fit", text};
 }
 
-Verdict judge_time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest,
-                        double period) {
-    const double t0 = time_zero(shifts, images, steepest);
-    const Level level = judge(std::abs(t0), 0.3, 0.36);
+Verdict judge_time_zero(double by_focus, double by_fit, double period) {
+    constexpr double time_limit =
+        0.3;  // periods; a fault of half a period and right data lie a fifth of one about 0.5 and 0
+    const double t0 = 0.5 * (by_focus + by_fit);
+    const Level level = judge(std::abs(t0), time_limit, time_limit);
     const std::string text =
-        strprintf("the image focuses best with the records %.3g later, %.2f periods (at most 0.3)", t0 * period, t0);
+        strprintf("the records suit the image best %.3g later, %.2f periods: %.2f by focus, %.2f by fit (at most 0.3)",
+                  t0 * period, t0, by_focus, by_fit);
     return {level, "time zero",
             level == Level::ok ? text
                                : text +

@@ -1,10 +1,12 @@
 #pragma once
 /// What is said of a preparation: a line each, with number, limit and cure.
+#include <array>
 #include <string>
 #include <vector>
 
+#include "src/areal/wemva/focus/focus.h"
+#include "src/areal/wemva/focus/signs.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
-#include "src/tools/morvane_check/focus.h"
 #include "src/tools/morvane_check/records.h"
 
 namespace morvane {
@@ -35,14 +37,9 @@ Verdict judge_units(const Parms& par, const ModelRange& model, const Records& re
 std::vector<Verdict> judge_records(const Parms& par, const Records& records);
 
 /// Images with signs as they are and changed: as is, both, rec, sou.
-Verdict judge_signs(const std::vector<Focus>& signs, bool direct_wave);
-/// Images by time shift in periods of the peak frequency, rising in equal steps around 0. `steepest` as in time_zero.
-Verdict judge_time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest,
-                        double period);
-
-/// The time shift, in periods, at which the image would focus at depth 0: where a line t0 + b z through the shares of
-/// all depths is best. A velocity error makes the shift of best focus grow with depth, a wrong time zero does not.
-/// @param steepest the largest |b z| at the bottom, periods
-double time_zero(const std::vector<double>& shifts, const std::vector<Focus>& images, double steepest);
+Verdict judge_signs(const std::array<Focus, 4>& signs, bool direct_wave);
+/// Fit of the data that the image predicts, signs likewise.
+Verdict judge_fit(const std::array<double, 4>& fit);
+Verdict judge_time_zero(double by_focus, double by_fit, double period);
 
 }  // namespace morvane

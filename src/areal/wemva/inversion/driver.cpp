@@ -13,6 +13,7 @@
 
 #include "lib/base/warning.h"
 #include "lib/corelibs/qas/session.h"
+#include "src/areal/wemva/focus/signs.h"
 #include "src/areal/wemva/inversion/evaluation.h"
 #include "src/areal/wemva/inversion/run_state.h"
 #include "src/areal/wemva/inversion/run_watch.h"
@@ -89,6 +90,14 @@ std::string settled(const Parms& par, const Course& course) {
     return text;
 }
 
+/// Warns if a few shots focus better with another sign of the records.
+void look_at_signs(const Inversion& run) {
+    const SignPlan plan = plan_signs(run.par);
+    if (plan.shots.empty()) return;
+    FewShots few(run.par, run.fft, run.taper, run.vref, load_shots(run, plan.shots), plan.every);
+    if (const std::string doubt = doubt_of_signs(few); !doubt.empty()) warn("%s", doubt.c_str());
+}
+
 /// The evaluation that the solver asked for; what was evaluated, scaled by firststep, is its answer.
 void evaluate_trial(const Inversion& run, InversionSetup& setup, EvaluationArrays& arrays, RunState& state) {
     SolverState& solver = state.solver;
@@ -97,6 +106,7 @@ void evaluate_trial(const Inversion& run, InversionSetup& setup, EvaluationArray
     variables.model(solver.x, x);
     const int titer = state.titer;
     const bool starts = solver.task.starts_with("FG_START");
+    if (titer == 1 && arrays.position.pass == Position::Pass::none) look_at_signs(run);
     const double fun = state.fun = evaluate(run, arrays, x, g, state.iter, titer);
     variables.accept_edit(x, solver.x);
     variables.gradient(g, solver.g);

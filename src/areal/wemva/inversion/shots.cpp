@@ -93,7 +93,8 @@ void Shots::load(const Inversion& run, View<const float, 2> model, int ishot) {
         read_shot(run, "sou", ishot, source);
         std::ranges::copy(model.flat(), vel.flat().begin());
     } else {
-        ish_ = owgrab_vel(par, run.session, model, vel, false, ishot);
+        ish_ = run.panels ? owgrab_vel(par, run.session, model, vel, false, ishot) : window_column(par, ishot);
+        if (!run.panels) cut_window(model, vel, ish_);
     }
     read_shot(run, "rec", ishot, recv);
 }
@@ -110,6 +111,21 @@ WaveContext Shots::context(const Inversion& run, int nodes) {
         context.reproducible = run.par.reproducible;
     }
     return context;
+}
+
+std::vector<ShotFields> load_shots(const Inversion& run, std::span<const int> numbers) {
+    Parms par = run.par;
+    par.quiet = true;
+    const Inversion silent{par,      run.session, run.listing, run.fft,    run.taper,
+                           run.vel0, run.vref,    run.pick1,   run.spline, false};
+    Shots shots(par, false);
+    std::vector<ShotFields> loaded;
+    shots.rewind(silent);
+    for (const int ishot : numbers) {
+        shots.load(silent, run.vel0, ishot);
+        loaded.push_back({shots.recv, shots.source, shots.vel, shots.first_column()});
+    }
+    return loaded;
 }
 
 std::int64_t count_not_finite(std::span<const float> samples) {

@@ -6,6 +6,7 @@
 
 #include "lib/base/arena.h"
 #include "lib/base/array.h"
+#include "src/areal/wemva/focus/focus.h"
 #include "src/areal/wemva/inversion/inversion.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
@@ -44,6 +45,10 @@ private:
     int ishot_ = 1, ish_ = 1;
     int next_ = 1;  // the shot that the datasets stand at
 };
+
+/// Some shots with their windows of the start model, to look at beside the run: nothing is written or said.
+/// @param numbers counted from 1
+std::vector<ShotFields> load_shots(const Inversion& run, std::span<const int> numbers);
 
 std::int64_t count_not_finite(std::span<const float> samples);
 

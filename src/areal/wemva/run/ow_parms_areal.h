@@ -116,6 +116,7 @@ struct Parms {
     bool progress = true;      ///< a line that tells how far the run is
     bool quiet = false;        ///< no lines of progress on standard error
     bool strict = false;       ///< a run that got nowhere is an error
+    bool check_signs = true;   ///< look at a few shots with other signs before evaluation 1
 
     int nz = 0, nzmin = 1, nzmax = 0, isp = 1;
     int nsecdim = 1;

@@ -241,6 +241,8 @@ KeyGroup own() {
             {"reproducible", logical, "", "n", "gradient=exact", "the same bits for any number of threads and ranks"},
             {"progress", logical, "", "y", "", "tell on the standard error how far the run is, once a minute"},
             {"quiet", logical, "", "n", "", "no lines of progress on the standard error"},
+            {"check_signs", logical, "", "y", "",
+             "before evaluation 1, migrate a few shots with other signs and warn if they focus better"},
             {"strict", logical, "", "n", "", "unknown keys are errors, and a run that got nowhere ends with status 3"},
         }};
 }

@@ -371,6 +371,7 @@ Parms owparam(qas::Session& session) {
     Parms par;
     if (session.exist_file("quiet")) read(session, "quiet", par.quiet);
     if (session.exist_file("strict")) read(session, "strict", par.strict);
+    if (session.exist_file("check_signs")) read(session, "check_signs", par.check_signs);
     if (session.exist_file("vspl")) {
         read_spline_only(session, par);
         return par;

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "src/tools/morvane_check/time_zero.h"
 #include "src/tools/morvane_check/verdict.h"
 
 using namespace morvane;
@@ -31,16 +32,44 @@ Focus flat(double share) {
 
 }  // namespace
 
-TEST(CheckVerdicts, AVelocityErrorIsNoWrongTimeZero) {
+TEST(TimeZero, AVelocityErrorIsNoWrongTimeZero) {
     std::vector<double> shifts;
-    for (int k = -8; k <= 8; ++k) shifts.push_back(0.375 * k);
+    for (int k = -10; k <= 10; ++k) shifts.push_back(0.3 * k);
     for (const double t0 : {0.0, 0.5, -0.5})
         for (const double slope : {0.0, 1.5, -1.5}) {
             SCOPED_TRACE(testing::Message() << t0 << ' ' << slope);
-            const auto images = ridge(shifts, t0, slope);
-            EXPECT_NEAR(time_zero(shifts, images, 2.0), t0, 0.13);
-            EXPECT_EQ(judge_time_zero(shifts, images, 2.0, 0.1).level, t0 == 0.0 ? Level::ok : Level::wrong);
+            EXPECT_NEAR(time_zero_by_focus(shifts, ridge(shifts, t0, slope), 2.0), t0, 0.13);
         }
+}
+
+TEST(TimeZero, TopOfAParabola) {
+    const std::vector<double> x{-1.0, -0.5, 0.0, 0.5, 2.0};
+    const auto of = [&](double bend, double top) {
+        std::vector<double> y;
+        for (const double v : x) y.push_back(3.0 + bend * (v - top) * (v - top));
+        return top_of_parabola(x, y);
+    };
+    EXPECT_NEAR(of(-0.7, 0.3), 0.3, 1e-9);
+    EXPECT_NEAR(of(-0.7, -0.9), -0.9, 1e-9);
+    EXPECT_EQ(of(-0.7, 7.0), 2.0);  // beyond the shifts
+    EXPECT_EQ(of(0.7, 0.0), 2.0);   // no top: the greater end
+    EXPECT_EQ(of(0.7, 1.9), -1.0);
+}
+
+TEST(CheckVerdicts, TimeZeroByBothEstimates) {
+    for (const auto& [focus, fit, level] : {std::tuple{0.1, -0.1, Level::ok},
+                                            {0.4, 0.1, Level::ok},
+                                            {0.5, 0.4, Level::wrong},
+                                            {-0.5, -0.6, Level::wrong}})
+        EXPECT_EQ(judge_time_zero(focus, fit, 0.1).level, level) << focus << ' ' << fit;
+}
+
+TEST(CheckVerdicts, FitNamesTheSign) {
+    EXPECT_EQ(judge_fit({0.8, 0.2, 0.2, 0.4}).level, Level::ok);
+    EXPECT_EQ(judge_fit({0.3, 0.2, 0.2, 0.2}).level, Level::look);
+    const Verdict wrong = judge_fit({0.2, 0.1, 0.8, 0.2});
+    EXPECT_EQ(wrong.level, Level::wrong);
+    EXPECT_THAT(wrong.text, testing::HasSubstr("conjugate of rec"));
 }
 
 TEST(CheckVerdicts, SignsNameTheFieldToConjugate) {
