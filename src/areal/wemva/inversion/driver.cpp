@@ -90,12 +90,17 @@ std::string settled(const Parms& par, const Course& course) {
     return text;
 }
 
-/// Warns if a few shots focus better with another sign of the records.
+/// Warns if a few shots focus better with another sign of the records. Data that cannot be read are the evaluation's
+/// to refuse.
 void look_at_signs(const Inversion& run) {
     const SignPlan plan = plan_signs(run.par);
     if (plan.shots.empty()) return;
-    FewShots few(run.par, run.fft, run.taper, run.vref, load_shots(run, plan.shots), plan.every);
-    if (const std::string doubt = doubt_of_signs(few); !doubt.empty()) warn("%s", doubt.c_str());
+    try {
+        FewShots few(run.par, run.fft, run.taper, run.vref, load_shots(run, plan.shots), plan.every);
+        if (const std::string doubt = doubt_of_signs(few); !doubt.empty()) warn("%s", doubt.c_str());
+    } catch (const qas::Fatal&) {
+        return;
+    }
 }
 
 /// The evaluation that the solver asked for; what was evaluated, scaled by firststep, is its answer.
