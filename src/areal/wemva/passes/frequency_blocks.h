@@ -21,12 +21,13 @@ struct Block {
 class BlockQueue {
 public:
     /// @param most frequencies of a block, at most lane_count
-    BlockQueue(int frequencies, int threads, int most) : end_(frequencies), threads_(threads), most_(most) {}
+    BlockQueue(int first, int end, int threads, int most)
+        : at_(first), end_(end), frequencies_(end - first), threads_(threads), most_(most) {}
     std::optional<Block> next();
 
 private:
     std::mutex guard_;
-    int at_ = 0, end_, threads_, most_, turn_ = 0;
+    int at_, end_, frequencies_, threads_, most_, turn_ = 0;
 };
 
 /// Memory that all threads share for one pass.
@@ -94,7 +95,7 @@ private:
 /// thread. `turns` are skipped for blocks that nobody works on, since the shot is dropped.
 template <class Slot, class Work>
 void over_blocks(const WaveContext& context, int most, std::vector<Slot>& slots, Turns& turns, Work work) {
-    BlockQueue queue(context.par.rec.w.n, context.nodes, most);
+    BlockQueue queue(context.par.first_frequency(), context.par.end_frequency(), context.nodes, most);
     in_parallel(context.nodes, [&](int inode) {
         while (const std::optional<Block> block = queue.next()) {
             if (interruption::is_overdue()) {  // whoever listens drops the shot

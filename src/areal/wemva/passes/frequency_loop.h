@@ -78,7 +78,7 @@ void over_frequencies(const WaveContext& context, View<const float, 2> vel, bool
     for (Arena& arena : arenas_of(context, own)) slots.emplace_back(context.par, medium, form, arena);
     clear_all(slots);
 #pragma omp parallel for schedule(dynamic, 1) num_threads(context.nodes)
-    for (int iw = 0; iw < context.par.rec.w.n; ++iw) {
+    for (int iw = context.par.first_frequency(); iw < context.par.end_frequency(); ++iw) {
         const int inode = omp_get_thread_num();
         if (interruption::is_overdue()) continue;  // whoever listens drops the shot
         work(slots[static_cast<std::size_t>(inode)], iw, inode);
