@@ -92,6 +92,45 @@ TEST(Restart, OnlyTheSameRunGoesOn) {
     EXPECT_EQ(files::read_text(survey.dir / "velout.H@"), result) << "a refused run touches nothing";
 }
 
+#ifdef MORVANE_FAULT_SHIM
+// A kill, or a full disk and then a kill, at each write, sync, link, rename and removal of checkpoints.
+TEST(Restart, WhateverHappensToACheckpointTheRunGoesOn) {
+    Checked survey("1");
+    survey.arguments["checkpoint_minutes"] = "0";
+    const std::string ck = survey.arguments["checkpoint"];
+    const auto environment = [&](const char* fault, int at) {
+        return std::string("LD_PRELOAD='") + MORVANE_FAULT_SHIM + "' FAULT=" + fault + " FAULT_FILE='" + ck +
+               "' FAULT_AT=" + std::to_string(at) + " FAULT_COUNT='" + survey.dir.text() + "/count'";
+    };
+    ASSERT_EQ(survey.run(environment("kill", 0)).status, 0);
+    const int calls = std::stoi(files::read_text(survey.dir / "count"));
+    ASSERT_GT(calls, 50) << "writes, syncs and renames of more than ten checkpoints";
+    std::vector<std::string> expected;
+    for (const char* name : outputs) expected.push_back(files::read_text(survey.dir / name));
+    int killed = 0, full = 0;
+    for (int at = 1; at <= calls; ++at) {
+        for (const char* fault : {"kill", "full"}) {
+            for (const char* name : {"ck", "ck.1", "ck.new"}) std::filesystem::remove(survey.dir / name);
+            survey.arguments["resume"] = "n";
+            const Outcome broken = survey.run(environment(fault, at));
+            ASSERT_TRUE(broken.status == 0 || broken.status == -1 || broken.status == 128 + SIGKILL) << broken.err;
+            killed += broken.status != 0;
+            if (std::string_view(fault) == "full" &&
+                broken.err.find("cannot be written: No space left") != broken.err.npos)
+                ++full;
+            survey.arguments["resume"] = "auto";
+            const Outcome run = survey.run();
+            ASSERT_EQ(run.status, 0) << fault << " at call " << at << ": " << run.err;
+            for (std::size_t i = 0; i < expected.size(); ++i)
+                EXPECT_EQ(files::read_text(survey.dir / outputs[i]), expected[i])
+                    << fault << " at call " << at << ": " << outputs[i];
+        }
+    }
+    EXPECT_GT(killed, calls);
+    EXPECT_GT(full, calls / 2);
+}
+#endif
+
 // Without a checkpoint the shell sees the signal, and the user what there is.
 TEST(Restart, ASignalEndsARunWithItsClosingLine) {
     TinySurvey survey(false);

@@ -15,6 +15,7 @@ namespace morvane {
 namespace {
 
 constexpr std::string_view first_line = "morvane checkpoint, format 1\n";
+constexpr std::size_t block = std::size_t{1} << 16;
 constexpr std::size_t last_line = sizeof("checksum 01234567\n") - 1;
 
 std::uint32_t add(std::uint32_t checksum, const void* bytes, std::size_t count) {
@@ -34,13 +35,27 @@ ArchiveWriter::ArchiveWriter(int fd) : fd_(fd) {
 }
 
 void ArchiveWriter::put(const void* bytes, std::size_t count) {
-    if (!good_ || count == 0) return;
+    if (count == 0) return;
     checksum_ = add(checksum_, bytes, count);
+    const char* const first = static_cast<const char*>(bytes);
+    if (waiting_.size() + count > block) flush();
+    if (count > block)
+        write(bytes, count);
+    else
+        waiting_.insert(waiting_.end(), first, first + count);
+}
+
+void ArchiveWriter::flush() {
+    write(waiting_.data(), waiting_.size());
+    waiting_.clear();
+}
+
+void ArchiveWriter::write(const void* bytes, std::size_t count) {
+    if (error_ != 0 || count == 0) return;
     std::int64_t done = 0;
     const auto wanted = static_cast<std::int64_t>(count);
-    if (qas::write_fully(fd_, bytes, wanted, done) == wanted) return;
-    if (errno == 0) errno = ENOSPC;
-    good_ = false;
+    errno = 0;
+    if (qas::write_fully(fd_, bytes, wanted, done) != wanted) error_ = errno != 0 ? errno : ENOSPC;
 }
 
 std::size_t ArchiveWriter::length(std::string_view, std::size_t own) {
@@ -56,7 +71,9 @@ void ArchiveWriter::section(std::string_view name, std::span<std::byte> bytes) {
 bool ArchiveWriter::finish() {
     const std::string line = checksum_line(checksum_);
     put(line.data(), line.size());
-    return good_;
+    flush();
+    errno = error_;
+    return error_ == 0;
 }
 
 ArchiveReader::ArchiveReader(const std::string& name)

@@ -53,13 +53,16 @@ private:
     virtual void section(std::string_view name, std::span<std::byte> bytes) = 0;
 };
 
-/// Appends to an open file. Nothing throws; ask good() at the end.
+/// Appends to an open file, in blocks. Nothing of it throws; finish() tells how it went.
 class ArchiveWriter : public Archive {
     int fd_;
     std::uint32_t checksum_ = 0;
-    bool good_ = true;
+    int error_ = 0;
+    std::vector<char> waiting_;
 
     void put(const void* bytes, std::size_t count);
+    void write(const void* bytes, std::size_t count);
+    void flush();
     std::size_t length(std::string_view name, std::size_t own) override;
     void section(std::string_view name, std::span<std::byte> bytes) override;
 
@@ -67,7 +70,7 @@ public:
     /// @param fd open for writing, empty; writes the first line, which names format and version
     explicit ArchiveWriter(int fd);
     bool reads() const override { return false; }
-    /// Writes the checksum of everything before. False, errno set, if anything could not be written.
+    /// Writes what waits and the checksum of everything before. False, errno set, if anything could not be written.
     bool finish();
 };
 

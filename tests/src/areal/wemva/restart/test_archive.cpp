@@ -19,6 +19,7 @@ namespace {
 struct State {
     int count = 0;
     std::vector<double> x;
+    std::vector<int> nothing;
     std::string text;
     Array<float, 2> image{{3, 2}};
     bool operator==(const State& other) const {
@@ -28,6 +29,7 @@ struct State {
     void archive(Archive& archive) {
         archive.value("count", count);
         archive.sequence("x", x);
+        archive.sequence("nothing", nothing);
         archive.sequence("text", text);
         archive.values("image", image);
     }
