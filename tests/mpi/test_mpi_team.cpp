@@ -50,6 +50,16 @@ struct SharedSurvey : TinySurvey {
         for (std::size_t i = 0; i < rec.samples.size(); ++i)
             rec.samples[i] = some[i % some.size()] * (i % 7 == 0 ? 2.0f : 1.0f);
     }
+    /// As many as several threads take at a time.
+    void set_frequencies(int count) {
+        for (auto* set : {&rec, &sou}) {
+            const std::vector<float> some = set->samples;
+            set->axis(3, count, "0.5", "8");
+            set->samples.resize(some.size() / frequencies * static_cast<std::size_t>(count));
+            for (std::size_t i = 0; i < set->samples.size(); ++i)
+                set->samples[i] = some[i % some.size()] * (1.0f + 0.1f * static_cast<float>(i % 11));
+        }
+    }
     /// Everything that must be the same for any team: panels, logs, course; times aside.
     std::vector<std::string> left() const {
         std::vector<std::string> all;
@@ -66,14 +76,16 @@ struct SharedSurvey : TinySurvey {
 
 TEST(MpiTeam, WithReproducibleAnyTeamLeavesTheSameFiles) {
     SharedSurvey survey;
+    survey.set_frequencies(70);
     survey.arguments["reproducible"] = "y";
     ASSERT_EQ(survey.run().status, 0);
     const std::vector<std::string> expected = survey.left();
     EXPECT_THAT(expected[5], HasSubstr("titer=    3")) << "a run of some evaluations";
-    for (const int ranks : {1, 2, 3, 5}) {
+    for (const auto& [ranks, threads] : {std::pair(1, "2"), {2, "1"}, {2, "4"}, {3, "1"}, {3, "2"}, {5, "2"}}) {
+        survey.arguments["node"] = threads;
         const Outcome run = run_team(survey, ranks);
         ASSERT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(survey.left(), expected) << ranks << " ranks";
+        EXPECT_EQ(survey.left(), expected) << ranks << " ranks of " << threads << " threads";
     }
 }
 

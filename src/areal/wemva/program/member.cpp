@@ -27,7 +27,7 @@ std::vector<std::string> words_of_member(const std::vector<std::string>& words, 
 
 /// A member's view of the run.
 struct Membership {
-    const Scratch scratch;
+    std::optional<Scratch> scratch{std::in_place};  // its files are opened, and never written
     qas::Session session;
     InversionSetup setup;
     const LateralFft fft;
@@ -35,10 +35,11 @@ struct Membership {
     std::optional<Inversion> run;
 
     Membership(const std::vector<std::string>& words, Team& team)
-        : session(words_of_member(words, scratch)),
+        : session(words_of_member(words, *scratch)),
           setup(session),
           fft(setup.par.kxm.n, setup.planner_flags()),
           arrays(std::in_place, setup.par) {
+        scratch.reset();  // so that nothing of it is left if this process is killed
         begin(team);
     }
     void begin(Team& team) {
