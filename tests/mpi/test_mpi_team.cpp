@@ -67,7 +67,9 @@ struct SharedSurvey : TinySurvey {
         all.push_back(files::read_text(dir / "accepted.H@"));
         all.push_back(files::read_text(dir / "log"));
         all.push_back(std::regex_replace(files::read_text(dir / "listagem"), std::regex("[-0-9.]+ min"), "min"));
-        if (arguments.count("course")) all.push_back(files::read_text(dir / "course.csv"));
+        if (arguments.count("course"))
+            all.push_back(
+                std::regex_replace(files::read_text(dir / "course.csv"), std::regex(",[0-9.]+,[0-9.]+\n"), "\n"));
         return all;
     }
 };

@@ -567,7 +567,9 @@ TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
         }
         const std::vector<std::string> rows = files::lines_of(files::read_text(survey.dir / "course.csv"));
         ASSERT_EQ(rows.size(), log_of_evaluations.size() + 1);
-        EXPECT_EQ(rows[0], "evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit");
+        EXPECT_EQ(rows[0],
+                  "evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit,"
+                  "seconds,processor_seconds");
         std::vector<std::string> marked;
         std::string best;
         double greatest = -2.0;
@@ -575,7 +577,10 @@ TEST(Driver, CourseAndBestFollowTheRunUntilFitNoLongerRises) {
             std::vector<double> cells;
             std::stringstream stream(rows[i]);
             for (std::string cell; std::getline(stream, cell, ',');) cells.push_back(std::stod(cell));
-            ASSERT_EQ(cells.size(), 11u) << rows[i];
+            ASSERT_EQ(cells.size(), 13u) << rows[i];
+            EXPECT_GT(cells[11], 0.0);
+            EXPECT_GT(cells[12], 0.0);
+            EXPECT_LT(cells[12], 2.0 * cells[11] + 0.1) << "one thread";
             EXPECT_EQ(cells[0], static_cast<double>(i));
             EXPECT_NEAR(cells[4], cells[5] + cells[6], 1e-7 * cells[4]);
             EXPECT_NEAR(cells[4], std::stod(log_of_evaluations[i - 1].substr(45, 15)), 1e-6 * cells[4]);

@@ -27,7 +27,9 @@ std::string course_line(const Parms& par, const CourseRow& row, bool accepted) {
     if (zero_sample(par) >= 0) line += number(m.share);
     line += ',';
     if (par.fit) line += number(m.fit);
-    return line;
+    char spent[80];
+    std::snprintf(spent, sizeof spent, ",%.6f,%.6f", row.spent.seconds, row.spent.processor);
+    return line + spent;
 }
 
 Course::Course(qas::Session& session, const Parms& par)
@@ -38,7 +40,9 @@ Course::Course(qas::Session& session, const Parms& par)
 void Course::begin() {
     if (!file_) return;
     file_->begin();
-    file_->line("evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit");
+    file_->line(
+        "evaluation,iteration,stage,accepted,fun,data,regularisation,gradient,step,share,fit,"
+        "seconds,processor_seconds");
 }
 
 void Course::begin_stage() {

@@ -8,6 +8,7 @@
 #include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/inversion/measures.h"
 #include "src/areal/wemva/restart/archive.h"
+#include "src/areal/wemva/run/exec_time.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/run/text_log.h"
 
@@ -21,6 +22,7 @@ struct CourseRow {
     double gradient = 0.0;  ///< norm of the projected gradient, by the solver's variables
     double step = 0.0;      ///< largest relative change of slowness since the model accepted before
     Measures measures;
+    Spent spent;
 };
 
 /// An accepted model and its fit.
@@ -73,7 +75,7 @@ private:
 };
 
 /// A row as the file has it: evaluation, iteration, stage, accepted (1 or 0), fun, data, regularisation, gradient,
-/// step, share, fit; empty where there is no such measure.
+/// step, share, fit, seconds, processor_seconds; empty where there is no such measure.
 std::string course_line(const Parms& par, const CourseRow& row, bool accepted);
 
 }  // namespace morvane

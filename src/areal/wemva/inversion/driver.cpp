@@ -1,5 +1,7 @@
 #include "src/areal/wemva/inversion/driver.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 #include <csignal>
@@ -20,6 +22,7 @@
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/text_log.h"
+#include "src/areal/wemva/start/memory.h"
 
 namespace morvane {
 
@@ -111,14 +114,16 @@ void evaluate_trial(const Inversion& run, InversionSetup& setup, EvaluationArray
     variables.model(solver.x, x);
     const int titer = state.titer;
     const bool starts = solver.task.starts_with("FG_START");
+    if (arrays.position.pass == Position::Pass::none) state.spent_before = {};
+    state.taken_up = spent_so_far();
     if (titer == 1 && arrays.position.pass == Position::Pass::none) look_at_signs(run);
     const double fun = state.fun = evaluate(run, arrays, x, g, state.iter, titer);
     variables.accept_edit(x, solver.x);
     variables.gradient(g, solver.g);
     setup.log.line(iteration_line(state.iter, titer, solver.task.field(), fun, x) +
                    parts_columns(run.par, arrays.measures));
-    setup.course.evaluated({titer, state.iter, state.stage, starts, fun, projected_norm(solver), 0.0, arrays.measures},
-                           x);
+    setup.course.evaluated(
+        {titer, state.iter, state.stage, starts, fun, projected_norm(solver), 0.0, arrays.measures, state.spent()}, x);
     if (!std::isfinite(fun))
         refuse(
             "evaluation %d: fun is not finite (%g): squares of the image residual leave the range of single "
@@ -292,9 +297,19 @@ void check_team(qas::Session& session) {
     std::abort();
 }
 
+/// Before anything large is allocated.
+void tell_memory(const InversionSetup& setup, int ranks) {
+    const Parms& par = setup.par;
+    const int threads = par.node == node_default ? omp_get_max_threads() : par.node;
+    const auto text = [&](bool leads) { return memory_text(memory_of_process(par, threads, true, leads)); };
+    std::fprintf(stderr, "%s: %d ranks of %d threads take about %s of memory each, rank 0 %s\n",
+                 setup.session.program().c_str(), ranks, threads, text(false).c_str(), text(true).c_str());
+}
+
 /// The run from its first evaluation, or from its checkpoint, to its end. Returns the signal that ended it; none: 0.
 std::optional<Interrupted> run_to_the_end(InversionSetup& setup, RunState& state, Team& team) {
     const LateralFft fft(setup.par.kxm.n, setup.planner_flags());
+    if (team.size() > 1 && !setup.par.quiet) tell_memory(setup, team.size());
     std::optional<EvaluationArrays> arrays(std::in_place, setup.par);
     qas::PlainOutput report = claim_report(setup.session);
     RunWatch watch(setup, state, *arrays, team);

@@ -55,10 +55,22 @@ void SolverState::archive(Archive& archive) {
     archive.value("dsave", dsave);
 }
 
+Spent RunState::spent() const {
+    const Spent now = spent_so_far();
+    return {spent_before.seconds + now.seconds - taken_up.seconds,
+            spent_before.processor + now.processor - taken_up.processor};
+}
+
 void RunState::archive(Archive& archive) {
     archive.value("iter", iter);
     archive.value("titer", titer);
     archive.value("fun", fun);
+    if (!archive.reads()) {
+        Spent now = spent();
+        archive.value("time of the evaluation", now);
+    } else {
+        archive.value("time of the evaluation", spent_before);
+    }
     archive.value("scale", scale);
     archive.value("evaluations", outcome.evaluations);
     archive.value("accepted", outcome.accepted);

@@ -7,6 +7,7 @@
 #include "src/areal/wemva/inversion/setup.h"
 #include "src/areal/wemva/model/variables.h"
 #include "src/areal/wemva/restart/archive.h"
+#include "src/areal/wemva/run/exec_time.h"
 #include "src/areal/wemva/solver/precision.h"
 #include "src/areal/wemva/solver/solver_lbfgsb_mod.h"
 
@@ -54,6 +55,9 @@ struct RunState {
     int stage = 1, first_iter = 1;  ///< first_iter: of the stage
     double fun = 0.0;
     double scale = 1.0;  ///< of firststep
+    /// Of the evaluation at hand: by the runs before this one, and when this one took it up.
+    Spent spent_before, taken_up;
+    Spent spent() const;
     explicit RunState(const InversionSetup& setup) : solver(setup) {}
     void archive(Archive& archive);
 };

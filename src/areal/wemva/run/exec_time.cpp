@@ -14,4 +14,13 @@ float owexec_time() {
     return static_cast<float>(seconds) + static_cast<float>(milliseconds) * 0.001f;
 }
 
+Spent spent_so_far() {
+    const auto seconds = [](clockid_t clock) {
+        timespec now{};
+        clock_gettime(clock, &now);
+        return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+    };
+    return {seconds(CLOCK_MONOTONIC), seconds(CLOCK_PROCESS_CPUTIME_ID)};
+}
+
 }  // namespace morvane

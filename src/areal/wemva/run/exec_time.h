@@ -6,4 +6,11 @@ namespace morvane {
 /// is negative.
 float owexec_time();
 
+/// Seconds on the clock and seconds of the processors.
+struct Spent {
+    double seconds = 0.0, processor = 0.0;
+};
+/// Of this process, all threads of it, since some moment.
+Spent spent_so_far();
+
 }  // namespace morvane
