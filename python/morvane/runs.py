@@ -8,7 +8,8 @@ import numpy as np
 
 from .dataset import Error, read, words
 
-_LOG = re.compile(r"^ iter = +(\d+|\*+) titer= +(\d+|\*+) task = (.{5}) J\(x\) = +(\S+) min_x = *(\S+) max_x = *(\S+)$")
+_LOG = re.compile(r"^ iter = +(\d+|\*+) titer= +(\d+|\*+) task = (.{5}) J\(x\) = +(\S+) min_x = *(\S+) max_x = *(\S+)"
+                  r"(?: data = +\S+ reg = +\S+)?$")
 _FILES = {"Velout": ("Velout", "velocity"), "bkgimg": ("bkgimg", "image"), "Dimage": ("Dimage", "residual"),
           "grad": ("grad", "gradient"), "illum": ("illum",), "vel": ("vel",), "rec": ("rec",), "sou": ("sou",)}
 
@@ -67,7 +68,8 @@ def course(log):
             if records:
                 records[-1][3] = True
         else:
-            records.append([len(records) + 1, int(numbers[0]), numbers[2], not records, numbers[3], numbers[4]])
+            starts = not records or found.group(3) == "FG_ST"  # of the run, or of a stage
+            records.append([len(records) + 1, int(numbers[0]), numbers[2], starts, numbers[3], numbers[4]])
     kinds = [("evaluation", int), ("iteration", int), ("fun", float), ("accepted", bool), ("vmin", float), ("vmax", float)]
     return np.array([tuple(record) for record in records], kinds)
 

@@ -101,8 +101,8 @@ std::vector<int> middle_shots(int all, int wanted) {
 }
 
 /// Both estimates of the time at which the records begin.
-Verdict look_at_time_zero(const Inversion& run, FewShots& few, FewShots& fewer, const Focus& as_is,
-                          const Records& records, const ModelRange& model) {
+Verdict look_at_time_zero(const Inversion& run, FewShots& few, const Focus& as_is, const Records& records,
+                          const ModelRange& model) {
     constexpr double largest_error = 0.15;  // of the start velocity
     const double period = 1.0 / records.peak;
     const double deepest = 2.0 * (run.par.img.z.n - 1) * static_cast<double>(run.par.v.z.d) / (model.median * period);
@@ -113,15 +113,12 @@ Verdict look_at_time_zero(const Inversion& run, FewShots& few, FewShots& fewer, 
         images.push_back(k == 0 ? as_is : few.focus({false, false, 0.3 * k * period}));
     }
     const double by_focus = time_zero_by_focus(shifts, images, largest_error * deepest);
-    return judge_time_zero(by_focus, time_zero_by_fit(fewer, period, std::clamp(0.5 / deepest, 0.005, 0.05)), period);
+    return judge_time_zero(by_focus, time_zero_by_fit(few, period, std::clamp(0.5 / deepest, 0.005, 0.05)), period);
 }
 
 std::vector<Verdict> judge_focus(const Inversion& run, const std::vector<int>& used, const Records& records,
                                  const ModelRange& model, qas::Session& session) {
     FewShots few(run.par, run.fft, run.taper, run.vref, load_shots(run, used), 1);
-    std::vector<int> second;
-    for (std::size_t i = 0; i < used.size(); ++i) second.push_back(used[i]);
-    FewShots fewer(run.par, run.fft, run.taper, run.vref, load_shots(run, second), 1);
     const double start = seconds();
     std::array<Focus, 4> signs;
     signs[0] = few.focus({});
@@ -129,10 +126,11 @@ std::vector<Verdict> judge_focus(const Inversion& run, const std::vector<int>& u
     std::array<double, 4> fit{};
     for (std::size_t i = 1; i < 4; ++i) signs[i] = few.focus(sign_variants[i]);
     for (std::size_t i = 0; i < 4; ++i) fit[i] = few.fit(sign_variants[i]);
-    std::vector<Verdict> out{judge_signs(signs, judge(records.direct, 1.0, 3.0) != Level::ok), judge_fit(fit)};
+    std::vector<Verdict> out{judge_signs(signs, judge(records.direct, 1.0, 3.0) != Level::ok),
+                             judge_fit(fit, shares_of(signs))};
     constexpr std::size_t enough = 8;  // shots whose images can focus
     if (std::max(out[0].level, out[1].level) != Level::wrong && few.size() >= enough)
-        out.push_back(look_at_time_zero(run, few, fewer, signs[0], records, model));
+        out.push_back(look_at_time_zero(run, few, signs[0], records, model));
     for (Verdict& verdict : judge_cost(run.par, session, migration, few.size())) out.push_back(std::move(verdict));
     return out;
 }

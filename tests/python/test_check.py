@@ -56,10 +56,14 @@ class Check(unittest.TestCase):
 
     def test_the_right_data_are_ok_and_nothing_is_written(self):
         folder = os.path.join(self.folder, "right")
+        with open(os.path.join(folder, "kept.csv"), "w") as file:
+            file.write("of an earlier run")
         before = sorted(os.listdir(folder))
-        status, verdicts, said = self.verdicts(folder)
+        status, verdicts, said = self.verdicts(folder, "course=kept.csv", "best=best.H", "stop=fit", "checkpoint=c", "resume=auto")
         self.assertEqual((status, set(verdicts.values())), (0, {"ok"}), said)
         self.assertEqual(sorted(os.listdir(folder)), before)
+        with open(os.path.join(folder, "kept.csv")) as file:
+            self.assertEqual(file.read(), "of an earlier run")
 
     def test_errors_of_preparation(self):
         period = 1 / 10.0

@@ -127,9 +127,10 @@ class Logs(InFolder):
     def test_course(self):
         self.text("log", self.line % (1, 1, "FG_ST", "3.0E-02") + "noise\n" + self.line % (1, 2, "FG_LN", "*" * 15)
                   + self.line % (1, 3, "FG_LN", "2.0E-02") + self.line % (1, 4, "NEW_X", "2.0E-02")
-                  + (self.line % (2, 4, "FG_LN", "1.0E-02"))[:-3])
+                  + (self.line % (2, 4, "FG_ST", "1.0E-02"))[:-1] + " data =   9.0E-03 reg =   1.0E-03\n"
+                  + (self.line % (2, 5, "FG_LN", "1.0E-02"))[:-3])
         course = morvane.course("log")
-        self.assertEqual(list(course["accepted"]), [True, False, True])
+        self.assertEqual(list(course["accepted"]), [True, False, True, True])
         self.assertEqual(course["fun"][2], 0.02)
         self.assertTrue(np.isnan(course["fun"][1]))
 
@@ -290,6 +291,8 @@ class Runs(InFolder):
             self.assertAlmostEqual(100 * facts.errors[int(evaluation) - 1], float(error), 2)
             self.assertAlmostEqual(100 * facts.share[int(evaluation) - 1], float(share), 2)
         self.assertEqual(facts.state, "ended")
+        facts.run.keys["best"], facts.table = "best.H", {"evaluation": [1.0, 2.0, 3.0], "fit": [0.5, 0.8, 0.7]}
+        self.assertEqual((facts.accepted, facts.shown), ([0, 1, 2], [0, 1]))  # the run kept the model of the greatest fit
         given = {name for name, _, kind, _ in facts.parameters if kind == "given"}
         self.assertTrue({"vel", "nh", "gradient", "node"} <= given)
         self.assertFalse({"maxvchg", "l1norm", "imgcon"} & given)

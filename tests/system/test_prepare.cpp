@@ -7,6 +7,7 @@
 #include "tests/dataset_files.h"
 
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -86,6 +87,17 @@ TEST(PrepareProgram, FourCommandsFromModelledShotsToARun) {
     const files::Outcome run = files::run_program("morvane", {"par=run/morvane.par", "niter=1"}, dir.text());
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.err, HasSubstr("result: panel 2 of Velout (run/velocity.H)"));
+    EXPECT_THAT(run.err, HasSubstr("(best=run/best.H)"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "run/course.csv"));
+    const files::Outcome plain = files::run_program(
+        "morvane_prepare",
+        {"segy=line.sgy", "v0=2000", "data=2d", "mute=none", "zmax=200", "dz=10", "settings=plain", "prefix=plain/"},
+        dir.text());
+    EXPECT_EQ(plain.status, 0) << plain.err;
+    std::ifstream parameters(dir / "plain/morvane.par");
+    const std::string all{std::istreambuf_iterator<char>(parameters), {}};
+    EXPECT_THAT(all, HasSubstr("extrapolator=pspi nrefvel=1"));
+    EXPECT_THAT(all, Not(HasSubstr("stop=fit")));
     const files::Outcome bad =
         files::run_program("morvane_prepare", {"segy=nothing.sgy", "v0=2000", "prefix=bad/"}, dir.text());
     EXPECT_EQ(bad.status, 23);

@@ -48,7 +48,20 @@ class Facts:
 
     @property
     def shown(self):
-        """Evaluations (from 0) of the start model and of each accepted step."""
+        """Evaluations (from 0) of the start model and of each accepted step, up to the result: with best= or stop= that is
+        the model of the greatest fit, else the last one."""
+        accepted = self.accepted
+        fits = {int(e) - 1: f for e, f in zip((self.table or {}).get("evaluation", ()), (self.table or {}).get("fit", ()))
+                if math.isfinite(e) and math.isfinite(f)}
+        known = [i for i in accepted if i in fits]
+        if not known or not {"best", "stop"} & set(self.run.keys):
+            return accepted
+        best = max(known, key=fits.get)
+        return [i for i in accepted if i <= best]
+
+    @property
+    def accepted(self):
+        """Those of all accepted models."""
         return [i for i in range(self.evaluations) if self.course["accepted"][i]] or list(range(min(1, self.evaluations)))
 
     @property
@@ -388,7 +401,8 @@ def _verdict(facts):
     steps = len(shown) - 1
     what = "The objective fun fell by %.3g %% in %d iterations" % (fall(first, last), steps)
     if steps == 0:
-        what = "No step was accepted: the result is the start model"
+        what = ("No step was accepted: the result is the start model" if len(facts.accepted) == 1
+                else "The start model predicts the data best: it is the result")
     focus = None
     if len(facts.share) > shown[-1] and steps > 0 and facts.share[shown[0]] > 0:
         a, b = facts.share[shown[0]], facts.share[shown[-1]]
@@ -409,6 +423,8 @@ def _advice(facts, steps, focus):
     if steps == 0:
         if facts.state == "running":
             return "look", "No step has been accepted yet."
+        if len(facts.accepted) > 1:
+            return "wrong", "No model that the run found fits better than its start: check the data with morvane_check."
         return "wrong", "Try gradient=exact and firststep=0.03, and check the data with morvane_check."
     if focus is not None and focus < 0.02:
         return "wrong", "The image did not gain focus: do not trust this model before sign, source time and mute of the data are checked."
@@ -418,6 +434,9 @@ def _advice(facts, steps, focus):
         return "look", "%.0f %% of the model lie on their bounds: widen them, or look for an error of the data there." % (100 * facts.on_bounds)
     if facts.state == "stopped":
         return "look", "The run stopped before its %d iterations were done; the model is that of iteration %d." % (_niter(facts), steps)
+    if steps < len(facts.accepted) - 1:
+        return "ok", "The data that the image predicts fitted best at iteration %d of %d: its model is the result." % (
+            steps, len(facts.accepted) - 1)
     recent = fall(fun[shown[-2]], fun[shown[-1]])
     if recent > 3:
         return "ok", "The last iteration still lowered fun by %.2g %%: more of them may sharpen the model." % recent

@@ -62,7 +62,7 @@ def _frames(shown, most=MOST_FRAMES):
 
 
 def _label(k, last):
-    return "start" if k == 0 else "iteration %d%s" % (k, " (last)" if k == last else "")
+    return "start" if k == 0 else "iteration %d%s" % (k, " (result)" if k == last else "")
 
 
 def _convergence(facts):

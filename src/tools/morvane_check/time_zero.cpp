@@ -123,8 +123,8 @@ double top_of_parabola(const std::vector<double>& x, const std::vector<double>& 
     bend /= of_bend;
     slope -= bend * m3 / m2;
     const auto [least, most] = std::ranges::minmax(x);
-    if (bend >= 0.0) return slope >= 0.0 ? most : least;
-    return std::clamp(mean - 0.5 * slope / bend, least, most);
+    const double top = mean - 0.5 * slope / bend;
+    return bend < 0.0 && top > least && top < most ? top : std::nan("");
 }
 
 double time_zero_by_fit(FewShots& few, double period, double step) {

@@ -171,27 +171,30 @@ Verdict judge_signs(const std::array<Focus, 4>& signs, bool direct_wave) {
             text + " (others at most 0.87 of the first): the start model is far off, or the data do not focus"};
 }
 
-Verdict judge_fit(const std::array<double, 4>& fit) {
-    const double other = *std::max_element(fit.begin() + 1, fit.end());
-    const std::string text =
-        strprintf("the image predicts the data with a fit of %.3f, with other signs of %.3f at most", fit[0], other);
-    if (fit[0] < other) return {Level::wrong, "fit", text + ": " + cure_of_sign(best_other(fit))};
-    if (fit[0] < 0.4) return {Level::look, "fit", text + " (at least 0.4): the image explains little of the data"};
+Verdict judge_fit(const std::array<double, 4>& fit, const SignShares& shares) {
+    const std::size_t best = best_other(fit);
+    const std::string text = strprintf(
+        "the image predicts the data with a fit of %.3f, with other signs of %.3f at most", fit[0], fit[best]);
+    if (fit[0] < fit[best] && shares[0] < shares[best]) return {Level::wrong, "fit", text + ": " + cure_of_sign(best)};
+    if (std::max(fit[0], fit[best]) < 0.4)
+        return {Level::look, "fit", text + " (at least 0.4): the image explains little of the data"};
     return {Level::ok, "fit", text};
 }
 
 Verdict judge_time_zero(double by_focus, double by_fit, double period) {
-    constexpr double time_limit =
-        0.3;  // periods; a fault of half a period and right data lie a fifth of one about 0.5 and 0
-    const double t0 = 0.5 * (by_focus + by_fit);
-    const Level level = judge(std::abs(t0), time_limit, time_limit);
+    // The estimates of right data spread by a fifth and by a quarter of a period: weights as the inverse squares. The
+    // limit is where right data end, and where half a period is still found nearly always.
+    constexpr double limit = 0.32;
+    const bool both = std::isfinite(by_fit);
+    const double t0 = both ? (2.0 * by_focus + by_fit) / 3.0 : by_focus;
+    const Level level = judge(std::abs(t0), limit, limit);
     const std::string text =
-        strprintf("the records suit the image best %.3g later, %.2f periods: %.2f by focus, %.2f by fit (at most 0.3)",
-                  t0 * period, t0, by_focus, by_fit);
+        strprintf("the records suit the image best %.3g later, %.2f periods (at most 0.32): %.2f by focus, %s by fit",
+                  t0 * period, t0, by_focus, both ? strprintf("%.2f", by_fit).c_str() : "undecided");
     return {level, "time zero",
             level == Level::ok ? text
                                : text +
-                                     ": check source_time, delays and the phase of the wavelet, or a velocity error "
+                                     "; check source_time, delays and the phase of the wavelet, or a velocity error "
                                      "that begins at the surface"};
 }
 

@@ -38,8 +38,10 @@ std::vector<Verdict> judge_records(const Parms& par, const Records& records);
 
 /// Images with signs as they are and changed: as is, both, rec, sou.
 Verdict judge_signs(const std::array<Focus, 4>& signs, bool direct_wave);
-/// Fit of the data that the image predicts, signs likewise.
-Verdict judge_fit(const std::array<double, 4>& fit);
+/// Fit of the data that the image predicts, signs likewise. Another sign fits by mistake if it does not focus: a source
+/// turned in time is one that is delayed, which may make up for a wrong velocity.
+Verdict judge_fit(const std::array<double, 4>& fit, const SignShares& shares);
+/// @param by_fit may be no number
 Verdict judge_time_zero(double by_focus, double by_fit, double period);
 
 }  // namespace morvane

@@ -92,11 +92,13 @@ constexpr Option table[] = {
     {"error", "10", "percent", "largest expected error of the start velocity: decides the offsets of the image"},
     {"nh", "", "", "subsurface offsets; default: to error * zmax on each side"},
     {"dh", "", "", "their step; default: dx, or a multiple within a quarter of a wavelength"},
-    {"dxk", "", "", "lateral step of the spline knots; default: radius of the Fresnel zone; 0: no splines"},
-    {"dzk", "", "", "depth step of the knots; default: half of dxk; 0: no splines"},
-    {"bound", "25", "percent", "bounds around the start model; 0: none"},
+    {"dxk", "", "",
+     "lateral step of the spline knots; default: the longest wavelength of the strongest frequency; 0: none"},
+    {"dzk", "", "", "depth step of the knots; default: dxk; 0: no splines"},
+    {"bound", "", "percent", "bounds around the start model; default: one and a half times error; 0: none"},
     {"firststep", "0.03", "", "morvane's firststep"},
-    {"niter", "12", "", "iterations"},
+    {"niter", "18", "", "iterations, at most"},
+    {"settings", "recommended", "", "recommended; plain: differential semblance alone, on one-reference phase shifts"},
 };
 
 class Settings {
@@ -244,9 +246,10 @@ void read_model_options(Settings& s, PrepareOptions& o) {
     o.dh = s.real("dh", 0, tiny, huge);
     o.dxk = s.real("dxk", -1, 0, huge);
     o.dzk = s.real("dzk", -1, 0, huge);
-    o.bound = s.real("bound", 25, 0, 99);
+    o.bound = s.real("bound", std::min(1.5 * o.error, 99.0), 0, 99);
     o.first_step = s.real("firststep", 0.03, 1e-6, 0.999);
-    o.niter = s.whole("niter", 12, 0, 100000);
+    o.niter = s.whole("niter", 18, 0, 100000);
+    o.plain = s.one_of("settings", "recommended", {"recommended", "plain"}) == "plain";
     o.prefix = s.text("prefix", "");
     o.overwrite = s.logical("overwrite", false);
 }

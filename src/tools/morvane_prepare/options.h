@@ -37,8 +37,9 @@ struct PrepareOptions {
 
     double dz = 0, zmax = 0;
     int nh = 0;
-    double dh = 0, error = 10, dxk = -1, dzk = -1, bound = 25, first_step = 0.03;
-    int niter = 12;
+    double dh = 0, error = 10, dxk = -1, dzk = -1, bound = -1, first_step = 0.03;
+    int niter = 18;
+    bool plain = false;  ///< settings=plain
 };
 
 /// All parameters with units, defaults and meanings: as a table, and as --help prints them.

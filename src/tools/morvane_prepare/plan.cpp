@@ -168,7 +168,7 @@ void plan_frequencies(const PrepareOptions& o, const Power& power, double dt, Pl
 }
 
 void plan_source(qas::Session& session, const PrepareOptions& o, const Power& power, double dt, Plan& plan) {
-    const double strongest =
+    const double strongest = plan.strongest =
         std::max(band_of(smooth(power, 0.1 * plan.nt * dt), band_part).peak, static_cast<double>(plan.freq.o));
     const double length = o.source_length > 0 ? o.source_length : 6 / strongest;
     if (o.source == "ricker") {
@@ -280,10 +280,9 @@ void plan_parameters(const PrepareOptions& o, const Velocity& velocity, double s
     plan.because("nh", std::to_string(plan.nh),
                  o.nh > 0 ? "given" : text("offsets to %g %% of the depth, the largest expected error", o.error));
     plan.because("dh", digits(plan.dh), o.dh > 0 ? "given" : "dx, or a multiple within a quarter of a wavelength");
-    const double centre = plan.freq.o + 0.5 * (plan.freq.n - 1) * static_cast<double>(plan.freq.d);
-    const double v = 1 / velocity.slowness(plan.origin + 0.5 * width, 0.5 * depth);
-    plan.dxk = o.dxk >= 0 ? o.dxk : std::max(round_down(std::sqrt(v / centre * depth / 4)), 2 * plan.dx);
-    plan.dzk = o.dzk >= 0 ? o.dzk : std::max(round_down(plan.dxk / 2), 2 * plan.dz);
+    const double v = 1 / velocity.slowness(plan.origin + 0.5 * width, depth);
+    plan.dxk = o.dxk >= 0 ? o.dxk : std::max(round_near(v / plan.strongest), 2 * plan.dx);
+    plan.dzk = o.dzk >= 0 ? o.dzk : std::max(plan.dxk, 2 * plan.dz);
     if (plan.dxk == 0 || plan.dzk == 0) {
         plan.because("knots", "none", "as asked for");
         return;
@@ -291,9 +290,22 @@ void plan_parameters(const PrepareOptions& o, const Velocity& velocity, double s
     plan.nxk = static_cast<int>(std::ceil(width / plan.dxk)) + 3;
     plan.nzk = static_cast<int>(std::ceil(depth / plan.dzk)) + 3;
     plan.because("dxk", digits(plan.dxk),
-                 o.dxk >= 0 ? "given"
-                            : text("radius of the Fresnel zone at half depth, %.4g Hz: what the data resolve", centre));
-    plan.because("dzk", digits(plan.dzk), o.dzk >= 0 ? "given" : "half of dxk");
+                 o.dxk >= 0
+                     ? "given"
+                     : text("about the wavelength of the strongest frequency, %.4g Hz, at the bottom", plan.strongest));
+    plan.because("dzk", digits(plan.dzk), o.dzk >= 0 ? "given" : "as dxk");
+}
+
+/// Columns that reflections pass: midpoints of the first shot's middle trace to the last shot's.
+void plan_range(Plan& plan) {
+    const SurveyGrid& g = plan.grid;
+    double offset = 0;
+    if (!g.areal) offset = (static_cast<double>(g.first_trace) + 0.5 * (g.traces - 1)) * g.dx;
+    plan.fun_least = g.least_shot + std::min(0.5 * offset, 0.0);
+    plan.fun_most = g.most_shot + std::max(0.5 * offset, 0.0);
+    plan.because("fun_xmin", digits(plan.fun_least),
+                 "where reflections come from: from the first shot, or half the middle offset before it");
+    plan.because("fun_xmax", digits(plan.fun_most), "to the last shot, or half the middle offset behind it");
 }
 
 /// Root mean square of the samples' transforms, and the factors that bring data and source to 1.
@@ -345,6 +357,11 @@ double round_down(double value) {
     for (const double digit : {1.25, 1.5, 2.0, 2.5, 3.0, 4.0, 5.0, 6.0, 8.0, 10.0})
         if (digit * unit <= value * (1 + 1e-9)) best = digit * unit;
     return best;
+}
+
+double round_near(double value) {
+    const double below = round_down(value), above = round_down(1.34 * value);
+    return above - value < value - below ? above : below;
 }
 
 std::vector<double> factors(const PrepareOptions& o, const Axis& freq,
@@ -406,6 +423,7 @@ Plan make_plan(qas::Session& session, const PrepareOptions& o, Survey& survey, c
         qaserr("a model of %d columns and %d levels is too large; permitted are %g samples\n", plan.x.n, plan.z.n,
                most_model);
     plan_parameters(o, velocity, shortest, plan);
+    plan_range(plan);
     plan_scale(o, some, dt, plan);
     for (const auto& [what, least, most] :
          {std::tuple("groups are at elevations", scan.least_elevation, scan.most_elevation),

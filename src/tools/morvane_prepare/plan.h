@@ -33,6 +33,8 @@ struct Plan {
     double data_scale = 1, source_scale = 1;    ///< further factors, to rms 1
     int nh = 1;
     double dh = 0, dxk = 0, dzk = 0;
+    double strongest = 0;                ///< frequency of the muted data's greatest amplitude
+    double fun_least = 0, fun_most = 0;  ///< columns that count in fun
     int nxk = 0, nzk = 0;
     std::vector<Reason> reasons;
     std::vector<std::string> warnings;
@@ -45,6 +47,8 @@ std::string digits(double value);
 
 /// The largest of 1, 2, 2.5, 4, 5, 8 times a power of ten that is not above `value`.
 double round_down(double value);
+/// The nearest of those.
+double round_near(double value);
 
 /// Factors of data and source at each frequency: band_factor of morvane_synth's survey with the largest amplitude of
 /// the source in the band brought to 1 (scale=none: left).

@@ -54,11 +54,26 @@ std::string parameter_file(const Outputs& outputs, const PrepareOptions& o, cons
          << " padtraces=" << plan.geometry.pad << "\n";
     text << "# depth: " << reason("zmax") << "\nzmin=0 zmax=" << digits((plan.z.n - 1) * plan.dz) << "\n";
     text << "# subsurface offsets: " << reason("nh") << "\nnh=" << plan.nh << " dh=" << digits(plan.dh) << "\n";
-    text << "# one reference velocity; no sample may reach vsal, from which on a body counts as fast\n"
-         << "extrapolator=pspi nrefvel=1 vsal=" << digits(std::ceil(10 * plan.fastest)) << "\n";
-    text
-        << "# the inversion; the first trial changes no sample by more than firststep\ninversion=y dso=y expdso=1 niter="
-        << o.niter << " mmax=5\ngradient=exact firststep=" << digits(o.first_step) << "\n";
+    const bool plain = o.plain;
+    if (plain)
+        text << "# one reference velocity; no sample may reach vsal, from which on a body counts as fast\n"
+             << "extrapolator=pspi nrefvel=1 vsal=" << digits(std::ceil(10 * plan.fastest)) << "\n";
+    else
+        text
+            << "# finite differences to 45 degrees: of all extrapolators the one that leaves the least gradient at a true model\n"
+            << "extrapolator=ffd dipop=45 trick=0.2\n";
+    text << "# the inversion; the first trial changes no sample by more than firststep\ninversion=y dso=y niter="
+         << o.niter << " mmax=" << (plain ? 5 : 20) << "\ngradient=exact firststep=" << digits(o.first_step) << "\n";
+    if (plain)
+        text << "expdso=1\n";
+    else
+        text
+            << "# fun: differences in depth, little weight on offsets, by the image's energy, where reflections come from\n"
+            << "expdso=0.15 depthdiff=1 normalise=y fun_xmin=" << digits(plan.fun_least)
+            << " fun_xmax=" << digits(plan.fun_most)
+            << "\n# the run ends when the data that the image predicts fit no better; best: the model of the greatest fit\n"
+            << "stop=fit stop_rise=0 stop_patience=4 best=" << file("best.H") << " course=" << file("course.csv")
+            << "\n";
     if (o.bound > 0)
         text << "# bounds, percent of the start model\nbounds=y p_up=" << digits(o.bound) << " p_lo=" << digits(o.bound)
              << "\n";
@@ -67,6 +82,11 @@ std::string parameter_file(const Outputs& outputs, const PrepareOptions& o, cons
         text << "# knots: " << reason("dxk") << "; " << reason("dzk") << "\ndxk=" << digits(plan.dxk)
              << " oxk=" << digits(plan.origin - plan.dxk) << " nxk=" << plan.nxk << "\ndzk=" << digits(plan.dzk)
              << " ozk=" << digits(-plan.dzk) << " nzk=" << plan.nzk << "\n";
+    if (!plain) {
+        const double dxk = plan.nxk > 0 ? plan.dxk : 10 * plan.dx, dzk = plan.nxk > 0 ? plan.dzk : 10 * plan.dz;
+        text << "# smoothness of the change\nregularise=0.5 reg_x=" << digits(0.5 * dxk) << " reg_z=" << digits(dzk)
+             << "\n";
+    }
     return text.str();
 }
 

@@ -15,16 +15,6 @@ namespace morvane {
 
 namespace {
 
-/// The same run with outputs of its own, and no checkpoint.
-std::vector<std::string> words_of_member(const std::vector<std::string>& words, const Scratch& scratch) {
-    qas::Session session(words);
-    std::vector<std::string> own = scratch.redirected(words);
-    for (const char* tag : {"course", "best", "accepted", "oper-fxdecon.H"})
-        if (session.exist_file(tag)) own.push_back(std::string(tag) + "=" + (scratch.path / tag).string());
-    for (const char* key : {"checkpoint", "resume"}) own.push_back(std::string(key) + "=");
-    return own;
-}
-
 /// A member's view of the run.
 struct Membership {
     std::optional<Scratch> scratch{std::in_place};  // its files are opened, and never written
@@ -35,7 +25,7 @@ struct Membership {
     std::optional<Inversion> run;
 
     Membership(const std::vector<std::string>& words, Team& team)
-        : session(words_of_member(words, *scratch)),
+        : session(scratch->redirected(words)),
           setup(session),
           fft(setup.par.kxm.n, setup.planner_flags()),
           arrays(std::in_place, setup.par) {

@@ -7,6 +7,7 @@
 
 #include <unistd.h>
 
+#include "lib/corelibs/qas/session.h"
 #include "src/areal/wemva/run/messages.h"
 
 namespace morvane {
@@ -25,8 +26,12 @@ struct Scratch {
     }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
-    /// The user's words with every output sent here. The last word for a name wins.
+    /// The user's words with every output sent here, and no checkpoint. The last word for a name wins.
     std::vector<std::string> redirected(std::vector<std::string> words) const {
+        qas::Session given(words);
+        for (const char* tag : {"course", "best", "accepted", "oper-fxdecon.H"})
+            if (given.exist_file(tag)) words.push_back(std::string(tag) + "=" + (path / tag).string());
+        for (const char* key : {"checkpoint", "resume"}) words.push_back(std::string(key) + "=");
         for (const char* tag : {"Velout", "grad", "bkgimg", "Dimage", "illum", "log", "list"})
             words.push_back(std::string(tag) + "=" + (path / tag).string());
         for (const char* tag : {"ddws", "ddwr", "dws", "dwr", "ddwsz", "ddwrz", "xxx", "zzz", "maskout"})
