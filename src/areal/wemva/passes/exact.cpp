@@ -132,10 +132,14 @@ struct RecordedPass : Pass<RecordingSlot> {
         clear_pair(carried);
         clear_samples(slot.predicted);
         for (int iz = depths.end - 1; iz >= depths.first; --iz) {
-            slot.imaging.spread(slot.record.after(iz - 1, block.count), iz, deltai, carried);
             slot.steps.prepare(iz - 1);
+            LanePair spread;
+            if (slot.imaging.banded())
+                spread = slot.imaging.spread(slot.steps.load_after(slot.record), iz);
+            else
+                slot.imaging.spread(slot.record.after(iz - 1, block.count), iz, deltai, carried);
             if (context.prediction) predict(slot, block, iz);
-            slot.steps.transposed(carried, slot.record, gradients);
+            slot.steps.transposed(carried, spread, context.taper, slot.record, gradients);
             in_turn(iz, block, [&] {
                 for (int i = 0; i < block.count; ++i) add_to(gradients.slice(i).flat(), deltas.slice(iz - 1).flat());
             });

@@ -59,10 +59,8 @@ BlockImaging::BlockImaging(const WaveContext& context, const SharedImage& shared
       kernels_(shared.band(), arena),
       scratch_(context.par.kxm.n),
       phase_(lane_count) {
-    const int nx = context.par.kxm.n;
-    known_ = arena.take<float>(lane_count, 2, shared.banded() ? nx : 0);
-    sum_ = arena.take<float>(lane_count, 2, shared.banded() ? nx : 0);
-    column_ = arena.take<cf>(nx, shared.banded() ? lane_count : 0);
+    const int nx = shared.banded() ? context.par.kxm.n : 0;
+    for (LaneField* field : {&known_, &sum_.source, &sum_.receiver}) *field = arena.take<float>(lane_count, 2, nx);
 }
 
 void BlockImaging::start(const Block& block) {
@@ -81,40 +79,30 @@ void BlockImaging::add(const BlockPair& fields, int iz, View<float, 2> plain) {
                         scratch_);
 }
 
-void BlockImaging::spread_side(Spread side, View<const cf, 2> fields, int iz, View<cf, 2> out) {
-    to_lanes(fields, known_);
-    const float* const taper = context_.taper.p;
-    Vector<float, lane_count> c{}, s{};
+void BlockImaging::spread_side(Spread side, ConstLaneField fields, int iz, LaneField sum) {
+    using Lanes = Vector<float, lane_count>;
+    Lanes c{}, s{};
     for (int i = 0; i < block_.count; ++i) {
         c[i] = phase_[at(i)].real();
         s[i] = side == Spread::source ? phase_[at(i)].imag() : -phase_[at(i)].imag();
     }
-    for (std::ptrdiff_t x = 0; x < fields.n[0]; ++x) {
-        auto* const z = reinterpret_cast<Vector<float, lane_count>*>(known_.p) + 2 * x;
-        const auto re = taper[x] * z[0], im = taper[x] * z[1];
-        z[0] = re * c - im * s;
-        z[1] = re * s + im * c;
+    const auto* in = reinterpret_cast<const Lanes*>(fields.p);
+    auto* turned = reinterpret_cast<Lanes*>(known_.p);
+    for (std::ptrdiff_t x = 0; x < fields.n[2]; ++x, in += 2, turned += 2) {
+        const Lanes re = context_.taper.p[x] * in[0], im = context_.taper.p[x] * in[1];
+        turned[0] = re * c - im * s;
+        turned[1] = re * s + im * c;
     }
-    kernels_.spread(side, known_, block_.count, shared_.slice(iz), sum_, shared_.slice(iz - 1));
-    View<cf, 2> columns = column_;
-    columns.n[1] = block_.count;
-    from_lanes(sum_, columns);
-    for (int i = 0; i < block_.count; ++i) {
-        const float* const add = parts(columns.slice(i).p);
-        float* const z = parts(out.slice(i).p);
-        for (std::ptrdiff_t x = 0; x < out.n[0]; ++x) {
-            z[2 * x] = taper[x] * (z[2 * x] + add[2 * x]);
-            z[2 * x + 1] = taper[x] * (z[2 * x + 1] + add[2 * x + 1]);
-        }
-    }
+    kernels_.spread(side, known_, block_.count, shared_.slice(iz), sum, shared_.slice(iz - 1));
+}
+
+LanePair BlockImaging::spread(const LanePair& fields, int iz) {
+    spread_side(Spread::source, fields.receiver, iz, sum_.source);
+    spread_side(Spread::receiver, fields.source, iz, sum_.receiver);
+    return sum_;
 }
 
 void BlockImaging::spread(const BlockPair& fields, int iz, View<const float, 3> plain, const BlockPair& out) {
-    if (shared_.banded()) {
-        spread_side(Spread::source, fields.receiver, iz, out.source);
-        spread_side(Spread::receiver, fields.source, iz, out.receiver);
-        return;
-    }
     for (int i = 0; i < block_.count; ++i) {
         const int iw = block_.first + i;
         owimage_transpose(shared_.condition(), iw, Spread::source, context_.taper, fields.receiver.slice(i),

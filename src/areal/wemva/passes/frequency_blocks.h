@@ -73,13 +73,18 @@ public:
     /// @param plain (nx, nsecdim) the slice of the image, for images without a band
     void load(const BlockPair& fields);
     void add(const BlockPair& fields, int iz, View<float, 2> plain);
-    /// out = taper out + J' image on each side, where J takes fields from before the taper.
-    /// @param fields (before the taper) of the level
-    /// @param plain  (nx, nsecdim, nz) the image
+    bool banded() const { return shared_.banded(); }
+    /// J' image on each side, where J takes fields from before the taper, but for the taper that follows. For banded
+    /// images.
+    /// @param fields before the taper
+    /// @return lanes that live until the next call
+    LanePair spread(const LanePair& fields, int iz);
+    /// The same for others: out = taper out + J' image.
+    /// @param plain (nx, nsecdim, nz) the image
     void spread(const BlockPair& fields, int iz, View<const float, 3> plain, const BlockPair& out);
 
 private:
-    void spread_side(Spread side, View<const cf, 2> fields, int iz, View<cf, 2> out);
+    void spread_side(Spread side, ConstLaneField fields, int iz, LaneField sum);
 
     const WaveContext& context_;
     const SharedImage& shared_;
@@ -87,8 +92,8 @@ private:
     ImageScratch scratch_;
     Block block_{};
     std::vector<cf> phase_;
-    LaneField known_, sum_;
-    View<cf, 2> column_;  // (nx, lane_count)
+    LaneField known_;
+    LanePair sum_;
 };
 
 /// A pass over the frequencies of a shot: `work(slot, block)` for each block of at most `most`, with the slot of its

@@ -13,8 +13,7 @@ bool any_blends(const Medium& medium) {
     return std::ranges::any_of(medium.levels, [](const MediumLevel& level) { return level.dweight.n()[0] > 0; });
 }
 
-LanePair take_lanes(Arena& arena, bool any, std::ptrdiff_t nx) {
-    if (!any) return {};
+LanePair take_lanes(Arena& arena, std::ptrdiff_t nx) {
     return {arena.take<float>(lane_count, 2, nx), arena.take<float>(lane_count, 2, nx)};
 }
 
@@ -69,13 +68,15 @@ ShiftDerivative shift_derivative(const DepthStep& step, int sign, View<const cf,
     return {{0.0f, static_cast<float>(sign) * step.dz_w}, shifted};
 }
 
-/// The transpose of shift(); gradient += Re(conj(field) derivative).
-void shift_transposed(const DepthStep& step, const LateralFft& fft, int sign, View<cf, 1> field,
-                      const ShiftDerivative& derivative, View<float, 1> gradient, StepScratch& s) {
-    const bool conjugate = sign > 0;
-    correlate_and_multiply(field, derivative.factor, derivative.field, step.space.slice(0), conjugate, gradient,
-                           first_product(step, field, s));
-    sum_references(step, fft, conjugate, field, s);
+/// fields = taper (fields + image)
+void add_tapered(const LanePair& fields, const LanePair& image, View<const float, 1> taper) {
+    using Lanes = Vector<float, lane_count>;
+    for (const auto& [field, add] : {std::pair(fields.source, image.source), {fields.receiver, image.receiver}}) {
+        auto* const z = reinterpret_cast<Lanes*>(field.p);
+        const auto* const sum = reinterpret_cast<const Lanes*>(add.p);
+        for (std::ptrdiff_t x = 0; x < taper.n[0]; ++x)
+            for (std::ptrdiff_t part = 2 * x; part < 2 * x + 2; ++part) z[part] = taper.p[x] * (z[part] + sum[part]);
+    }
 }
 
 /// Source and receiver side: a sign, and its member of a pair.
@@ -116,8 +117,9 @@ BlockSteps::BlockSteps(const Parms& par, const Medium& medium, const LateralFft&
     phase_ = arena.take<cf>(nx, static_cast<std::ptrdiff_t>(nref), lane_count);
     space_ = arena.take<cf>(nx, static_cast<std::ptrdiff_t>(nref), lane_count);
     work_ = arena.take<float>(nx, 2);
-    lanes_ = take_lanes(arena, stages_.count() > 0, nx);
-    after_ = take_lanes(arena, stages_.count() > 0, nx);
+    lanes_ = take_lanes(arena, nx);
+    after_ = take_lanes(arena, nx);
+    columns_ = arena.take<cf>(nx, lane_count);
 }
 
 void BlockSteps::set_frequencies(int first, int count) {
@@ -191,12 +193,15 @@ void BlockSteps::carry(const BlockPair& fields, View<const float, 1> taper, cons
         for (const auto& [sign, side] : sides) weigh((out.*side).slice(i), taper, (fields.*side).slice(i).p);
 }
 
-LanePair BlockSteps::after_stage(const BlockRecord& record, int stage) {
-    if (stage + 1 < stages_.count()) return record.before(level_, stage + 1);
+LanePair BlockSteps::load_after(const BlockRecord& record) {
     const BlockPair out = record.after(level_, count_);
     morvane::to_lanes(out.source, after_.source);
     morvane::to_lanes(out.receiver, after_.receiver);
     return after_;
+}
+
+LanePair BlockSteps::after_stage(const BlockRecord& record, int stage) const {
+    return stage + 1 < stages_.count() ? record.before(level_, stage + 1) : after_;
 }
 
 void BlockSteps::derivative(const BlockPair& fields, const BlockRecord& record, View<const float, 1> ds) {
@@ -222,35 +227,67 @@ void BlockSteps::derivative(const BlockPair& fields, const BlockRecord& record, 
         }
     }
     if (stages_.count() == 0) return;
+    load_after(record);
     to_lanes(fields);
     for (int k = 0; k < stages_.count(); ++k)
         stages_.derivative(k, record.before(level_, k), after_stage(record, k), ds, lanes_);
     from_lanes(fields);
 }
 
-void BlockSteps::transposed(const BlockPair& fields, const BlockRecord& record, View<float, 2> gradients) {
-    BlockPair shifted = record.after(level_, count_);
-    const BlockPair blend = record.blend(level_, count_);
-    if (stages_.count() > 0) {
+void BlockSteps::add_image(const BlockPair& fields, const LanePair& image, View<const float, 1> taper) {
+    for (const auto& [side, sum] : {std::pair(fields.source, image.source), {fields.receiver, image.receiver}}) {
+        const View<cf, 2> columns = first_columns(columns_, count_);
+        morvane::from_lanes(sum, columns);
+        for (int i = 0; i < count_; ++i) {
+            const float *const add = parts(columns.slice(i).p), *const t = taper.p;
+            float* const z = parts(side.slice(i).p);
+            for (std::ptrdiff_t x = 0; x < side.n[0]; ++x) {
+                z[2 * x] = t[x] * (z[2 * x] + add[2 * x]);
+                z[2 * x + 1] = t[x] * (z[2 * x + 1] + add[2 * x + 1]);
+            }
+        }
+    }
+}
+
+void BlockSteps::transpose_stages(const BlockRecord& record, View<float, 2> gradients) {
+    for (int k = stages_.count() - 1; k >= 0; --k)
+        stages_.transposed(k, record.before(level_, k), after_stage(record, k), lanes_);
+    stages_.add_thin_lens(par_.v.z.d, record.before(level_, 0), lanes_);
+    stages_.get_gradients(gradients);
+}
+
+void BlockSteps::transposed(const BlockPair& fields, const LanePair& image, View<const float, 1> taper,
+                            const BlockRecord& record, View<float, 2> gradients) {
+    const bool stages = stages_.count() > 0;
+    if (stages) {
         to_lanes(fields);
-        for (int k = stages_.count() - 1; k >= 0; --k)
-            stages_.transposed(k, record.before(level_, k), after_stage(record, k), lanes_);
+        if (image.source.p)
+            add_tapered(lanes_, image, taper);
+        else
+            load_after(record);
+        transpose_stages(record, gradients);
         from_lanes(fields);
-        stages_.get_gradients(gradients);
-        // the fields after the step have served: those before the stages take their place
-        morvane::from_lanes(record.before(level_, 0).source, shifted.source);
-        morvane::from_lanes(record.before(level_, 0).receiver, shifted.receiver);
     } else {
+        if (image.source.p) add_image(fields, image, taper);
         std::ranges::fill(gradients.flat(), 0.0f);
     }
+    const BlockPair shifted = record.after(level_, count_), blend = record.blend(level_, count_);
     for (int i = 0; i < count_; ++i) {
         if (!steps(i)) continue;
-        for (const auto& [sign, side] : sides)
-            shift_transposed(
-                steps_[at(i)], fft_, sign, (fields.*side).slice(i),
-                shift_derivative(steps_[at(i)], sign, record.blends() ? (blend.*side).slice(i) : View<cf, 1>{},
-                                 (shifted.*side).slice(i)),
-                gradients.slice(i), scratch_);
+        const DepthStep& step = steps_[at(i)];
+        for (const auto& [sign, side] : sides) {
+            const View<cf, 1> field = (fields.*side).slice(i);
+            const bool conjugate = sign > 0;
+            if (stages) {
+                multiply(field, step.space.slice(0), conjugate, first_product(step, field, scratch_));
+            } else {
+                const auto [factor, derivative] = shift_derivative(
+                    step, sign, record.blends() ? (blend.*side).slice(i) : View<cf, 1>{}, (shifted.*side).slice(i));
+                correlate_and_multiply(field, factor, derivative, step.space.slice(0), conjugate, gradients.slice(i),
+                                       first_product(step, field, scratch_));
+            }
+            sum_references(step, fft_, conjugate, field, scratch_);
+        }
     }
 }
 

@@ -56,9 +56,14 @@ public:
     void carry(const BlockPair& fields, View<const float, 1> taper, const BlockRecord& record);
     /// The derivative forward: `fields` hold d in and receive d out for a change ds (nx) of the slowness row.
     void derivative(const BlockPair& fields, const BlockRecord& record, View<const float, 1> ds);
-    /// The transpose: the adjoint fields after the step go back to those before it.
+    /// The recorded fields after the step, in lanes that live until the next call.
+    LanePair load_after(const BlockRecord& record);
+    /// The transpose: the adjoint fields after the step go back to those before it. With an image it
+    /// needs load_after() first.
+    /// @param image     what the level's image adds to them first, fields = taper (fields + image); empty: that is done
     /// @param gradients (nx, frequencies) = Re(conj(adjoint) d out / d s) of both sides
-    void transposed(const BlockPair& fields, const BlockRecord& record, View<float, 2> gradients);
+    void transposed(const BlockPair& fields, const LanePair& image, View<const float, 1> taper,
+                    const BlockRecord& record, View<float, 2> gradients);
     /// The transpose for receiver fields alone, without a gradient.
     void transposed(View<cf, 2> receiver);
     /// Whether any step changes the frequency: the finite-difference form leaves zero alone, and an extrapolator of
@@ -68,7 +73,9 @@ public:
 private:
     void to_lanes(const BlockPair& fields);
     void from_lanes(const BlockPair& fields) const;
-    LanePair after_stage(const BlockRecord& record, int stage);
+    LanePair after_stage(const BlockRecord& record, int stage) const;
+    void transpose_stages(const BlockRecord& record, View<float, 2> gradients);
+    void add_image(const BlockPair& fields, const LanePair& image, View<const float, 1> taper);
 
     const Parms& par_;
     const Medium& medium_;
@@ -80,6 +87,7 @@ private:
     View<float, 2> work_;                      // (nx, 2)
     LaneStages stages_;
     LanePair lanes_, after_;
+    View<cf, 2> columns_;  // (nx, lane_count)
     StepScratch scratch_;
 };
 

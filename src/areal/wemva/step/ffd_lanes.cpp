@@ -1,6 +1,7 @@
 #include "src/areal/wemva/step/ffd_lanes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -335,6 +336,22 @@ void LaneStages::derivative(int stage, const LanePair& before, const LanePair& a
 void LaneStages::transposed(int stage, const LanePair& before, const LanePair& after, const LanePair& carried) {
     const bool add = stage + 1 < count_;
     in_precision(stage, [&](const auto& here) { here.transposed(before, after, carried, add); });
+}
+
+void LaneStages::add_thin_lens(float dz, const LanePair& before, const LanePair& adjoint) {
+    Lanes<float> factor{};
+    for (int k = 0; k < nfreq_; ++k)
+        if (std::isfinite(w_[at(k)])) factor[k] = dz * w_[at(k)];
+    const auto part = [](ConstLaneField field, std::ptrdiff_t x) {
+        return reinterpret_cast<const Lanes<float>*>(field.p) + 2 * x;
+    };
+    for (std::ptrdiff_t x = 0; x < contribution_.n[1]; ++x) {
+        const auto *const f = part(before.source, x), *const a = part(adjoint.source, x);
+        const auto *const g = part(before.receiver, x), *const b = part(adjoint.receiver, x);
+        float* const sum = contribution_.p + lane_count * x;
+        const Lanes<float> change = (a[1] * f[0] - a[0] * f[1]) - (b[1] * g[0] - b[0] * g[1]);
+        store_as(load_as(sum, 0.0f) + factor * change, sum);
+    }
 }
 
 void LaneStages::transposed(int stage, LaneField receiver) {

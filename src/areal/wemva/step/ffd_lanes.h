@@ -41,7 +41,10 @@ public:
     /// The transpose: `carried` holds the adjoint fields after the stage and receives those before it.
     /// Call it for the last stage first, down to stage 0.
     void transposed(int stage, const LanePair& before, const LanePair& after, const LanePair& carried);
-    /// gradients(x, frequency) = Re(conj(adjoint) d out / d s) of both sides, of all stages since the last.
+    /// After stage 0: adds the derivative of the thin lens before it, i sign dz w `before`, for the adjoint fields
+    /// there.
+    void add_thin_lens(float dz, const LanePair& before, const LanePair& adjoint);
+    /// gradients(x, frequency) = Re(conj(adjoint) d out / d s) of both sides, of all that came since the last stage.
     /// @param gradients (nx, frequencies)
     void get_gradients(View<float, 2> gradients) const { from_lanes(contribution_, gradients); }
     /// The transpose for the receiver side alone, without a gradient.
