@@ -1,7 +1,7 @@
 // An evaluation of one shot at the size of a line that people invert: 462 traces, 512 with margins, 151 depths,
 // whole-line fields of noise, exact gradient. One line per case: extrapolator, references, offsets, threads, seconds
 // of migration and of gradient, both by the clock and by the processor, which neighbours disturb less.
-//   bench_line [frequencies=200] [runs=3]
+//   bench_line [frequencies=200] [runs=3] [threads...=1 2]
 #include <time.h>
 
 #include <algorithm>
@@ -73,7 +73,10 @@ int main(int argc, char** argv) {
     if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;  // the passes report their progress there
     flush_denormals();
     const int nw = argc > 1 ? std::atoi(argv[1]) : 200, runs = argc > 2 ? std::atoi(argv[2]) : 3;
-    for (const int nodes : {1, 2})
+    std::vector<int> threads;
+    for (int i = 3; i < argc; ++i) threads.push_back(std::atoi(argv[i]));
+    if (threads.empty()) threads = {1, 2};
+    for (const int nodes : threads)
         for (const auto& [extrap, nref] : {std::pair("pspi", 1), std::pair("pspi", 3), std::pair("ffd", 1)})
             for (const int nh : {1, 41, 81}) line(extrap, nref, nh, nodes, nw, runs);
 }

@@ -34,11 +34,12 @@ void in_parallel(int n, Work work) {
 }
 
 /// One thread at a time at each of several places: in the order of their turns, or as they come. Turns count from 0;
-/// each must pass every place once, and be taken up in their order, so that none waits for one that nobody works on.
+/// each must pass or skip every place, and be taken up in their order, so that none waits for one that nobody works on.
 class Turns {
 public:
     Turns(std::ptrdiff_t places, bool in_order) : places_(at(places)), in_order_(in_order) {}
 
+    /// work() at a place, unless the turn has passed it before.
     template <class Work>
     void pass(std::ptrdiff_t place, int turn, Work work) {
         Place& p = places_[at(place)];
@@ -47,15 +48,15 @@ public:
             work();
             return;
         }
-        for (int now = p.next.load(std::memory_order_acquire); now != turn;
-             now = p.next.load(std::memory_order_acquire))
-            p.next.wait(now, std::memory_order_acquire);
+        int now = p.next.load(std::memory_order_acquire);
+        for (; now < turn; now = p.next.load(std::memory_order_acquire)) p.next.wait(now, std::memory_order_acquire);
+        if (now > turn) return;
         work();
         p.next.store(turn + 1, std::memory_order_release);
         p.next.notify_all();
     }
 
-    /// Passes every place without work.
+    /// Passes without work every place that the turn has not passed yet, so that later ones need not wait for it.
     void skip(int turn) {
         if (!in_order_) return;
         for (std::size_t place = 0; place < places_.size(); ++place)

@@ -47,3 +47,23 @@ TEST(Turns, PlacesAreWrittenInOrderOrOneAtATime) {
         }
     }
 }
+
+TEST(Turns, AThreadThatFailsOnTheWayHoldsNobodyUp) {
+    Turns line(4, true);
+    std::atomic<int> arrived = 0;
+    EXPECT_THROW(in_parallel(3,
+                             [&](int turn) {
+                                 try {
+                                     for (int place = 0; place < 4; ++place)
+                                         line.pass(place, turn, [&] {
+                                             if (turn == 1 && place == 2) throw std::runtime_error("lost");
+                                             ++arrived;
+                                         });
+                                 } catch (...) {
+                                     line.skip(turn);
+                                     throw;
+                                 }
+                             }),
+                 std::runtime_error);
+    EXPECT_EQ(arrived, 4 + 2 + 4);
+}

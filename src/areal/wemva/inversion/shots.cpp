@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
+#include "src/areal/wemva/run/memory.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 
@@ -59,6 +60,7 @@ Shots::Shots(const Parms& par, bool freezes)
     : recv({par.rec.h.n, par.rec.w.n}),
       source({par.areal ? par.sou.h.n : par.rec.h.n, par.sou.w.n}),
       vel({par.kxm.n, par.img.z.n}),
+      most_kept_(freezes ? keep_limit(par.keep) / kept_bytes(par) : 0),
       freezes_(freezes) {
     if (!freezes) return;
     start_ = vel;
@@ -99,6 +101,11 @@ void Shots::load(const Inversion& run, View<const float, 2> model, int ishot) {
     read_shot(run, "rec", ishot, recv);
 }
 
+KeptFields* Shots::kept() {
+    if (!kept_.contains(ishot_) && static_cast<std::int64_t>(kept_.size() + 1) > most_kept_) return nullptr;
+    return &kept_[ishot_];
+}
+
 WaveContext Shots::context(const Inversion& run, int nodes) {
     WaveContext context{run.par, run.fft, nodes, run.taper, run.vref};
     context.memory = &memory_;
@@ -109,6 +116,7 @@ WaveContext Shots::context(const Inversion& run, int nodes) {
         context.frozen = {&table, start_};
         context.clear_margins = true;
         context.reproducible = run.par.reproducible;
+        context.kept = kept();
     }
     return context;
 }

@@ -1,6 +1,7 @@
 #pragma once
 /// The shots of a survey: their wavefields, read one at a time, and their windows of model and image.
 #include <cstdint>
+#include <map>
 #include <span>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "lib/base/array.h"
 #include "src/areal/wemva/focus/focus.h"
 #include "src/areal/wemva/inversion/inversion.h"
+#include "src/areal/wemva/passes/kept_fields.h"
 #include "src/areal/wemva/passes/ow_wei_areal.h"
 #include "src/areal/wemva/run/ow_parms_areal.h"
 #include "src/areal/wemva/step/medium.h"
@@ -37,10 +39,14 @@ public:
     std::vector<ReferenceTable> references;  ///< frozen: of each shot's window of the start model (areal: of the model)
 
 private:
+    /// Where the fields of this shot are kept; null if there is no room for them.
+    KeptFields* kept();
     void seek(const Inversion& run, int ishot);
 
-    Array<float, 2> start_;      // (kxm.n, img.z.n) frozen: window of the start model
-    std::vector<Arena> memory_;  // work arrays of the passes, one arena per thread
+    Array<float, 2> start_;           // (kxm.n, img.z.n) frozen: window of the start model
+    std::int64_t most_kept_;          // shots whose fields are kept
+    std::map<int, KeptFields> kept_;  // by number
+    std::vector<Arena> memory_;       // work arrays of the passes, one arena per thread
     bool freezes_;
     int ishot_ = 1, ish_ = 1;
     int next_ = 1;  // the shot that the datasets stand at

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cassert>
+#include <optional>
 #include <vector>
 
 #include "lib/base/index.h"
 #include "src/areal/wemva/passes/frequency_blocks.h"
+#include "src/areal/wemva/passes/kept_fields.h"
 
 namespace morvane {
 
@@ -53,15 +55,14 @@ struct Slot {
           imaging(context, shared, arena) {}
 };
 
-/// And what it needs where background fields are kept.
+/// And what it needs where fields are carried up, or their changes down.
 struct RecordingSlot : Slot {
-    BlockRecord record;
-    BlockPair carried;         // running adjoint fields, or changes of the fields
-    View<cf, 2> predicted;     // running predicted receiver fields
-    View<float, 2> gradients;  // (nx, lane_count) of the frequencies at a level
+    std::optional<BlockRecord> record;  // unless the migration has kept them
+    BlockPair carried;                  // running adjoint fields, or changes of the fields
+    View<cf, 2> predicted;              // running predicted receiver fields
+    View<float, 2> gradients;           // (nx, lane_count) of the frequencies at a level
     RecordingSlot(const WaveContext& context, const Medium& medium, const SharedImage& shared, Arena& arena)
         : Slot(context, medium, shared, arena),
-          record(context.par, medium, arena),
           carried(take_pair(context.par, arena)),
           predicted(arena.take<cf>(context.par.kxm.n, context.prediction ? lane_count : 0)),
           gradients(arena.take<float>(context.par.kxm.n, lane_count)) {}
@@ -79,6 +80,7 @@ struct Pass {
     std::span<Arena> arenas;
     SharedImage shared;
     Turns turns;
+    std::vector<Block> blocks;
     std::vector<SlotType> slots;
 
     Pass(const WaveContext& with, View<const cf, 2> receivers, View<const cf, 2> sources, View<const float, 2> vel)
@@ -90,7 +92,9 @@ struct Pass {
           condition(with.par),
           arenas(arenas_of(with, own)),
           shared(with, condition, arenas[0]),
-          turns(std::max(0, depths.end - depths.first), with.reproducible) {
+          turns(std::max(0, depths.end - depths.first), with.reproducible),
+          blocks(cut_into_blocks(with.par.first_frequency(), with.par.end_frequency(), with.nodes,
+                                 shared.worthwhile_block())) {
         slots.reserve(arenas.size());
         for (Arena& arena : arenas) slots.emplace_back(context, medium, shared, arena);
     }
@@ -98,7 +102,7 @@ struct Pass {
     /// `work(slot, block)` for every block, whose surface fields are in the slot's.
     template <class Work>
     void run(Work work) {
-        over_blocks(context, shared.worthwhile_block(), slots, turns, [&](SlotType& slot, const Block& block) {
+        over_blocks(context, blocks, slots, turns, [&](SlotType& slot, const Block& block) {
             slot.steps.set_frequencies(block.first, block.count);
             slot.imaging.start(block);
             for (int i = 0; i < block.count; ++i) {
@@ -117,15 +121,23 @@ struct Pass {
 struct RecordedPass : Pass<RecordingSlot> {
     using Pass::Pass;
 
-    void background(RecordingSlot& slot, const Block& block) const {
+    /// The background fields at every depth, those of the slot if nobody has kept them.
+    const BlockRecord& background(RecordingSlot& slot, const Block& block) {
         const BlockPair fields = first_columns(slot.fields, block.count);
         for (int iz = depths.first; iz < depths.end; ++iz) {
             slot.steps.prepare(iz - 1);
-            slot.steps.carry(fields, context.taper, slot.record);
+            slot.steps.carry(fields, context.taper, *slot.record);
         }
+        return *slot.record;
+    }
+    /// Memory for them.
+    void make_records() {
+        for (std::size_t i = 0; i < slots.size(); ++i)
+            slots[i].record.emplace(context.par, medium, shared.worthwhile_block(), arenas[i]);
     }
 
-    void transposed(RecordingSlot& slot, const Block& block, View<const float, 3> deltai, View<float, 2> deltas) {
+    void transposed(RecordingSlot& slot, const Block& block, const BlockRecord& record, View<const float, 3> deltai,
+                    View<float, 2> deltas) {
         const BlockPair carried = first_columns(slot.carried, block.count);
         View<float, 2> gradients = slot.gradients;
         gradients.n[1] = block.count;
@@ -135,11 +147,11 @@ struct RecordedPass : Pass<RecordingSlot> {
             slot.steps.prepare(iz - 1);
             LanePair spread;
             if (slot.imaging.banded())
-                spread = slot.imaging.spread(slot.steps.load_after(slot.record), iz);
+                spread = slot.imaging.spread(slot.steps.load_after(record), iz);
             else
-                slot.imaging.spread(slot.record.after(iz - 1, block.count), iz, deltai, carried);
-            if (context.prediction) predict(slot, block, iz);
-            slot.steps.transposed(carried, spread, context.taper, slot.record, gradients);
+                slot.imaging.spread(record.after(iz - 1, block.count), iz, deltai, carried);
+            if (context.prediction) predict(slot, block, record, iz);
+            slot.steps.transposed(carried, spread, context.taper, record, gradients);
             in_turn(iz, block, [&] {
                 for (int i = 0; i < block.count; ++i) add_to(gradients.slice(i).flat(), deltas.slice(iz - 1).flat());
             });
@@ -151,11 +163,11 @@ struct RecordedPass : Pass<RecordingSlot> {
 
     /// The receiver side of the transpose for the zero-offset image of level iz and the fields from below, one level
     /// up.
-    void predict(RecordingSlot& slot, const Block& block, int iz) const {
+    void predict(RecordingSlot& slot, const Block& block, const BlockRecord& record, int iz) const {
         const float *const image = context.prediction->image.slice(iz).p, *const taper = context.taper.p;
         View<cf, 2> predicted = slot.predicted;
         predicted.n[1] = block.count;
-        const BlockPair fields = slot.record.after(iz - 1, block.count);
+        const BlockPair fields = record.after(iz - 1, block.count);
         for (int b = 0; b < block.count; ++b) {
             const cf* const ws = fields.source.slice(b).p;
             cf* const d = predicted.slice(b).p;
@@ -186,9 +198,9 @@ struct RecordedPass : Pass<RecordingSlot> {
         clear_pair(changes);
         for (int iz = depths.first; iz < depths.end; ++iz) {
             slot.steps.prepare(iz - 1);
-            slot.steps.derivative(changes, slot.record, deltas.slice(iz - 1));
+            slot.steps.derivative(changes, *slot.record, deltas.slice(iz - 1));
             taper_pair(context, changes, changes);
-            taper_pair(context, slot.record.after(iz - 1, block.count), fields);
+            taper_pair(context, slot.record->after(iz - 1, block.count), fields);
             in_turn(iz, block, [&] {
                 for (const BlockPair& pair :
                      {BlockPair{changes.source, fields.receiver}, BlockPair{fields.source, changes.receiver}}) {
@@ -207,11 +219,17 @@ void migrate_blocks(const WaveContext& context, View<const cf, 2> recv, View<con
     Pass<Slot> pass(context, recv, source, vel);
     const int top = context.par.nzmin - 1;
     pass.shared.clear();
+    if (context.kept) context.kept->start(context.par, vel);
     pass.run([&](Slot& slot, const Block& block) {
         const BlockPair fields = first_columns(slot.fields, block.count);
+        const BlockRecord* const record =
+            context.kept ? &context.kept->record(context.par, pass.medium, block) : nullptr;
         for (int iz = pass.depths.first; iz < pass.depths.end; ++iz) {
             slot.steps.prepare(iz - 1);
-            slot.steps.carry(fields, context.taper);
+            if (record)
+                slot.steps.carry(fields, context.taper, *record);
+            else
+                slot.steps.carry(fields, context.taper);
             slot.imaging.load(fields);
             pass.in_turn(iz, block, [&] {
                 if (illum.size() > 0) add_illumination(fields.source, illum.slice(iz));
@@ -219,6 +237,7 @@ void migrate_blocks(const WaveContext& context, View<const cf, 2> recv, View<con
             });
         }
     });
+    if (context.kept && !interruption::is_overdue()) context.kept->finish();
     pass.shared.add_to(image, top);
 }
 
@@ -227,9 +246,14 @@ void owwei_gradient(const WaveContext& context, View<const cf, 2> recv, View<con
     assert(context.frozen.references != nullptr && context.clear_margins);
     RecordedPass pass(context, recv, source, vel);
     pass.shared.take(deltai);
+    const bool kept = context.kept && context.kept->holds(context.par, vel);
+    if (kept)
+        pass.blocks = context.kept->blocks();
+    else
+        pass.make_records();
     pass.run([&](RecordingSlot& slot, const Block& block) {
-        pass.background(slot, block);
-        pass.transposed(slot, block, deltai, deltas);
+        const BlockRecord& record = kept ? context.kept->record(block) : pass.background(slot, block);
+        pass.transposed(slot, block, record, deltai, deltas);
     });
 }
 
@@ -238,6 +262,7 @@ void owwei_derivative(const WaveContext& context, View<const cf, 2> recv, View<c
     assert(context.frozen.references != nullptr && context.clear_margins);
     RecordedPass pass(context, recv, source, vel);
     pass.shared.clear();
+    pass.make_records();
     pass.run([&](RecordingSlot& slot, const Block& block) {
         pass.background(slot, block);
         pass.derivative(slot, block, deltas, deltai);

@@ -6,17 +6,6 @@
 
 namespace morvane {
 
-std::optional<Block> BlockQueue::next() {
-    const std::lock_guard lock(guard_);
-    const int left = end_ - at_;
-    if (left == 0) return std::nullopt;
-    const int fewest = std::min({4, most_, std::max(1, frequencies_ / threads_)});
-    const int count = std::min(left, std::clamp((left + threads_ - 1) / threads_, fewest, most_));
-    const Block block{at_, count, turn_++};
-    at_ += count;
-    return block;
-}
-
 SharedImage::SharedImage(const WaveContext& context, const ImageCondition& condition, Arena& arena)
     : nodes_(context.nodes),
       ffd_(context.par.ffd()),

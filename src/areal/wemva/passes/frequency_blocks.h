@@ -1,34 +1,15 @@
 #pragma once
 /// The passes of the exact mode carry blocks of frequencies down together, so that every depth of the image is touched
 /// once for all of them. One image serves all threads, which take turns at each depth.
-#include <mutex>
-#include <optional>
 #include <vector>
 
 #include "lib/base/parallel.h"
 #include "src/areal/wemva/image/offset_band.h"
+#include "src/areal/wemva/passes/block_queue.h"
 #include "src/areal/wemva/passes/frequency_loop.h"
 #include "src/areal/wemva/step/block_step.h"
 
 namespace morvane {
-
-/// Some frequencies of the data, the turn-th block that was handed out.
-struct Block {
-    int first, count, turn;
-};
-
-/// Hands out the frequencies of a pass in their order: whole blocks while every thread will have one, then parts.
-class BlockQueue {
-public:
-    /// @param most frequencies of a block, at most lane_count
-    BlockQueue(int first, int end, int threads, int most)
-        : at_(first), end_(end), frequencies_(end - first), threads_(threads), most_(most) {}
-    std::optional<Block> next();
-
-private:
-    std::mutex guard_;
-    int at_, end_, frequencies_, threads_, most_, turn_ = 0;
-};
 
 /// Memory that all threads share for one pass.
 class SharedImage {
@@ -96,18 +77,24 @@ private:
     LanePair sum_;
 };
 
-/// A pass over the frequencies of a shot: `work(slot, block)` for each block of at most `most`, with the slot of its
-/// thread. `turns` are skipped for blocks that nobody works on, since the shot is dropped.
+/// A pass over the frequencies of a shot: `work(slot, block)` for each block, with the slot of its thread. `turns` are
+/// skipped for blocks that nobody works on, since the shot is dropped.
 template <class Slot, class Work>
-void over_blocks(const WaveContext& context, int most, std::vector<Slot>& slots, Turns& turns, Work work) {
-    BlockQueue queue(context.par.first_frequency(), context.par.end_frequency(), context.nodes, most);
+void over_blocks(const WaveContext& context, const std::vector<Block>& blocks, std::vector<Slot>& slots, Turns& turns,
+                 Work work) {
+    BlockQueue queue(blocks);
     in_parallel(context.nodes, [&](int inode) {
-        while (const std::optional<Block> block = queue.next()) {
+        while (const Block* block = queue.next()) {
             if (interruption::is_overdue()) {  // whoever listens drops the shot
                 turns.skip(block->turn);
                 continue;
             }
-            work(slots[static_cast<std::size_t>(inode)], *block);
+            try {
+                work(slots[static_cast<std::size_t>(inode)], *block);
+            } catch (...) {
+                turns.skip(block->turn);
+                throw;
+            }
             for (int i = 0; i < block->count; ++i) report_frequency(context.par, block->first + i, inode);
         }
     });

@@ -20,6 +20,8 @@ int owwei_init(const Parms& par);
 /// As owwei_init, before each owwemva of shot `ishot`.
 int owwemva_init(const Parms& par, int ishot);
 
+class KeptFields;
+
 /// What the wavefield routines share besides the run parameters.
 struct WaveContext {
     const Parms& par;
@@ -31,7 +33,9 @@ struct WaveContext {
     bool reproducible = false;    ///< clear margins: sums in the order of the frequencies, whatever `nodes` is
     bool clear_margins = false;   ///< start each frequency from clear columns; otherwise a thread carries margins over
     const Prediction* prediction = nullptr;  ///< owwei_gradient: data to predict and compare; null: none
-    std::vector<Arena>* memory = nullptr;    ///< keeps the threads' work arrays for the next pass; null: none are kept
+    KeptFields* kept =
+        nullptr;  ///< clear margins: owwei leaves the background fields there for owwei_gradient; or null
+    std::vector<Arena>* memory = nullptr;  ///< keeps the threads' work arrays for the next pass; null: none are kept
 };
 
 /// Form the subsurface image of one shot: carry both wavefields down at every frequency and correlate them.

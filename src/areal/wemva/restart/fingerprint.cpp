@@ -19,8 +19,8 @@ namespace morvane {
 namespace {
 
 /// Keys that may differ: how the run is carried out and told of. `niter` is compared where its count is known.
-constexpr std::array<std::string_view, 7> free_keys{"niter",  "node",     "checkpoint", "checkpoint_minutes",
-                                                    "resume", "progress", "quiet"};
+constexpr std::array<std::string_view, 8> free_keys{"niter",  "node",     "checkpoint", "checkpoint_minutes",
+                                                    "resume", "progress", "quiet",      "keep"};
 
 std::uint32_t checksum(std::string_view bytes, std::uint32_t before = 0) {
     return static_cast<std::uint32_t>(::crc32_z(before, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));

@@ -108,6 +108,7 @@ struct Parms {
     bool light = false;                ///< illumination compensation of the stacked image
     float firststep = 0.0f;     ///< largest relative change of slowness in the first trial; 0: as the solver takes it
     bool reproducible = false;  ///< exact: the same bits for any number of threads and ranks
+    std::string keep = "n";     ///< exact: background fields for the gradient pass: n, auto or a number of GB
     StageLimits limits;         ///< of the stage
     std::string fftplan = "auto";  ///< planning of the transforms: auto, patient or estimate
     std::string checkpoint;        ///< file to go on from later; empty: none is written

@@ -14,6 +14,7 @@
 #include "src/areal/wemva/image/fx2d.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
 #include "src/areal/wemva/passes/fit.h"
+#include "src/areal/wemva/run/memory.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/truncate.h"
 #include "src/areal/wemva/start/horizon_file.h"
@@ -393,7 +394,7 @@ void check_exact(const Parms& par, qas::Session& session) {
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {
         for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z", "fit",
-                                "course", "best", "stop", "stop_rise", "stop_patience", "stages"})
+                                "course", "best", "stop", "stop_rise", "stop_patience", "stages", "keep"})
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
         if (par.reproducible)
             refuse(
@@ -440,6 +441,7 @@ void check_settings(const Parms& par, qas::Session& session) {
                node_default);
     if (par.fftplan != "auto" && par.fftplan != "patient" && par.fftplan != "estimate")
         refuse("fftplan=%s: permitted are auto, patient and estimate", par.fftplan.c_str());
+    static_cast<void>(keep_limit(par.keep));
     if (par.reproducible && par.fftplan == "patient")
         refuse("fftplan=patient: not with reproducible=yes, since plans that are measured differ in their last bits");
     if (par.l1norm)

@@ -239,6 +239,8 @@ KeyGroup own() {
              "time between two of them; 0: before each shot"},
             {"resume", text, "", "n", "checkpoint", "y: go on from the checkpoint; auto: if it is there, else begin"},
             {"reproducible", logical, "", "n", "gradient=exact", "the same bits for any number of threads and ranks"},
+            {"keep", text, "GB", "n", "gradient=exact",
+             "memory for fields that the gradient pass takes from the migration; auto: half of what is free"},
             {"progress", logical, "", "y", "", "tell on the standard error how far the run is, once a minute"},
             {"quiet", logical, "", "n", "", "no lines of progress on the standard error"},
             {"check_signs", logical, "", "y", "",

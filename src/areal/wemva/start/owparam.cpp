@@ -195,6 +195,7 @@ void read_own_keys(qas::Session& session, Parms& par) {
     read_restart_keys(session, par);
     given("light", par.light);
     given("reproducible", par.reproducible);
+    if (session.exist_file("keep")) read_name(session, "keep", par.keep);
 }
 
 void read_run(qas::Session& session, Parms& par) {

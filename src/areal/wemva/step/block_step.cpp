@@ -84,15 +84,15 @@ constexpr std::pair<int, View<cf, 2> BlockPair::*> sides[] = {{+1, &BlockPair::s
 
 }  // namespace
 
-BlockRecord::BlockRecord(const Parms& par, const Medium& medium, Arena& arena) {
+BlockRecord::BlockRecord(const Parms& par, const Medium& medium, int frequencies, Arena& arena) {
     const std::ptrdiff_t nx = par.kxm.n, nz = par.img.z.n;
-    source_ = arena.take<cf>(nx, lane_count, nz);
-    receiver_ = arena.take<cf>(nx, lane_count, nz);
+    source_ = arena.take<cf>(nx, frequencies, nz);
+    receiver_ = arena.take<cf>(nx, frequencies, nz);
     const int nstage = LaneStages::count(par, medium);
     if (nstage > 0) stages_ = arena.take<float>(lane_count, 2, nx, 2 * nstage, nz);
     if (!any_blends(medium)) return;
-    blend_source_ = arena.take<cf>(nx, lane_count, nz);
-    blend_receiver_ = arena.take<cf>(nx, lane_count, nz);
+    blend_source_ = arena.take<cf>(nx, frequencies, nz);
+    blend_receiver_ = arena.take<cf>(nx, frequencies, nz);
 }
 
 BlockPair BlockRecord::after(int level, int count) const {

@@ -24,10 +24,11 @@ struct BlockPair {
     View<cf, 2> source, receiver;
 };
 
-/// What the recorded steps of a block leave for their derivatives, for every level. One per thread.
+/// What the recorded steps of a block leave for their derivatives, for every level.
 class BlockRecord {
 public:
-    BlockRecord(const Parms& par, const Medium& medium, Arena& arena);
+    /// @param frequencies of the largest block that is recorded
+    BlockRecord(const Parms& par, const Medium& medium, int frequencies, Arena& arena);
     /// The fields after the step that starts at `level`, of the block's first `count` frequencies.
     BlockPair after(int level, int count) const;
     /// The derivative of blended references.
@@ -37,7 +38,7 @@ public:
     LanePair before(int level, int stage) const;
 
 private:
-    View<cf, 3> source_, receiver_, blend_source_, blend_receiver_;  // (nx, lane_count, levels)
+    View<cf, 3> source_, receiver_, blend_source_, blend_receiver_;  // (nx, frequencies, levels)
     View<float, 5> stages_;                                          // (lane_count, 2, nx, 2 stages, levels)
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "src/areal/wemva/passes/kept_fields.h"
 #include "tests/dot_test.h"
 #include "tests/src/areal/wemva/passes/shot.h"
 #include "tests/src/areal/wemva/step/direct_step.h"
@@ -141,6 +142,42 @@ TEST(ExactPasses, AreTheSameBitsOnAnyNumberOfThreadsIfAsked) {
             EXPECT_TRUE(std::ranges::equal(same.gradient.flat(), one.gradient.flat())) << form.extrap << nodes;
             EXPECT_LT(relative_difference<float>(close.image.flat(), one.image.flat()), 1e-5);
             EXPECT_LT(relative_difference<float>(close.gradient.flat(), one.gradient.flat()), 1e-5);
+        }
+    }
+}
+
+TEST(ExactPasses, KeptFieldsGiveTheBitsOfThoseComputedAgain) {
+    for (WaveCase wave : {WaveCase{.extrap = "pspi", .nh = 11}, WaveCase{.extrap = "pspi", .nref = 3, .nh = 3},
+                          WaveCase{.extrap = "ffd", .nh = 9}, WaveCase{.extrap = "ffd", .dipop = 80}}) {
+        wave.nx = 26;
+        wave.nz = 9;
+        wave.nw = 21;
+        const int nh = wave.nh;
+        const Shot shot(wave, 0.2f), other(wave, 0.1f);
+        Array<float, 3> deltai({26, nh, 9});
+        randomize(deltai.flat(), 8);
+        KeptFields kept;
+        const auto run = [&](KeptFields* fields, const Array<float, 2>& imaged, const Array<float, 2>& vel) {
+            WaveContext context = shot.exact_context(2);
+            context.reproducible = true;
+            context.kept = fields;
+            Array<float, 3> image({26, nh, 9});
+            Array<float, 2> gradient({26, 9});
+            owwei(context, shot.recv.view(), shot.source.view(), imaged.view(), image, {});
+            owwei_gradient(context, shot.recv.view(), shot.source.view(), vel.view(), gradient, deltai.view());
+            return std::pair(image, gradient);
+        };
+        const auto again = run(nullptr, shot.vel, shot.vel);
+        for (int round = 0; round < 2; ++round) {
+            const auto same = run(&kept, shot.vel, shot.vel);
+            EXPECT_TRUE(kept.holds(shot.par, shot.vel.view()));
+            EXPECT_TRUE(std::ranges::equal(same.first.flat(), again.first.flat())) << wave.extrap << wave.nref << round;
+            EXPECT_TRUE(std::ranges::equal(same.second.flat(), again.second.flat()))
+                << wave.extrap << wave.nref << round;
+            EXPECT_FALSE(kept.holds(shot.par, other.vel.view()));
+            const auto stale = run(&kept, other.vel, shot.vel);  // fields of another model are not taken
+            EXPECT_TRUE(std::ranges::equal(stale.second.flat(), again.second.flat()))
+                << wave.extrap << wave.nref << round;
         }
     }
 }
