@@ -682,6 +682,28 @@ TEST(Driver, AStageTakesAPartOfFrequenciesAndOffsets) {
 }
 
 // Bounds of a stage count from the start model of the run or of the stage.
+TEST(Driver, KeptFieldsLeaveTheSameFiles) {
+    std::vector<std::string> expected;
+    for (const char* keep : {"n", "auto", "1e-6", "1e-4"}) {  // all shots, none, some of three
+        TinySurvey survey(false);
+        for (const auto& [key, value] : std::map<std::string, std::string>{{"gradient", "exact"},
+                                                                           {"firststep", "0.02"},
+                                                                           {"niter", "3"},
+                                                                           {"fit", "y"},
+                                                                           {"node", "2"},
+                                                                           {"reproducible", "y"},
+                                                                           {"keep", keep}})
+            survey.arguments[key] = value;
+        const Outcome run = survey.run();
+        ASSERT_EQ(run.status, 0) << run.err;
+        std::vector<std::string> left;
+        for (const char* name : {"velout.H@", "grad.H@", "bkgimg.H@"})
+            left.push_back(files::read_text(survey.dir / name));
+        if (expected.empty()) expected = left;
+        EXPECT_EQ(left, expected) << keep;
+    }
+}
+
 TEST(Driver, BoundsOfAStage) {
     for (const auto& [words, most] :
          {std::pair("p_up=1 p_lo=1 bounds_of=run", 0.0101), std::pair("p_up=1 p_lo=1 bounds_of=stage", 0.0202)}) {

@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
-#include "src/areal/wemva/run/memory.h"
 #include "src/areal/wemva/run/messages.h"
+#include "src/areal/wemva/start/memory.h"
 #include "src/areal/wemva/step/ffd_stage.h"
 
 namespace morvane {

@@ -36,16 +36,4 @@ const BlockRecord& KeptFields::record(const Block& block) const {
     return *records_[at(block.turn)];
 }
 
-std::int64_t kept_bytes(const Parms& par) {
-    const std::int64_t sample = 2 * sizeof(cf);  // of both sides
-    std::int64_t columns = par.rec.w.n;
-    if (par.ffd()) {
-        const std::int64_t lanes = (columns + lane_count - 1) / lane_count * lane_count;
-        columns += ifd_coeffts(par.dipop).nstage * lanes;
-    } else if (par.nref > 1) {
-        columns *= 2;  // references may be blended
-    }
-    return sample * columns * par.kxm.n * par.img.z.n;
-}
-
 }  // namespace morvane

@@ -1,7 +1,6 @@
 #pragma once
 /// Background fields that the migration leaves for the gradient pass over the same shot, which else computes them
 /// again.
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -39,8 +38,5 @@ private:
     int first_ = 0, end_ = 0;                            // frequencies
     bool whole_ = false;
 };
-
-/// Bytes that the fields of a shot take at most.
-std::int64_t kept_bytes(const Parms& par);
 
 }  // namespace morvane

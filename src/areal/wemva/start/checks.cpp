@@ -14,10 +14,10 @@
 #include "src/areal/wemva/image/fx2d.h"
 #include "src/areal/wemva/model/ow_grabvel_areal.h"
 #include "src/areal/wemva/passes/fit.h"
-#include "src/areal/wemva/run/memory.h"
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/truncate.h"
 #include "src/areal/wemva/start/horizon_file.h"
+#include "src/areal/wemva/start/memory.h"
 
 namespace morvane {
 

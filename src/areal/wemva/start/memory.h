@@ -1,13 +1,22 @@
 #pragma once
 /// What a run takes of a machine's memory.
+#include <cstdint>
 #include <string>
 
 #include "src/areal/wemva/run/ow_parms_areal.h"
 
 namespace morvane {
 
+/// Bytes that `keep` permits: a number of GB (1e9 bytes), or half of the memory that programs can still get. 0: none.
+/// Errors: refused if it is neither a positive number, nor `auto` or `n`.
+std::int64_t keep_limit(const std::string& keep);
+
+/// Bytes that the background fields of a shot take at most.
+std::int64_t kept_bytes(const Parms& par);
+
 /// Bytes that a process holds at the most of its work: its images, the fields of its threads, one shot's data. An
-/// estimate, within a fifth of what large runs take; the program itself comes to some 20 MB more.
+/// estimate, within a fifth of what large runs take; the program itself comes to some 20 MB more, and what is kept
+/// with `keep`.
 /// @param threads  of the process
 /// @param in_team  whether the process shares the shots with others: one more image of a shot's window
 /// @param leads    whether it has the solver
