@@ -4,6 +4,7 @@
 #include <chrono>
 #include <exception>
 #include <stdexcept>
+#include <thread>
 
 #include "lib/corelibs/qas/messages/qaserr.h"
 #include "src/areal/wemva/run/interruption.h"
@@ -21,6 +22,19 @@ void need(int code, const char* what) {
     int length = 0;
     MPI_Error_string(code, text, &length);
     throw std::runtime_error(std::string("the connection to other ranks is lost (") + what + ": " + text + ")");
+}
+
+/// Waits without spinning: the processors are for the shots.
+void finish(MPI_Request& request, const char* what) {
+    using std::chrono::microseconds;
+    constexpr microseconds most(500);
+    microseconds pause(10);
+    for (int done = 0;;) {
+        need(MPI_Test(&request, &done, MPI_STATUS_IGNORE), what);
+        if (done) return;
+        std::this_thread::sleep_for(pause);
+        pause = std::min(2 * pause, most);
+    }
 }
 
 }  // namespace
@@ -111,7 +125,9 @@ void Courier::share(std::span<std::byte> bytes) {
     call([&] {
         while (!bytes.empty()) {
             const std::size_t count = std::min(bytes.size(), largest_block);
-            need(MPI_Bcast(bytes.data(), static_cast<int>(count), MPI_BYTE, 0, MPI_COMM_WORLD), "broadcast");
+            MPI_Request request = MPI_REQUEST_NULL;
+            need(MPI_Ibcast(bytes.data(), static_cast<int>(count), MPI_BYTE, 0, MPI_COMM_WORLD, &request), "broadcast");
+            finish(request, "broadcast");
             bytes = bytes.subspan(count);
         }
     });
@@ -125,7 +141,9 @@ void Courier::send_block(int to, const void* bytes, std::size_t count) const {
     const auto* next = static_cast<const std::byte*>(bytes);
     for (std::size_t part = 0; count > 0; next += part, count -= part) {
         part = std::min(count, largest_block);
-        need(MPI_Send(next, static_cast<int>(part), MPI_BYTE, to, blocks, MPI_COMM_WORLD), "send");
+        MPI_Request request = MPI_REQUEST_NULL;
+        need(MPI_Isend(next, static_cast<int>(part), MPI_BYTE, to, blocks, MPI_COMM_WORLD, &request), "send");
+        finish(request, "send");
     }
 }
 
@@ -133,8 +151,9 @@ void Courier::receive_block(int from, void* bytes, std::size_t count) const {
     auto* next = static_cast<std::byte*>(bytes);
     for (std::size_t part = 0; count > 0; next += part, count -= part) {
         part = std::min(count, largest_block);
-        need(MPI_Recv(next, static_cast<int>(part), MPI_BYTE, from, blocks, MPI_COMM_WORLD, MPI_STATUS_IGNORE),
-             "receive");
+        MPI_Request request = MPI_REQUEST_NULL;
+        need(MPI_Irecv(next, static_cast<int>(part), MPI_BYTE, from, blocks, MPI_COMM_WORLD, &request), "receive");
+        finish(request, "receive");
     }
 }
 

@@ -34,6 +34,12 @@ struct Note {
     int sums = 0, seconds = 0, length = 0;
 };
 
+/// Levels of an image that go in one message: up to 4 MB of them.
+inline int levels_at_once(std::size_t samples_of_level) {
+    constexpr std::size_t most = std::size_t{1} << 20;
+    return static_cast<int>(most / (samples_of_level + 1) + 1);
+}
+
 /// Base of both sides. `mutex_` guards everything that the two threads share. A derived class starts the thread when it
 /// is complete, and stops it before it goes.
 class Courier {

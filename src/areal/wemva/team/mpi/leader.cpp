@@ -133,7 +133,7 @@ bool Leader::take_one(std::unique_lock<std::mutex>& lock) {
     return true;
 }
 
-/// Level by level, so that no second image is needed here.
+/// Some levels at a time, so that no second image is needed here.
 void Leader::take(const Offer& offer) {
     const Note& n = offer.note;
     Note note;
@@ -143,11 +143,14 @@ void Leader::take(const Offer& offer) {
     part.group = {n.number, n.first, n.end_shot};
     part.first_column = n.first_column;
     part.is_last = false;
-    Array<float, 3> level({n.columns, n.rows, 1});
-    for (int iz = 0; iz < n.levels; ++iz) {
-        receive_block(offer.from, level.view().p, level.flat().size_bytes());
-        part.first_level = iz;
-        part.image = level;
+    const int at_once =
+        std::min(n.levels, levels_at_once(static_cast<std::size_t>(n.columns) * static_cast<std::size_t>(n.rows)));
+    Array<float, 3> some({n.columns, n.rows, at_once});
+    for (part.first_level = 0; part.first_level < n.levels; part.first_level += at_once) {
+        View<float, 3> levels = some;
+        levels.n[2] = std::min(at_once, n.levels - part.first_level);
+        receive_block(offer.from, levels.p, levels.flat().size_bytes());
+        part.image = levels;
         sum_->add(part);
     }
     Array<float, 2> light({n.light_columns, n.light_levels});

@@ -104,8 +104,9 @@ void Member::deliver(const Part& part) {
 }
 
 void Member::send_part() {
-    for (std::size_t at = 0; at < image_.size(); at += level_)
-        send_block(0, image_.data() + at, level_ * sizeof(float));
+    const std::size_t block = level_ * static_cast<std::size_t>(levels_at_once(level_));
+    for (std::size_t at = 0; at < image_.size(); at += block)
+        send_block(0, image_.data() + at, std::min(block, image_.size() - at) * sizeof(float));
     send_block(0, light_.data(), light_.size() * sizeof(float));
     send_block(0, sums_.data(), sums_.size() * sizeof(double));
     send_block(0, seconds_.data(), seconds_.size() * sizeof(float));

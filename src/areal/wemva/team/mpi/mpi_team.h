@@ -12,7 +12,7 @@ class Member;
 /// A thread of its own makes all calls of MPI in a process, so that parts travel while shots are computed. It looks for
 /// messages at least every two milliseconds and sleeps between.
 ///
-/// Memory beside the caller's: a member keeps one part that waits to be taken; the leader one level of a part.
+/// Memory beside the caller's: a member keeps one part that waits to be taken; the leader some levels of a part, 4 MB.
 class MpiTeam : public Team {
 public:
     /// Starts MPI, which ends the program where that fails.
