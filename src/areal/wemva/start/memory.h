@@ -14,9 +14,9 @@ std::int64_t keep_limit(const std::string& keep);
 /// Bytes that the background fields of a shot take at most.
 std::int64_t kept_bytes(const Parms& par);
 
-/// Bytes that a process holds at the most of its work: its images, the fields of its threads, one shot's data. An
-/// estimate, within a fifth of what large runs take; the program itself comes to some 20 MB more, and what is kept
-/// with `keep`.
+/// Bytes that a process takes for its work: its images, the fields of its threads, one shot's data. An estimate: with
+/// fewer frequencies than threads take at a time part of it is never touched, and the program itself comes on top, some
+/// tens of MB, and what is kept with `keep`.
 /// @param threads  of the process
 /// @param in_team  whether the process shares the shots with others: one more image of a shot's window
 /// @param leads    whether it has the solver
