@@ -1,6 +1,7 @@
 #include "src/areal/wemva/team/mpi/member.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "src/areal/wemva/run/interruption.h"
@@ -126,6 +127,11 @@ void Member::fail(const std::string& reason) {
         send(0, note);
         send_block(0, reason.data(), reason.size());
     });
+}
+
+bool Member::has_ended(double seconds) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return ended_; });
 }
 
 void Member::leave() {

@@ -20,6 +20,8 @@ public:
     void deliver(const Part& part);
     void meet();
     void fail(const std::string& reason);
+    /// Whether the leader ends the run within so many seconds.
+    bool has_ended(double seconds);
     /// The last word.
     void leave();
 

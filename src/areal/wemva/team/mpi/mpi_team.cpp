@@ -1,6 +1,7 @@
 #include "src/areal/wemva/team/mpi/mpi_team.h"
 
 #include <mpi.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <utility>
@@ -10,7 +11,7 @@
 
 namespace morvane {
 
-MpiTeam::MpiTeam(int& argc, char**& argv) {
+MpiTeam::MpiTeam(int& argc, char**& argv) : stderr_(::dup(STDERR_FILENO)) {
     int provided = 0;
     MPI_Init_thread(&argc, &argv, MPI_THREAD_SERIALIZED, &provided);
     MPI_Comm_rank(MPI_COMM_WORLD, &rank_);
@@ -86,7 +87,11 @@ void MpiTeam::meet() {
 }
 
 void MpiTeam::fail(const std::string& reason) {
+    constexpr double patience = 60.0;
     member_->fail(reason);
+    if (member_->has_ended(patience)) return;
+    ::dprintf(stderr_, "morvane_mpi: %s", reason.c_str());  // the leader waits for this rank, and does not listen
+    MPI_Abort(MPI_COMM_WORLD, 23);
 }
 
 void MpiTeam::check() {

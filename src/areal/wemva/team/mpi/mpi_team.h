@@ -41,6 +41,7 @@ public:
 
 private:
     int rank_ = 0, size_ = 1;
+    int stderr_;                      // members say nothing there but their last words
     std::unique_ptr<Leader> leader_;  // one of the two
     std::unique_ptr<Member> member_;
 };
