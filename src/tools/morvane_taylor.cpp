@@ -17,6 +17,7 @@
 #include "src/areal/wemva/run/messages.h"
 #include "src/areal/wemva/run/muted.h"
 #include "src/areal/wemva/run/program_end.h"
+#include "src/areal/wemva/start/checks.h"
 #include "src/areal/wemva/start/key_table.h"
 #include "src/tools/morvane_taylor/taylor.h"
 
@@ -69,7 +70,7 @@ std::vector<std::string> arguments_of(std::vector<std::string> words, const Scra
     words = scratch.redirected(std::move(words));
     words.push_back(std::string("gradient=") + mode);
     if (std::string_view(mode) == "classic")
-        for (const char* key : {"normalise", "fun_xmin", "fun_xmax"}) words.push_back(std::string(key) + "=");
+        for (const char* key : keys_of_exact_mode) words.push_back(std::string(key) + "=");
     return words;
 }
 

@@ -111,6 +111,10 @@ void visit(Visitor& v, SynthOptions& o, Words& w) {
     v.whole("nh", o.nh, 1, 100000, "", "subsurface offsets, dx apart");
     v.real("dxk", o.dxk, 0, huge, "m", "lateral step of the spline knots; 0: no splines");
     v.real("dzk", o.dzk, 0, huge, "m", "depth step of the spline knots; 0: no splines");
+    v.logical("hold", o.hold,
+              "n: knots reach beyond surface and bottom; y: they end before, and the start model holds there");
+    v.real("regx", o.regx, 0, huge, "m", "morvane's reg_x; 0, and regz too: no regularisation");
+    v.real("regz", o.regz, 0, huge, "m", "morvane's reg_z");
     v.real("bound", o.bound, 0, 99, "percent", "bounds around the start model; 0: none");
     v.logical("belowshots", o.below_shots,
               "count only the columns below the shots in fun (morvane's fun_xmin, fun_xmax)");
@@ -234,6 +238,10 @@ void preset_random(SynthOptions& o, Words& w) {
     o.acquisition.fpeak = 13.0f;
     o.acquisition.angle = 50;
     o.nh = 23;
+    o.dzk = o.regz = 200.0f;
+    o.hold = true;
+    o.bound = 15.0f;
+    o.niter = 18;
     o.below_shots = true;
 }
 
@@ -253,14 +261,14 @@ void preset(SynthOptions& o, Words& w) {
         o.spec.start_scale = 0.92f;
         o.acquisition.angle = 50;
         o.below_shots = true;
-        o.niter = 6;
+        o.niter = 14;
     } else if (o.model == "fast") {
         o.spec.dv = 500;
         o.spec.zc = 550;
         o.spec.wx = 300;
         o.spec.wz = 120;
         w.depths = {230, 800, 950, 1100, 1250};
-        o.niter = 3;
+        o.niter = 9;
     } else if (o.model == "random") {
         preset_random(o, w);
     } else {
@@ -355,10 +363,10 @@ std::string synth_help() {
            "for a file of them. Shown with their defaults, of model=lens where models differ.\n" +
            synth_keys().help() +
            "\nmodel=layers: zref=250,400,550,700,850,1000,1150 dip=3,4,5,5,6,6,7 tilt=4 startscale=0.92 mute=50, no "
-           "body, strength=0.05 belowshots=y niter=6\n"
-           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=3\n"
+           "body, strength=0.05 belowshots=y niter=14\n"
+           "model=fast:   dv=500 zc=550 wx=300 wz=120 zref=230,800,950,1100,1250 strength=0.05 niter=9\n"
            "model=random: layers and anomalies drawn from seed=; dx=15 dz=15 zmax=1395 nshot=29 dshot=75 nrec=200 nf=34 fpeak=13 "
-           "mute=50 nh=23 belowshots=y\n"
+           "mute=50 nh=23 dzk=200 regz=200 hold=y bound=15 niter=18 belowshots=y\n"
            "Units are examples: any that fit together will do. The transform to frequencies has exp(+i w t).\n";
 }
 

@@ -26,6 +26,8 @@ struct SynthOptions {
     std::string parfile = "morvane.par";
     int nh = 33;
     float dxk = 200.0f, dzk = 100.0f;
+    float regx = 100.0f, regz = 100.0f;  ///< lengths of the regularisation
+    bool hold = false;                   ///< no knots at the surface and at the bottom
     float bound = 25.0f;
     bool below_shots = false;  ///< fun counts the columns below the shots only
     int niter = 12;

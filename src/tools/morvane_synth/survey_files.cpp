@@ -110,14 +110,17 @@ std::string parameter_file(qas::Session& session, const SynthOptions& options, c
     line("zmin=0 zmax=" + text_of((model.z.n - 1) * static_cast<double>(model.z.d)) +
          " nh=" + std::to_string(options.nh));
     line("# no sample may reach vsal, from which on a body counts as fast");
-    line("extrapolator=pspi nrefvel=1 vsal=" + text_of(std::ceil(10.0 * fastest)));
-    line("inversion=y dso=y expdso=1 niter=" + std::to_string(options.niter) + " mmax=5");
+    line("extrapolator=ffd dipop=45 trick=0.2 vsal=" + text_of(std::ceil(10.0 * fastest)));
+    line("inversion=y dso=y expdso=0.15 normalise=y depthdiff=1 niter=" + std::to_string(options.niter) + " mmax=20");
     line("gradient=exact firststep=0.03");
+    line("stop=fit stop_rise=0 stop_patience=4 best=best.H course=course.csv");
     if (options.below_shots) {
         const double last = g.shot.o + (g.shot.n - 1) * static_cast<double>(g.shot.d);
         line("fun_xmin=" + text_of(g.shot.o) + " fun_xmax=" + text_of(last));
     }
     if (options.bound > 0) line("bounds=y p_up=" + text_of(options.bound) + " p_lo=" + text_of(options.bound));
+    if (options.regx > 0 || options.regz > 0)
+        line("regularise=0.5 reg_x=" + text_of(options.regx) + " reg_z=" + text_of(options.regz));
     if (options.dxk > 0 && options.dzk > 0) {
         // one knot beyond each end: the splines then add up to one everywhere
         const double width = (model.x.n - 1) * static_cast<double>(model.x.d);
@@ -127,8 +130,12 @@ std::string parameter_file(qas::Session& session, const SynthOptions& options, c
         };
         line("dxk=" + text_of(options.dxk) + " oxk=" + text_of(model.x.o - static_cast<double>(options.dxk)) +
              " nxk=" + knots(width, options.dxk));
-        line("dzk=" + text_of(options.dzk) + " ozk=" + text_of(-static_cast<double>(options.dzk)) +
-             " nzk=" + knots(depth, options.dzk));
+        if (options.hold)
+            line("dzk=" + text_of(options.dzk) + " ozk=" + text_of(options.dzk) +
+                 " nzk=" + std::to_string(std::max(1, static_cast<int>(depth / options.dzk))));
+        else
+            line("dzk=" + text_of(options.dzk) + " ozk=" + text_of(-static_cast<double>(options.dzk)) +
+                 " nzk=" + knots(depth, options.dzk));
     }
     return text;
 }

@@ -393,8 +393,7 @@ void check_exact(const Parms& par, qas::Session& session) {
     if (session.exist_file("firststep") && !(par.firststep > 0.0f && par.firststep < 1.0f))
         refuse("firststep=%g: permitted is a fraction of slowness, more than 0 and less than 1", par.firststep);
     if (!par.exact()) {
-        for (const char* key : {"normalise", "fun_xmin", "fun_xmax", "depthdiff", "regularise", "reg_x", "reg_z", "fit",
-                                "course", "best", "stop", "stop_rise", "stop_patience", "stages", "keep"})
+        for (const char* key : keys_of_exact_mode)
             if (session.exist_file(key)) refuse("%s: takes effect with gradient=exact only", key);
         if (par.reproducible)
             refuse(

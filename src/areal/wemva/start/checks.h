@@ -1,6 +1,7 @@
 #pragma once
 /// Start-up checks beyond those of owparam's own steps: what would otherwise divide by zero, leave an array or give a
 /// silently wrong result is refused or warned about before anything is computed, with key, value and what is permitted.
+#include <array>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,11 @@
 #include "src/areal/wemva/run/ow_parms_areal.h"
 
 namespace morvane {
+
+/// Keys that are refused unless gradient=exact.
+inline constexpr std::array keys_of_exact_mode = {"normalise", "fun_xmin",  "fun_xmax",      "depthdiff", "regularise",
+                                                  "reg_x",     "reg_z",     "fit",           "course",    "best",
+                                                  "stop",      "stop_rise", "stop_patience", "stages",    "keep"};
 
 /// Axes as read from the headers: counts, steps, finite numbers, sizes against those of the data files; the margins.
 void check_axes(const Parms& par, qas::Session& session);

@@ -238,6 +238,13 @@ TEST_F(SynthFiles, ParameterFileNamesWhatWasWritten) {
     EXPECT_EQ(session.getch<int>("nxk"), 8);
     EXPECT_EQ(session.getch<float>("ozk"), -50.0f);
     EXPECT_EQ(session.getch<int>("nzk"), 7);
+    EXPECT_EQ(session.getch<float>("reg_x"), 100.0f);
+    EXPECT_EQ(session.getch<float>("regularise"), 0.5f);
+    run(small("h.", {"dzk=60", "hold=y", "regx=0", "regz=0"}));  // knots at 60, 120, 180 of 200 m
+    qas::Session held({"morvane", "par=" + file("h.par")});
+    EXPECT_EQ(held.getch<float>("ozk"), 60.0f);
+    EXPECT_EQ(held.getch<int>("nzk"), 3);
+    EXPECT_EQ(held.getch<float>("regularise"), std::nullopt);
 }
 
 TEST_F(SynthFiles, BadValuesAreRefusedByName) {
