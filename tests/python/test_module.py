@@ -254,6 +254,11 @@ class Runs(InFolder):
         done = subprocess.run([os.path.join(BIN, "morvane_synth")] + words.split() + ["datapath=%s/" % cls.kept], cwd=cls.kept,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         assert done.returncode == 0, done.stdout
+        with open(os.path.join(cls.kept, "morvane.par")) as file:
+            words = file.read().split("\n")
+        kept = [line for line in words if not line.startswith(("stop=", "regularise=", "extrapolator=", "inversion="))]
+        with open(os.path.join(cls.kept, "morvane.par"), "w") as file:  # a run that ends by its count, and whose result is its last
+            file.write("\n".join(kept) + "extrapolator=pspi nrefvel=1 vsal=25000\ninversion=y dso=y expdso=1 niter=2 mmax=5\n")
         cls.run_made = morvane.run("morvane.par", cls.kept, datapath=cls.kept + "/", node=2)
 
     def setUp(self):
