@@ -23,6 +23,11 @@ Parms thinned(Parms par, int every) {
     w.all = std::move(kept);
     par.sou.w.n = w.n;
     par.sou.w.d *= static_cast<float>(every);
+    // of the frequencies that a stage takes; where none of them is left, the others hold zeros
+    const int first = (par.limits.first_frequency + every - 1) / every;
+    const int end = (par.limits.end_frequency + every - 1) / every;
+    par.limits.first_frequency = first < end ? first : 0;
+    par.limits.end_frequency = first < end ? end : 0;
     return par;
 }
 
