@@ -5,13 +5,12 @@
 namespace morvane {
 
 std::vector<Block> cut_into_blocks(int first, int end, int threads, int most) {
-    const int fewest = std::min({4, most, std::max(1, (end - first) / threads)});
+    const int frequencies = end - first, rounds = (frequencies + threads * most - 1) / (threads * most);
+    const int count = std::min(frequencies, rounds * threads);
     std::vector<Block> blocks;
-    while (first < end) {
-        const int left = end - first;
-        const int count = std::min(left, std::clamp((left + threads - 1) / threads, fewest, most));
-        blocks.push_back({first, count, static_cast<int>(blocks.size())});
-        first += count;
+    for (int turn = 0; turn < count; ++turn) {
+        const int from = first + turn * frequencies / count, to = first + (turn + 1) * frequencies / count;
+        blocks.push_back({from, to - from, turn});
     }
     return blocks;
 }

@@ -10,7 +10,7 @@ struct Block {
     int first, count, turn;
 };
 
-/// Cuts the frequencies first..end-1 in their order: whole blocks while every thread will have one, then parts of them.
+/// Cuts the frequencies first..end-1 in their order: as many blocks for each thread, and as few, of nearly one size.
 /// @param most frequencies of a block, at most lane_count
 std::vector<Block> cut_into_blocks(int first, int end, int threads, int most);
 
