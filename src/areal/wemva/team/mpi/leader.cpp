@@ -112,16 +112,11 @@ bool Leader::work(std::unique_lock<std::mutex>& lock) {
     return take_one(lock) || worked;
 }
 
-bool Leader::take_one(std::unique_lock<std::mutex>& lock) {
-    if (!open_ || paused_ || adding_ || !failure_.empty()) return false;
-    const auto found = std::ranges::find_if(offers_, [this](const auto& entry) { return has_turn(entry.first); });
-    if (found == offers_.end()) return false;
-    const Offer offer = found->second;
-    offers_.erase(found);
+void Leader::add_unlocked(std::unique_lock<std::mutex>& lock, const std::function<void()>& add) {
     adding_ = true;
     lock.unlock();
     try {
-        take(offer);
+        add();
     } catch (...) {
         lock.lock();
         adding_ = false;
@@ -129,6 +124,15 @@ bool Leader::take_one(std::unique_lock<std::mutex>& lock) {
     }
     lock.lock();
     adding_ = false;
+}
+
+bool Leader::take_one(std::unique_lock<std::mutex>& lock) {
+    if (!open_ || paused_ || adding_ || !failure_.empty()) return false;
+    const auto found = std::ranges::find_if(offers_, [this](const auto& entry) { return has_turn(entry.first); });
+    if (found == offers_.end()) return false;
+    const Offer offer = found->second;
+    offers_.erase(found);
+    add_unlocked(lock, [&] { take(offer); });
     count({offer.note.number, offer.note.first, offer.note.end_shot});
     return true;
 }
@@ -178,17 +182,7 @@ bool Leader::deliver(const Part& part, double seconds) {
     const auto may_add = [&] { return !failure_.empty() || (!adding_ && has_turn(part.group.number)); };
     if (!changed_.wait_for(lock, Seconds(seconds), may_add)) return false;
     throw_failure();
-    adding_ = true;
-    lock.unlock();
-    try {
-        sum_->add(part);
-    } catch (...) {
-        lock.lock();
-        adding_ = false;
-        throw;
-    }
-    lock.lock();
-    adding_ = false;
+    add_unlocked(lock, [&] { sum_->add(part); });
     count(part.group);
     return true;
 }

@@ -38,6 +38,8 @@ private:
     void answer(const Note& note, int from);
     void answer_question(int from);
     bool has_turn(int number) const { return !in_order_ || number == groups_added_; }
+    /// Adds to the sum without the lock, while nobody else does.
+    void add_unlocked(std::unique_lock<std::mutex>& lock, const std::function<void()>& add);
     bool take_one(std::unique_lock<std::mutex>& lock);
     void take(const Offer& offer);
     void count(const ShotGroup& group);
